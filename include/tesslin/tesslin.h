@@ -1,0 +1,267 @@
+/*
+ * Tesslin imaging library: public interface.
+ *
+ * Every exported function returns a signed status, a handle or a count.
+ * Zero or positive means success; negative values are the IMG_ERR_ codes
+ * below. Nothing is thrown across this interface.
+ *
+ * Bitmap handles are small integers (0 to 9999) naming slots of one
+ * process-wide table. Stream handles are 32-bit values: an open file
+ * descriptor, a memory stream made by the library, or anything the
+ * application's own I/O hooks understand (IMGLOW_set_fileio).
+ *
+ * Settings (IMGLOW_set_*) are process-wide and not locked: set them from
+ * the thread that then decodes or saves. Different handles and streams
+ * may be used on different threads at the same time.
+ */
+#ifndef TESSLIN_TESSLIN_H
+#define TESSLIN_TESSLIN_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define TESSLIN_API __declspec(dllexport)
+#else
+#define TESSLIN_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------ */
+/* Status codes                                                         */
+/* ------------------------------------------------------------------ */
+
+enum {
+    IMG_OK = 0,
+    IMG_ERR_MEMORY = -1,           /* no memory, or a failure without a more specific code */
+    IMG_ERR_OPEN = -2,             /* a named file could not be opened */
+    IMG_ERR_BAD_IMAGE = -3,        /* invalid image description or self-contradicting data */
+    IMG_ERR_CREATE = -6,           /* an output file could not be created or opened */
+    IMG_ERR_UNSUPPORTED = -7,      /* unknown format or code, or not applicable */
+    IMG_ERR_VARIANT = -8,          /* a sub-format the reader does not handle */
+    IMG_ERR_WRITE = -9,            /* a stream write was short */
+    IMG_ERR_DISPLAY_RECT = -10,    /* display rectangle narrower or lower than 1 */
+    IMG_ERR_NO_PAGE = -11,         /* the page or image does not exist */
+    IMG_ERR_READ = -12,            /* a stream read was short (truncated data) */
+    IMG_ERR_HANDLE = -13,          /* bad bitmap handle */
+    IMG_ERR_STOP = -18,            /* header callback asked to stop after the header */
+    IMG_ERR_DEPTH = -21,           /* bit depth not supported by the operation */
+    IMG_ERR_NOT_GRAY = -22,        /* needs a grey palette */
+    IMG_ERR_NO_TRANSPARENCY = -26, /* the bitmap has no transparent colour */
+    IMG_ERR_COMPRESSION = -27,     /* compression not handled by the built-in decoder */
+    IMG_ERR_GIF_BLOCK = -30,       /* a GIF block without the extension introducer */
+    IMG_ERR_NOT_FOUND = -31,       /* tag, resource or block not found */
+    IMG_ERR_NOT_TILED = -32,       /* the image is not tiled */
+    IMG_ERR_PLUGIN = -36,          /* the PDF input module could not be loaded */
+    IMG_ERR_ABIC_PLUGIN = -37,     /* the ABIC module could not be loaded */
+    IMG_ERR_STREAM_FAULT = -38,    /* a fault inside a stream read, write or seek */
+    IMG_ERR_PCL_PLUGIN = -40,      /* the PCL input module could not be loaded */
+    IMG_ERR_JP2_PLUGIN = -41,      /* the JPEG 2000 module could not be loaded */
+    IMG_ERR_TEXT_NOT_FOUND = -42,  /* a text search found nothing */
+    IMG_ERR_DOC_PLUGIN = -43       /* the document module could not be loaded */
+};
+
+/* Name of a status ("IMG_ERR_NO_PAGE") and a short sentence describing it
+ * ("page does not exist"). Unknown codes give "IMG_ERR_UNKNOWN" and
+ * "unknown status"; zero and positive values give "IMG_OK" and "success".
+ * The strings are static. */
+TESSLIN_API const char *IMG_status_name(int32_t status);
+TESSLIN_API const char *IMG_status_message(int32_t status);
+
+/* ------------------------------------------------------------------ */
+/* DIB layout                                                           */
+/* ------------------------------------------------------------------ */
+
+/* The 40-byte info header that starts every DIB, followed by the palette
+ * (2 entries for 1 bit, 16 for 4, 256 for 8 and 16 bits, none for 24 and 32)
+ * and the rows. Inside the library the two resolution fields hold dots per
+ * inch. Rows are stored bottom-up, each padded to a multiple of 4 bytes. */
+typedef struct IMG_BITMAPINFOHEADER {
+    uint32_t biSize;
+    int32_t biWidth;
+    int32_t biHeight;
+    uint16_t biPlanes;
+    uint16_t biBitCount;
+    uint32_t biCompression;
+    uint32_t biSizeImage;
+    int32_t biXPelsPerMeter; /* dots per inch inside the library */
+    int32_t biYPelsPerMeter; /* dots per inch inside the library */
+    uint32_t biClrUsed;
+    uint32_t biClrImportant;
+} IMG_BITMAPINFOHEADER;
+
+typedef struct IMG_RGBQUAD {
+    uint8_t rgbBlue;
+    uint8_t rgbGreen;
+    uint8_t rgbRed;
+    uint8_t rgbReserved;
+} IMG_RGBQUAD;
+
+/* Compression field values the library uses besides 0. */
+enum {
+    IMG_COMPRESSION_RUNS = 99,  /* bilevel rows held as run records */
+    IMG_COMPRESSION_ALPHA = 200 /* 32-bit blue, green, red, alpha (else 32 bits is CMYK) */
+};
+
+/* ------------------------------------------------------------------ */
+/* Memory blocks                                                        */
+/* ------------------------------------------------------------------ */
+
+/* Every DIB the library keeps lives in a block of this allocator. A DIB
+ * handed to IMG_create_handle_keep must come from tesslin_block_alloc,
+ * because later operations may reallocate or free it; a DIB returned by
+ * IMG_delete_bitmap_keep is freed with tesslin_block_free.
+ * tesslin_block_alloc returns NULL when no memory is left; the contents are
+ * not cleared. tesslin_block_free ignores NULL and addresses that are not
+ * the start of a live block. tesslin_block_size returns the size of a live
+ * block, or -1 when the address does not start one. */
+TESSLIN_API void *tesslin_block_alloc(uint32_t size);
+TESSLIN_API void *tesslin_block_realloc(void *block, uint32_t size);
+TESSLIN_API void tesslin_block_free(void *block);
+TESSLIN_API int64_t tesslin_block_size(const void *block);
+
+/* ------------------------------------------------------------------ */
+/* Bitmap handles                                                       */
+/* ------------------------------------------------------------------ */
+
+/* Every operation that takes a handle returns IMG_ERR_HANDLE (-13) for a
+ * negative handle, one of 10000 or more, or an empty slot. */
+
+/* Decode a packed DIB (info header, palette, rows) or a BMP file image
+ * held in memory into a new handle; the caller's block is not kept. */
+TESSLIN_API int32_t IMG_create_handle(const void *dib);
+/* Wrap the caller's DIB (from tesslin_block_alloc) without copying. A 1-bit
+ * DIB whose palette entry 0 has three non-zero components gets palette
+ * black, white (pixels unchanged). -3 when width, height or bit count is
+ * below 1; -1 when no slot or memory is left. */
+TESSLIN_API int32_t IMG_create_handle_keep(void *dib);
+/* New image with the given header and palette and uninitialised rows. */
+TESSLIN_API int32_t IMG_create_handle_shell(const void *header);
+/* Free the bitmap and its DIB. Waits while a display of it is running. */
+TESSLIN_API int32_t IMG_delete_bitmap(int32_t handle);
+/* Free the bitmap but leave the DIB (plain or run-encoded) to the caller. */
+TESSLIN_API int32_t IMG_delete_bitmap_keep(int32_t handle);
+/* Width, height and bit count; returns the DIB header's address, or -13. */
+TESSLIN_API intptr_t IMG_bitmap_info(int32_t handle, int32_t *width, int32_t *height,
+                                     int32_t *bits);
+/* Copy the 40-byte header and the palette (size from the bit count). */
+TESSLIN_API int32_t IMGLOW_get_bitmap_header(int32_t handle, void *buffer);
+TESSLIN_API int32_t IMGLOW_get_palette(int32_t handle, void *palette);
+TESSLIN_API int32_t IMGLOW_put_palette(int32_t handle, const void *palette);
+/* Copy one row (0 = top) out of or into the image; count 0 means the row's
+ * stored byte count, larger counts are cut to it. Run-encoded rows are
+ * expanded to packed bits on the way out and encoded on the way in.
+ * -3 for a row outside the image, -1 when the handle has no DIB. */
+TESSLIN_API int32_t IMGLOW_get_raster(int32_t handle, void *buffer, int32_t row, uint32_t count);
+TESSLIN_API int32_t IMGLOW_put_raster(int32_t handle, const void *buffer, int32_t row,
+                                      uint32_t count);
+TESSLIN_API int32_t IMG_get_croprect(int32_t handle, int32_t *x, int32_t *y, int32_t *width,
+                                     int32_t *height);
+/* Clamped into the image: x or y outside it become 0, sizes below 1 become
+ * 1, and the rectangle is cut at the right and bottom edges. */
+TESSLIN_API int32_t IMG_set_croprect(int32_t handle, int32_t x, int32_t y, int32_t width,
+                                     int32_t height);
+TESSLIN_API int32_t IMGLOW_get_display_rect(int32_t handle, int32_t *x, int32_t *y,
+                                            int32_t *width, int32_t *height);
+TESSLIN_API int32_t IMGLOW_set_rop(int32_t handle, uint32_t rop);
+TESSLIN_API int32_t IMGLOW_set_alias_img(int32_t handle, int32_t mode);
+TESSLIN_API int32_t IMGLOW_set_transp_color(int32_t handle, uint32_t color);
+/* The transparent colour, or -26 when none is set. */
+TESSLIN_API int32_t IMGLOW_get_transp_color(int32_t handle);
+/* Plain 1-bit rows to run records: -7 if already run-encoded, -21 if the
+ * image is not 1 bit deep, -1 without a DIB or memory. */
+TESSLIN_API int32_t IMG_dib_to_runs(int32_t handle);
+/* Run records to plain rows: -7 if not run-encoded, -1 without DIB or memory. */
+TESSLIN_API int32_t IMG_runs_to_dib(int32_t handle);
+
+/* ------------------------------------------------------------------ */
+/* Streams and I/O hooks                                                */
+/* ------------------------------------------------------------------ */
+
+typedef int32_t (*IMG_READ_HOOK)(int32_t stream, void *buffer, uint32_t count);
+typedef int32_t (*IMG_WRITE_HOOK)(int32_t stream, const void *buffer, uint32_t count);
+typedef int32_t (*IMG_SEEK_HOOK)(int32_t stream, int32_t offset, int32_t origin);
+
+/* Route every stream read, write or seek through the application's own
+ * functions (NULL removes one). With a hook installed the stream handle is
+ * passed to it untouched and the scrambling key is not applied. A fault
+ * inside a hook makes the operation fail with -38. Returns 0. */
+TESSLIN_API int32_t IMGLOW_set_fileio(IMG_READ_HOOK read_hook, IMG_WRITE_HOOK write_hook,
+                                      IMG_SEEK_HOOK seek_hook);
+/* Scramble every byte crossing a file or memory stream with a one-byte key:
+ * the sum of the key's four bytes modulo 256, or 0x9D when that is 0.
+ * A flag of 0 turns scrambling off. Returns 0. */
+TESSLIN_API int32_t IMG_set_encrypt(int32_t flag, int32_t key);
+
+/* ------------------------------------------------------------------ */
+/* Callbacks                                                            */
+/* ------------------------------------------------------------------ */
+
+/* Called once per delivered or stored row while decoding, saving or
+ * processing with (user, total rows, current row, bytes in the row);
+ * a negative result stops the operation with that status. */
+typedef int32_t (*IMG_STATUS_CALLBACK)(intptr_t user, int32_t total_rows, int32_t row,
+                                       uint32_t row_bytes);
+/* Called by the display operations before drawing; a result below 1
+ * cancels the drawing and is returned. */
+typedef int32_t (*IMG_DISPLAY_CALLBACK)(const IMG_BITMAPINFOHEADER *header, intptr_t user);
+
+/* ------------------------------------------------------------------ */
+/* Settings                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Decode-time reduction of depth: 8, 4 or 1 (anything else: none). */
+TESSLIN_API int32_t IMGLOW_set_decomp_reduction(int32_t depth);
+/* Decode-time reduction of size; applies when both are non-zero and both
+ * smaller than the image. */
+TESSLIN_API int32_t IMGLOW_set_decompsize(int32_t width, int32_t height);
+/* Decode-time crop; negative x or y become 0; all four 0 turns it off. */
+TESSLIN_API int32_t IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width, int32_t height);
+/* Detection switches by format code 0..78 (TIFF variants act on 0, code 12
+ * on 1). Set and unset return the previous flag; all return -7 for a code
+ * outside 0..78. */
+TESSLIN_API int32_t IMGLOW_set_auto_detect(int32_t format_code);
+TESSLIN_API int32_t IMGLOW_unset_auto_detect(int32_t format_code);
+TESSLIN_API int32_t IMGLOW_get_auto_detect(int32_t format_code);
+TESSLIN_API int32_t IMGLOW_set_dithermode(int32_t mode);
+TESSLIN_API int32_t IMGLOW_autocolor(int32_t flag);
+/* Scale-to-grey display mode; values above 4 are ignored. */
+TESSLIN_API int32_t IMGLOW_set_alias(int32_t mode);
+/* Scale-to-grey quality, clamped to 1..100 (0 is kept as given). */
+TESSLIN_API int32_t IMGLOW_set_alias_quality(int32_t quality);
+TESSLIN_API int32_t IMGLOW_set_wipedelay(int32_t delay);
+TESSLIN_API int32_t IMGLOW_set_dispfunc(IMG_DISPLAY_CALLBACK callback, intptr_t user);
+/* Progress reporting: enable non-zero stores user and callback and turns it
+ * on; enable 0 turns it off. */
+TESSLIN_API int32_t IMG_set_statusbar(intptr_t user, IMG_STATUS_CALLBACK callback,
+                                      int32_t enable);
+/* JPEG quality 1..100: recomputes both quantisation tables. */
+TESSLIN_API int32_t IMGLOW_set_comp_quality(int32_t quality);
+/* Luminance sampling factors of the JPEG encoder (default 2, 1). */
+TESSLIN_API int32_t IMGLOW_set_jpg_interleave(int32_t horizontal, int32_t vertical);
+TESSLIN_API int32_t IMGLOW_set_tiff_save_strips(int32_t flag);
+TESSLIN_API int32_t IMGLOW_set_tiff_indexing(int32_t count);
+/* TIFF orientation tag value for saving, 1..8 (larger values ignored). */
+TESSLIN_API int32_t IMGLOW_set_image_orientation(int32_t orientation);
+/* PDF page size in points (default 612 x 792). */
+TESSLIN_API int32_t IMGLOW_set_pdf_output(int32_t width, int32_t height);
+/* Copyright notice (up to 199 characters) and date (up to 10) that writers
+ * embed; NULL leaves one unchanged. Get copies both out with their zero
+ * (notice buffer 200 bytes, date buffer 11 bytes). */
+TESSLIN_API int32_t IMGLOW_set_bitmap_name(const char *notice, const char *date);
+TESSLIN_API int32_t IMGLOW_get_bitmap_name(char *notice, char *date);
+TESSLIN_API int32_t IMGLOW_set_jpeg_decompression(int32_t flag);
+TESSLIN_API int32_t IMGLOW_set_overlay_path(const char *path);
+/* Interface version: major 13, minor 0. */
+TESSLIN_API int32_t IMG_ifl_version(int32_t *major, int32_t *minor);
+/* Accepted for compatibility; does nothing. */
+TESSLIN_API int32_t IMG_set_profile(intptr_t a, intptr_t b);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TESSLIN_TESSLIN_H */

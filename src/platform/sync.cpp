@@ -1,0 +1,111 @@
+// The library mutex and fault containment.
+#include <setjmp.h>
+#include <signal.h>
+
+#include <chrono>
+#include <mutex>
+
+#include "platform/platform.h"
+
+namespace tesslin::platform {
+
+// ---- The library mutex ------------------------------------------------
+// One process-wide timed mutex stands for the named mutex "Tesslin_mutex";
+// on Linux one loaded copy of the library serves the process.
+
+namespace {
+std::timed_mutex& library_mutex() {
+    static std::timed_mutex m;
+    return m;
+}
+thread_local bool t_holds_mutex = false;
+}  // namespace
+
+int32_t mutex_lock() {
+    if (!library_mutex().try_lock_for(std::chrono::milliseconds(5000))) return -1;
+    t_holds_mutex = true;
+    return 0;
+}
+
+int32_t mutex_unlock() {
+    if (!t_holds_mutex) return -1;
+    t_holds_mutex = false;
+    library_mutex().unlock();
+    return 0;
+}
+
+// ---- Fault containment ------------------------------------------------
+// While at least one guarded call runs, SIGSEGV and SIGBUS go to our handler.
+// A fault on a thread that is inside a guarded call jumps back to that call;
+// any other fault is passed to the handler that was installed before ours.
+
+namespace {
+
+__attribute__((tls_model("initial-exec"))) thread_local sigjmp_buf* t_fault_jump = nullptr;
+
+std::mutex g_guard_lock;
+int g_guard_users = 0;
+struct sigaction g_previous_segv;
+struct sigaction g_previous_bus;
+
+void forward(int sig, siginfo_t* info, void* context) {
+    struct sigaction* previous = sig == SIGSEGV ? &g_previous_segv : &g_previous_bus;
+    if (previous->sa_flags & SA_SIGINFO) {
+        if (previous->sa_sigaction) {
+            previous->sa_sigaction(sig, info, context);
+            return;
+        }
+    } else if (previous->sa_handler != SIG_DFL && previous->sa_handler != SIG_IGN) {
+        previous->sa_handler(sig);
+        return;
+    }
+    // Default action: restore it and return; the faulting instruction runs
+    // again and the process ends as it would have without us.
+    signal(sig, SIG_DFL);
+}
+
+void on_fault(int sig, siginfo_t* info, void* context) {
+    sigjmp_buf* jump = t_fault_jump;
+    if (jump) siglongjmp(*jump, 1);
+    forward(sig, info, context);
+}
+
+void enter_guard() {
+    std::lock_guard<std::mutex> hold(g_guard_lock);
+    if (g_guard_users++ == 0) {
+        struct sigaction action = {};
+        action.sa_sigaction = on_fault;
+        action.sa_flags = SA_SIGINFO | SA_NODEFER;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGSEGV, &action, &g_previous_segv);
+        sigaction(SIGBUS, &action, &g_previous_bus);
+    }
+}
+
+void leave_guard() {
+    std::lock_guard<std::mutex> hold(g_guard_lock);
+    if (--g_guard_users == 0) {
+        sigaction(SIGSEGV, &g_previous_segv, nullptr);
+        sigaction(SIGBUS, &g_previous_bus, nullptr);
+    }
+}
+
+}  // namespace
+
+int64_t run_guarded(int64_t (*fn)(void*), void* context, int64_t fault_result) {
+    enter_guard();
+    sigjmp_buf jump;
+    sigjmp_buf* const outer = t_fault_jump;
+    if (sigsetjmp(jump, 1) != 0) {
+        t_fault_jump = outer;
+        leave_guard();
+        return fault_result;
+    }
+    t_fault_jump = &jump;
+    int64_t result = fn(context);
+    t_fault_jump = outer;
+    leave_guard();
+    return result;
+}
+
+}  // namespace tesslin::platform

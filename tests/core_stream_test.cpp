@@ -1,0 +1,332 @@
+// Byte streams over files, memory blocks and hooks; the scrambling key; fault
+// containment; the buffered reader and writer codecs use.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/io.h"
+#include "core/stream.h"
+#include "platform/platform.h"
+#include "test_util.h"
+
+using namespace tesslin;
+
+namespace {
+
+// Leaves hooks and key as the library starts, whatever a test did.
+class Streams : public ::testing::Test {
+protected:
+    void TearDown() override {
+        IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+        IMG_set_encrypt(0, 0);
+    }
+};
+
+std::vector<uint8_t> pattern(size_t n) {
+    std::vector<uint8_t> v(n);
+    std::iota(v.begin(), v.end(), uint8_t(1));
+    return v;
+}
+
+std::string temp_path(const char* name) {
+    const char* dir = getenv("TMPDIR");
+    return std::string(dir && *dir ? dir : "/tmp") + "/" + name + std::to_string(getpid());
+}
+
+int32_t g_hook_reads = 0;
+int32_t counting_read(int32_t, void* buffer, uint32_t count) {
+    ++g_hook_reads;
+    std::memset(buffer, 0x42, count);
+    return static_cast<int32_t>(count);
+}
+
+__attribute__((no_sanitize("undefined"))) int32_t faulting_read(int32_t, void*, uint32_t) {
+    volatile int* nothing = nullptr;
+    return *nothing;
+}
+
+int32_t faulting_write(int32_t, const void*, uint32_t) {
+    raise(SIGBUS);
+    return 0;
+}
+
+}  // namespace
+
+TEST_F(Streams, MemoryWriteStopsAtTheEndOfTheBlock) {
+    for (int key_on : {0, 1}) {
+        SCOPED_TRACE(key_on);
+        IMG_set_encrypt(key_on, 0x01020304);
+        auto* block = static_cast<uint8_t*>(tesslin_block_alloc(140));
+        int32_t s = stream::mem_create(block);
+        ASSERT_LT(s, 0) << "memory streams never look like descriptors";
+        ASSERT_EQ(stream::seek(s, 100, 0), 100);
+        std::vector<uint8_t> data = pattern(100), copy = data;
+        EXPECT_EQ(stream::write(s, data.data(), 100), 40);
+        EXPECT_EQ(data, copy) << "the caller's bytes are unchanged";
+        EXPECT_EQ(stream::seek(s, 0, 1), 140);
+        EXPECT_EQ(stream::length(s), 140);
+        EXPECT_EQ(block[100], key_on ? (1 ^ 10) : 1);
+        // Reading back through the stream undoes the key.
+        std::vector<uint8_t> back(40);
+        stream::seek(s, 100, 0);
+        EXPECT_EQ(stream::read(s, back.data(), 100), 40);
+        EXPECT_TRUE(std::equal(back.begin(), back.end(), data.begin()));
+        stream::mem_release(s);
+        tesslin_block_free(block);
+    }
+}
+
+TEST_F(Streams, MemoryReadsEndAtTheSizeAndSeeksAreNotClamped) {
+    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(10));
+    std::memset(block, 7, 10);
+    int32_t s = stream::mem_create(block);
+    uint8_t buf[32];
+    EXPECT_EQ(stream::read(s, buf, 32), 10);
+    EXPECT_EQ(stream::read(s, buf, 32), 0);
+    EXPECT_EQ(stream::seek(s, 10, 2), 20);
+    EXPECT_EQ(stream::read(s, buf, 1), 0);
+    EXPECT_EQ(stream::seek(s, -15, 1), 5);
+    EXPECT_EQ(stream::read(s, buf, 32), 5);
+    EXPECT_EQ(stream::capacity(s), 10);
+    stream::mem_release(s);
+    EXPECT_FALSE(stream::is_memory(s)) << "a released handle is gone";
+    EXPECT_EQ(stream::read(s, buf, 1), 0);
+    tesslin_block_free(block);
+}
+
+TEST_F(Streams, HandleZeroIsNothing) {
+    uint8_t buf[4];
+    EXPECT_EQ(stream::read(0, buf, 4), 0);
+    EXPECT_EQ(stream::write(0, buf, 4), 0);
+    EXPECT_EQ(stream::seek(0, 5, 0), 0);
+    EXPECT_EQ(stream::length(0), 0);
+}
+
+TEST_F(Streams, FileLengthKeepsThePosition) {
+    std::string path = temp_path("len");
+    int32_t fd = platform::file_open(path.c_str(), 2);
+    ASSERT_GT(fd, 0);
+    std::vector<uint8_t> data = pattern(1000);
+    ASSERT_EQ(stream::write(fd, data.data(), 1000), 1000);
+    ASSERT_EQ(stream::seek(fd, 200, 0), 200);
+    EXPECT_EQ(stream::length(fd), 1000);
+    EXPECT_EQ(stream::seek(fd, 0, 1), 200);
+    EXPECT_EQ(stream::capacity(fd), 1000);
+    platform::file_close(fd);
+    EXPECT_GE(platform::file_open(path.c_str(), 3), 0);
+    EXPECT_EQ(platform::file_delete(path.c_str()), 0);
+    EXPECT_EQ(platform::file_open(path.c_str(), 3), -1);
+    EXPECT_EQ(platform::file_open(path.c_str(), 0), -1);
+}
+
+TEST_F(Streams, KeyScramblesFilesBothWays) {
+    std::string path = temp_path("key");
+    IMG_set_encrypt(1, 0x30);
+    int32_t fd = platform::file_open(path.c_str(), 2);
+    std::vector<uint8_t> data = pattern(20000), copy = data;
+    ASSERT_EQ(stream::write(fd, data.data(), 20000), 20000);
+    EXPECT_EQ(data, copy);
+    stream::seek(fd, 0, 0);
+    std::vector<uint8_t> back(20000);
+    ASSERT_EQ(stream::read(fd, back.data(), 20000), 20000);
+    EXPECT_EQ(back, data);
+    IMG_set_encrypt(0, 0x30);
+    stream::seek(fd, 0, 0);
+    ASSERT_EQ(stream::read(fd, back.data(), 1), 1);
+    EXPECT_EQ(back[0], 1 ^ 0x30);
+    platform::file_close(fd);
+    platform::file_delete(path.c_str());
+}
+
+TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {
+    auto key_byte = [](int32_t key) {
+        IMG_set_encrypt(1, key);
+        uint8_t zero = 0;
+        auto* block = static_cast<uint8_t*>(tesslin_block_alloc(1));
+        int32_t s = stream::mem_create(block);
+        stream::write(s, &zero, 1);
+        stream::mem_release(s);
+        uint8_t k = block[0];
+        tesslin_block_free(block);
+        return k;
+    };
+    EXPECT_EQ(key_byte(0x01020304), 10);
+    EXPECT_EQ(key_byte(0x000000FF), 0xFF);
+    EXPECT_EQ(key_byte(0x00000080 | 0x8000), 0x9D) << "sum 256";
+    EXPECT_EQ(key_byte(static_cast<int32_t>(0x80808080)), 0x9D) << "sum 512";
+    EXPECT_EQ(key_byte(0x00FFFF02), 0x9D) << "sum 512 again";
+    EXPECT_EQ(key_byte(0), 0x9D);
+}
+
+TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
+    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(16));
+    std::memset(block, 1, 16);
+    int32_t s = stream::mem_create(block);
+    IMGLOW_set_fileio(counting_read, nullptr, nullptr);
+    IMG_set_encrypt(1, 5);
+    g_hook_reads = 0;
+    uint8_t buf[8];
+    EXPECT_EQ(stream::read(12345, buf, 8), 8);
+    EXPECT_EQ(buf[0], 0x42) << "no key on hooked reads";
+    EXPECT_EQ(g_hook_reads, 1);
+    EXPECT_EQ(stream::seek(s, 3, 0), 3) << "seeks still reach the memory stream";
+    EXPECT_EQ(stream::write(s, buf, 1), 1);
+    EXPECT_EQ(block[3], 0x42 ^ 5);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+}
+
+TEST_F(Streams, FaultsInHooksBecomeStatus38) {
+    IMGLOW_set_fileio(faulting_read, faulting_write, nullptr);
+    uint8_t buf[4];
+    EXPECT_EQ(stream::read(1, buf, 4), IMG_ERR_STREAM_FAULT);
+    EXPECT_EQ(stream::write(1, buf, 4), IMG_ERR_STREAM_FAULT);
+    // Concurrent faults on several threads each come back to their own call.
+    std::vector<std::thread> threads;
+    std::atomic<int> right{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            uint8_t b[4];
+            for (int i = 0; i < 50; ++i)
+                if (stream::read(1, b, 4) == IMG_ERR_STREAM_FAULT) right++;
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(right.load(), 200);
+}
+
+TEST_F(Streams, ForeignMemoryThatEndsEarlyFaultsCleanly) {
+    // One readable page followed by an inaccessible one.
+    long page = sysconf(_SC_PAGESIZE);
+    auto* map = static_cast<uint8_t*>(
+        mmap(nullptr, size_t(page) * 2, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(map, MAP_FAILED);
+    ASSERT_EQ(mprotect(map + page, size_t(page), PROT_NONE), 0);
+    std::memset(map, 3, size_t(page));
+    int32_t s = stream::mem_create(map);
+    EXPECT_EQ(stream::capacity(s), int64_t(stream::kForeignSize));
+    std::vector<uint8_t> buf(size_t(page) * 2);
+    EXPECT_EQ(stream::read(s, buf.data(), uint32_t(page) / 2), page / 2);
+    EXPECT_EQ(stream::read(s, buf.data(), uint32_t(page)), IMG_ERR_STREAM_FAULT);
+    stream::seek(s, 0, 0);
+    EXPECT_EQ(stream::write(s, buf.data(), uint32_t(page) + 1), IMG_ERR_STREAM_FAULT);
+    stream::mem_release(s);
+    munmap(map, size_t(page) * 2);
+}
+
+namespace {
+void marker_handler(int) {}
+}  // namespace
+
+TEST_F(Streams, FaultGuardRestoresTheHandlersItFound) {
+    struct sigaction mine = {}, old_segv = {}, now = {};
+    mine.sa_handler = marker_handler;
+    sigemptyset(&mine.sa_mask);
+    ASSERT_EQ(sigaction(SIGSEGV, &mine, &old_segv), 0);
+    IMGLOW_set_fileio(faulting_read, nullptr, nullptr);
+    uint8_t buf[4];
+    EXPECT_EQ(stream::read(1, buf, 4), IMG_ERR_STREAM_FAULT);
+    ASSERT_EQ(sigaction(SIGSEGV, nullptr, &now), 0);
+    EXPECT_EQ(now.sa_handler, marker_handler);
+    sigaction(SIGSEGV, &old_segv, nullptr);
+}
+
+TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
+    std::vector<uint8_t> data = pattern(70000);
+    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(70000));
+    std::memcpy(block, data.data(), 70000);
+    int32_t s = stream::mem_create(block);
+    {
+        StreamReader in(s);
+        EXPECT_EQ(in.u8(), 1);
+        EXPECT_EQ(in.le16(), 0x0302);
+        EXPECT_EQ(in.be32(), 0x04050607u);
+        EXPECT_EQ(in.tell(), 7u);
+        std::vector<uint8_t> big(40000);
+        ASSERT_TRUE(in.read(big.data(), 40000));
+        EXPECT_TRUE(std::equal(big.begin(), big.end(), data.begin() + 7));
+        ASSERT_TRUE(in.seek(69990));
+        uint8_t tail[20];
+        EXPECT_FALSE(in.read(tail, 20));
+        EXPECT_EQ(in.status(), IMG_ERR_READ);
+        EXPECT_EQ(tail[9], data[69999]);
+    }
+    {
+        stream::seek(s, 100, 0);
+        StreamReader in(s);  // starts where the stream stands
+        EXPECT_EQ(in.tell(), 100u);
+        EXPECT_EQ(in.u8(), data[100]);
+        ASSERT_TRUE(in.seek(50));
+        EXPECT_EQ(in.u8(), data[50]);
+        ASSERT_TRUE(in.skip(69948));
+        EXPECT_EQ(in.tell(), 69999u);
+        EXPECT_EQ(in.byte_or_eof(), data[69999]);
+        EXPECT_EQ(in.byte_or_eof(), -1);
+        EXPECT_TRUE(in.ok());
+        EXPECT_EQ(in.le32(), 0u);
+        EXPECT_EQ(in.status(), IMG_ERR_READ);
+    }
+    stream::mem_release(s);
+    tesslin_block_free(block);
+}
+
+TEST_F(Streams, WriterReportsShortWrites) {
+    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(100));
+    int32_t s = stream::mem_create(block);
+    StreamWriter out(s, 64);
+    std::vector<uint8_t> data = pattern(90);
+    EXPECT_TRUE(out.write(data.data(), 90));
+    EXPECT_TRUE(out.be32(0x01020304));
+    EXPECT_TRUE(out.flush());
+    EXPECT_EQ(block[90], 1);
+    EXPECT_EQ(block[93], 4);
+    EXPECT_TRUE(out.le32(5));
+    EXPECT_TRUE(out.le32(6));
+    EXPECT_FALSE(out.flush());
+    EXPECT_EQ(out.status(), IMG_ERR_WRITE);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+}
+
+TEST(Platform, TemporaryFilesAreMadeWithThePrefix) {
+    char name[260];
+    int32_t fd = platform::temp_file(name, 0);
+    ASSERT_GT(fd, 0);
+    std::string n(name);
+    EXPECT_NE(n.find("/img"), std::string::npos);
+    platform::file_close(fd);
+    int32_t again = platform::temp_file(name, 1);
+    EXPECT_GT(again, 0);
+    platform::file_close(again);
+    platform::file_delete(name);
+    EXPECT_EQ(platform::temp_file(name, 7), -1);
+}
+
+TEST(Platform, BlocksKnowTheirSizeAndForeignAddressesAreLeftAlone) {
+    void* a = tesslin_block_alloc(123);
+    EXPECT_EQ(tesslin_block_size(a), 123);
+    int on_stack = 0;
+    EXPECT_EQ(tesslin_block_size(&on_stack), -1);
+    tesslin_block_free(&on_stack);  // ignored
+    void* b = tesslin_block_realloc(a, 100000);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(tesslin_block_size(b), 100000);
+    EXPECT_EQ(tesslin_block_realloc(&on_stack, 10), nullptr);
+    tesslin_block_free(b);
+    EXPECT_EQ(tesslin_block_size(b), -1);
+}
+
+TEST(Platform, LibraryMutexIsExclusiveAndTimed) {
+    ASSERT_EQ(platform::mutex_lock(), 0);
+    int32_t other = 1;
+    std::thread t([&] { other = platform::mutex_unlock(); });
+    t.join();
+    EXPECT_EQ(other, -1) << "only the holder unlocks";
+    EXPECT_EQ(platform::mutex_unlock(), 0);
+}
