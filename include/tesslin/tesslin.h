@@ -205,6 +205,24 @@ TESSLIN_API int32_t IMG_set_encrypt(int32_t flag, int32_t key);
  * a negative result stops the operation with that status. */
 typedef int32_t (*IMG_STATUS_CALLBACK)(intptr_t user, int32_t total_rows, int32_t row,
                                        uint32_t row_bytes);
+/* Decoding: a decoder announces the image once through the header callback
+ * (40-byte info header followed by its palette; a negative result ends the
+ * decode with that status), then delivers every row through the raster
+ * callback with (row, user, row number with 0 = top, byte count). A byte
+ * count equal to the packed row size means a packed row; any other count
+ * marks a bilevel run record whose first word is its length. The row buffer
+ * belongs to the decoder; the callback may change it in place. A negative
+ * result ends the decode with that status. */
+typedef int32_t (*IMG_HEADER_CALLBACK)(const IMG_BITMAPINFOHEADER *header, intptr_t user);
+typedef int32_t (*IMG_RASTER_CALLBACK)(uint8_t *row, intptr_t user, int32_t row_number,
+                                       uint32_t byte_count);
+/* Saving: an encoder asks for row `row` (0 = top) with the byte count it
+ * wants. Packed supply: fills byte_count bytes and returns 0. Run supply:
+ * returns the byte length of a run record written into the buffer (first
+ * word 0), or 0 when it wrote a packed 1-bit row instead. Negative results
+ * end the save with that status. */
+typedef int32_t (*IMG_SUPPLY_CALLBACK)(intptr_t user, uint8_t *buffer, int32_t row,
+                                       uint32_t byte_count);
 /* Called by the display operations before drawing; a result below 1
  * cancels the drawing and is returned. */
 typedef int32_t (*IMG_DISPLAY_CALLBACK)(const IMG_BITMAPINFOHEADER *header, intptr_t user);
