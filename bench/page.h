@@ -17,7 +17,7 @@ struct Page {
 };
 
 inline Page letter_page() {
-    std::string path = std::string(TESSLIN_TEST_DATA) + "/text-page-1700x2200.pbm";
+    std::string path = std::string(TESSLIN_TEST_DATA) + "/corpus/refs/3d67d77b51bcb234.pbm";
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) {
         std::fprintf(stderr, "missing %s\n", path.c_str());
