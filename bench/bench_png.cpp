@@ -1,0 +1,273 @@
+// PNG decode and encode of a large RGB page beside libpng (with zlib) in the
+// same run. The page is the corpus photograph enlarged to 2,550 x 3,300 with
+// bilinear interpolation and a little deterministic noise, so that it
+// compresses like a scan rather than like a flat drawing.
+//
+//   BM_Decode/ours, BM_Decode/libpng: the file libpng writes with its
+//     default settings (adaptive filters), decoded row by row.
+//   BM_DecodeUnfiltered/...: the file our writer makes (filter None).
+//   BM_Encode/ours, BM_Encode/libpng: the page encoded with each library's
+//     defaults; BM_Encode/libpng_none also uses filter None, as ours does.
+#include <benchmark/benchmark.h>
+#include <png.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/dib.h"
+#include "core/stream.h"
+#include "formats/png/png.h"
+
+using namespace tesslin;
+
+namespace {
+
+constexpr uint32_t kWidth = 2550, kHeight = 3300;
+
+struct Page {
+    std::vector<uint8_t> rgb;          // top row first, red green blue
+    std::vector<uint8_t> bgr_rows;     // DIB rows (blue green red, padded)
+    uint32_t dib_row = 0;
+    std::vector<uint8_t> libpng_file;  // written by libpng, default settings
+    std::vector<uint8_t> our_file;     // written by our encoder
+};
+
+struct Source {
+    std::vector<uint8_t> rgb;
+    uint32_t w = 0, h = 0;
+};
+
+int32_t keep_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
+    auto* s = reinterpret_cast<Source*>(user);
+    s->w = uint32_t(h->biWidth);
+    s->h = uint32_t(h->biHeight);
+    s->rgb.assign(size_t(s->w) * s->h * 3, 0);
+    return 1;
+}
+
+int32_t keep_row(uint8_t* row, intptr_t user, int32_t y, uint32_t) {
+    auto* s = reinterpret_cast<Source*>(user);
+    uint8_t* d = s->rgb.data() + size_t(y) * s->w * 3;
+    for (uint32_t x = 0; x < s->w; ++x) {
+        d[3 * x] = row[3 * x + 2];
+        d[3 * x + 1] = row[3 * x + 1];
+        d[3 * x + 2] = row[3 * x];
+    }
+    return 0;
+}
+
+std::vector<uint8_t> read_all(const std::string& path) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) {
+        std::fprintf(stderr, "missing %s\n", path.c_str());
+        std::exit(1);
+    }
+    std::vector<uint8_t> v;
+    uint8_t buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) v.insert(v.end(), buf, buf + n);
+    std::fclose(f);
+    return v;
+}
+
+void libpng_write_data(png_structp png, png_bytep data, png_size_t n) {
+    auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
+    out->insert(out->end(), data, data + n);
+}
+void libpng_flush(png_structp) {}
+
+std::vector<uint8_t> libpng_encode(const std::vector<uint8_t>& rgb, bool filter_none) {
+    std::vector<uint8_t> out;
+    out.reserve(rgb.size());
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png))) std::abort();
+    png_set_write_fn(png, &out, libpng_write_data, libpng_flush);
+    png_set_IHDR(png, info, kWidth, kHeight, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    if (filter_none) {
+        png_set_filter(png, 0, PNG_FILTER_NONE);
+        png_set_compression_strategy(png, 1);  // filtered, as our writer
+    }
+    png_write_info(png, info);
+    for (uint32_t y = 0; y < kHeight; ++y)
+        png_write_row(png, const_cast<png_bytep>(rgb.data() + size_t(y) * kWidth * 3));
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return out;
+}
+
+struct SupplyCtx {
+    const Page* page;
+};
+
+int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
+    const Page* p = reinterpret_cast<SupplyCtx*>(user)->page;
+    std::memcpy(buffer, p->bgr_rows.data() + size_t(row) * p->dib_row, bytes);
+    return 0;
+}
+
+std::vector<uint8_t> our_encode(const Page& p, std::vector<uint8_t>& buffer) {
+    DibHeader h{};
+    h.biSize = 40;
+    h.biWidth = kWidth;
+    h.biHeight = kHeight;
+    h.biPlanes = 1;
+    h.biBitCount = 24;
+    h.biSizeImage = p.dib_row * kHeight;
+    const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
+    SupplyCtx ctx{&p};
+    if (png_encode(s, &h, supply_row, reinterpret_cast<intptr_t>(&ctx), 0) != 0) std::abort();
+    const int32_t end = stream::seek(s, 0, 1);
+    stream::mem_release(s);
+    return std::vector<uint8_t>(buffer.begin(), buffer.begin() + end);
+}
+
+const Page& page() {
+    static Page p = [] {
+        Page pg;
+        // The corpus photograph through our own reader.
+        const auto file = read_all(std::string(TESSLIN_TEST_DATA) + "/corpus/png/rgb.png");
+        Source src;
+        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+        if (png_decode(0, keep_row, reinterpret_cast<intptr_t>(&src), keep_header, s) != 0) std::abort();
+        stream::mem_release(s);
+        pg.rgb.resize(size_t(kWidth) * kHeight * 3);
+        uint32_t noise = 12345;
+        for (uint32_t y = 0; y < kHeight; ++y) {
+            const double fy = double(y) * (src.h - 1) / (kHeight - 1);
+            const uint32_t y0 = uint32_t(fy), y1 = y0 + 1 < src.h ? y0 + 1 : y0;
+            const double wy = fy - y0;
+            for (uint32_t x = 0; x < kWidth; ++x) {
+                const double fx = double(x) * (src.w - 1) / (kWidth - 1);
+                const uint32_t x0 = uint32_t(fx), x1 = x0 + 1 < src.w ? x0 + 1 : x0;
+                const double wx = fx - x0;
+                for (int c = 0; c < 3; ++c) {
+                    auto at = [&](uint32_t xx, uint32_t yy) { return double(src.rgb[(size_t(yy) * src.w + xx) * 3 + c]); };
+                    const double v = (at(x0, y0) * (1 - wx) + at(x1, y0) * wx) * (1 - wy) +
+                                     (at(x0, y1) * (1 - wx) + at(x1, y1) * wx) * wy;
+                    noise = noise * 1103515245u + 12345u;
+                    int n = int(v + 0.5) + int((noise >> 16) % 5) - 2;
+                    pg.rgb[(size_t(y) * kWidth + x) * 3 + c] = uint8_t(n < 0 ? 0 : n > 255 ? 255 : n);
+                }
+            }
+        }
+        pg.dib_row = row_bytes(kWidth, 24);
+        pg.bgr_rows.assign(size_t(pg.dib_row) * kHeight, 0);
+        for (uint32_t y = 0; y < kHeight; ++y)
+            for (uint32_t x = 0; x < kWidth; ++x)
+                for (int c = 0; c < 3; ++c)
+                    pg.bgr_rows[size_t(y) * pg.dib_row + x * 3 + c] = pg.rgb[(size_t(y) * kWidth + x) * 3 + 2 - c];
+        pg.libpng_file = libpng_encode(pg.rgb, false);
+        std::vector<uint8_t> buffer(pg.rgb.size() * 2);
+        pg.our_file = our_encode(pg, buffer);
+        return pg;
+    }();
+    return p;
+}
+
+// --- decoding ---------------------------------------------------------------
+
+struct Sink {
+    std::vector<uint8_t> row;
+    uint64_t sum = 0;
+};
+
+int32_t sink_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
+int32_t sink_row(uint8_t* row, intptr_t user, int32_t, uint32_t bytes) {
+    auto* s = reinterpret_cast<Sink*>(user);
+    std::memcpy(s->row.data(), row, bytes);
+    s->sum += s->row[bytes / 2];
+    return 0;
+}
+
+void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file) {
+    Sink sink;
+    sink.row.resize(row_bytes(kWidth, 24));
+    for (auto _ : state) {
+        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+        if (png_decode(0, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header, s) != 0) std::abort();
+        stream::mem_release(s);
+    }
+    benchmark::DoNotOptimize(sink.sum);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
+}
+
+struct MemRead {
+    const std::vector<uint8_t>* file;
+    size_t pos;
+};
+void libpng_read_data(png_structp png, png_bytep out, png_size_t n) {
+    auto* m = static_cast<MemRead*>(png_get_io_ptr(png));
+    if (m->pos + n > m->file->size()) png_error(png, "short");
+    std::memcpy(out, m->file->data() + m->pos, n);
+    m->pos += n;
+}
+
+void decode_libpng(benchmark::State& state, const std::vector<uint8_t>& file) {
+    std::vector<uint8_t> row(size_t(kWidth) * 3);
+    uint64_t sum = 0;
+    for (auto _ : state) {
+        MemRead m{&file, 0};
+        png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+        png_infop info = png_create_info_struct(png);
+        if (setjmp(png_jmpbuf(png))) std::abort();
+        png_set_read_fn(png, &m, libpng_read_data);
+        png_read_info(png, info);
+        png_set_bgr(png);  // the same byte order as our rows
+        for (uint32_t y = 0; y < png_get_image_height(png, info); ++y) {
+            png_read_row(png, row.data(), nullptr);
+            sum += row[row.size() / 2];
+        }
+        png_read_end(png, nullptr);
+        png_destroy_read_struct(&png, &info, nullptr);
+    }
+    benchmark::DoNotOptimize(sum);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
+}
+
+void BM_Decode_ours(benchmark::State& state) { decode_ours(state, page().libpng_file); }
+void BM_Decode_libpng(benchmark::State& state) { decode_libpng(state, page().libpng_file); }
+void BM_DecodeUnfiltered_ours(benchmark::State& state) { decode_ours(state, page().our_file); }
+void BM_DecodeUnfiltered_libpng(benchmark::State& state) { decode_libpng(state, page().our_file); }
+
+// --- encoding ---------------------------------------------------------------
+
+void BM_Encode_ours(benchmark::State& state) {
+    const Page& p = page();
+    std::vector<uint8_t> buffer(p.rgb.size() * 2);
+    size_t size = 0;
+    for (auto _ : state) size = our_encode(p, buffer).size();
+    state.counters["bytes_out"] = double(size);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
+}
+
+void BM_Encode_libpng(benchmark::State& state) {
+    const Page& p = page();
+    size_t size = 0;
+    for (auto _ : state) size = libpng_encode(p.rgb, false).size();
+    state.counters["bytes_out"] = double(size);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
+}
+
+void BM_Encode_libpng_none(benchmark::State& state) {
+    const Page& p = page();
+    size_t size = 0;
+    for (auto _ : state) size = libpng_encode(p.rgb, true).size();
+    state.counters["bytes_out"] = double(size);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
+}
+
+}  // namespace
+
+BENCHMARK(BM_Decode_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Decode_libpng)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodeUnfiltered_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodeUnfiltered_libpng)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Encode_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Encode_libpng)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Encode_libpng_none)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+BENCHMARK_MAIN();
