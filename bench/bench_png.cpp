@@ -244,21 +244,16 @@ void BM_Encode_ours(benchmark::State& state) {
     state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
 }
 
-void BM_Encode_libpng(benchmark::State& state) {
+void encode_libpng(benchmark::State& state, bool filter_none) {
     const Page& p = page();
     size_t size = 0;
-    for (auto _ : state) size = libpng_encode(p.rgb, false).size();
+    for (auto _ : state) size = libpng_encode(p.rgb, filter_none).size();
     state.counters["bytes_out"] = double(size);
     state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
 }
 
-void BM_Encode_libpng_none(benchmark::State& state) {
-    const Page& p = page();
-    size_t size = 0;
-    for (auto _ : state) size = libpng_encode(p.rgb, true).size();
-    state.counters["bytes_out"] = double(size);
-    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
-}
+void BM_Encode_libpng(benchmark::State& state) { encode_libpng(state, false); }
+void BM_Encode_libpng_none(benchmark::State& state) { encode_libpng(state, true); }
 
 }  // namespace
 

@@ -15,14 +15,18 @@ namespace {
 
 constexpr uint32_t kIdatBuffer = 8192;
 
+// Eight tables: t[0] is the byte-wise table, t[k][i] the CRC of byte i
+// followed by k zero bytes, so that eight bytes are folded per step.
 struct CrcTable {
-    uint32_t t[256];
+    uint32_t t[8][256];
     CrcTable() {
         for (uint32_t n = 0; n < 256; ++n) {
             uint32_t c = n;
             for (int k = 0; k < 8; ++k) c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-            t[n] = c;
+            t[0][n] = c;
         }
+        for (uint32_t n = 0; n < 256; ++n)
+            for (int k = 1; k < 8; ++k) t[k][n] = t[0][t[k - 1][n] & 0xFF] ^ (t[k - 1][n] >> 8);
     }
 };
 
@@ -68,9 +72,14 @@ struct Deflater {
 }  // namespace
 
 uint32_t png_crc(const uint8_t* data, size_t size, uint32_t crc) {
-    const uint32_t* t = crc_table().t;
+    const auto& t = crc_table().t;
     crc = ~crc;
-    for (size_t i = 0; i < size; ++i) crc = t[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
+    for (; size >= 8; size -= 8, data += 8) {
+        const uint32_t lo = load_le32(data) ^ crc, hi = load_le32(data + 4);
+        crc = t[7][lo & 0xFF] ^ t[6][(lo >> 8) & 0xFF] ^ t[5][(lo >> 16) & 0xFF] ^ t[4][lo >> 24] ^
+              t[3][hi & 0xFF] ^ t[2][(hi >> 8) & 0xFF] ^ t[1][(hi >> 16) & 0xFF] ^ t[0][hi >> 24];
+    }
+    for (; size; --size) crc = t[0][(crc ^ *data++) & 0xFF] ^ (crc >> 8);
     return ~crc;
 }
 
@@ -159,9 +168,17 @@ int32_t png_encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK 
         if (s < 0) return s;
         row[0] = 0;  // filter None
         if (bits == 24) {
-            for (uint32_t x = 0; x < width; ++x) std::swap(pixels[3 * x], pixels[3 * x + 2]);
+            for (uint8_t *p = pixels, *end = pixels + size_t(width) * 3; p < end; p += 3) {
+                const uint8_t b = p[0];
+                p[0] = p[2];
+                p[2] = b;
+            }
         } else if (bits == 32) {
-            for (uint32_t x = 0; x < width; ++x) std::swap(pixels[4 * x], pixels[4 * x + 2]);
+            for (uint8_t *p = pixels, *end = pixels + size_t(width) * 4; p < end; p += 4) {
+                const uint8_t b = p[0];
+                p[0] = p[2];
+                p[2] = b;
+            }
         } else if (bits == 16) {
             for (uint32_t x = 0; x < width; ++x) std::swap(pixels[2 * x], pixels[2 * x + 1]);
         }
