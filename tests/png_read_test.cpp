@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <thread>
 
 #include "png_helpers.h"
 #include "test_util.h"
@@ -342,4 +343,25 @@ TEST(PngReader, DeclaredSizesBeyondTheDataAreRefusedBeforeTheHeader) {
     const auto d = decode(file);
     EXPECT_EQ(d.status, IMG_ERR_READ);
     EXPECT_TRUE(d.header.empty());
+}
+
+TEST(PngReader, FilesDecodeOnSeveralThreadsWithTheSameResults) {
+    const auto names = suite_files(false);
+    std::vector<std::vector<uint8_t>> files;
+    std::vector<Decoded> alone;
+    for (const auto& n : names) {
+        files.push_back(read_file(kSuite + "/" + n));
+        alone.push_back(decode(files.back()));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (size_t i = size_t(t); i < files.size(); i += 2) {
+                const Decoded d = decode(files[i]);
+                mismatches[size_t(t)] += d.status != alone[i].status || d.rows != alone[i].rows;
+            }
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
