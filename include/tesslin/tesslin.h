@@ -278,6 +278,159 @@ TESSLIN_API int32_t IMG_ifl_version(int32_t *major, int32_t *minor);
 /* Accepted for compatibility; does nothing. */
 TESSLIN_API int32_t IMG_set_profile(intptr_t a, intptr_t b);
 
+/* ------------------------------------------------------------------ */
+/* Format detection and queries                                         */
+/* ------------------------------------------------------------------ */
+
+/* Format codes name a format and compression variant (docs/decoding.md has
+ * the table): 0 TIFF, 1 BMP, 12 run-length BMP, 13 JPEG, 43 PNG, 48 bare
+ * DIB, 59 PDF and so on. Detection looks only at the data, never at a file
+ * name; each signature test runs only while its format's detection switch
+ * is on (IMGLOW_set_auto_detect). */
+
+/* Format code of a file, an open stream or a memory block. The _fd variant
+ * detects from offset 0 and puts the stream back where it was, except that
+ * TIFF, BMP and GIF files are then read from that position to tell their
+ * variants apart (compression of the first TIFF directory, BMP compressed or
+ * not, GIF interlaced or not) and the stream is left where that reading
+ * ended. -7 for data no test recognises (also for fewer than 10 bytes) and,
+ * in the memory variant, for JBIG, JBIG2, JPEG 2000, COD, CIM and CIF data;
+ * -2 when the file cannot be opened; -3 or -12 for a GIF whose blocks end
+ * early or whose header is short. Reads the detection switches. */
+TESSLIN_API int32_t IMGLOW_get_filetype(const char *file);
+TESSLIN_API int32_t IMGLOW_get_filetype_fd(int32_t stream);
+TESSLIN_API int32_t IMGLOW_get_filetype_mem(const void *block);
+
+/* Number of pages (or images) of a multi-page file: TIFF directories, PDF
+ * and PCL pages through the plug-in modules, and each format's own count as
+ * its reader provides one; 1 for every other file, also when no format is
+ * recognised. For PDF files the file-name module (apdfmod) is asked first;
+ * when it is absent the stream module (pdfmod) answers, and its failure
+ * counts as 0 pages (the _mem variant returns the module's status as it is:
+ * -36 when absent). -2 when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_get_pages(const char *file);
+TESSLIN_API int32_t IMGLOW_get_pages_fd(int32_t stream);
+TESSLIN_API int32_t IMGLOW_get_pages_mem(const void *block);
+
+/* Header-only decode of the first image: copies the 40-byte header the
+ * decoder announces (width, height, bit count, compression, resolution in
+ * dots per inch) into *record. 0, or the decoder's failure; -7 for an
+ * unknown format, -2 when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_get_fileinfo(const char *file, IMG_BITMAPINFOHEADER *record);
+TESSLIN_API int32_t IMGLOW_get_fileinfo_fd(int32_t stream, IMG_BITMAPINFOHEADER *record);
+
+/* Orientation in degrees (0, 90, 180, 270) recorded in the file: TIFF
+ * orientation tag (1 -> 0, 6 -> 90, 3 -> 180, 8 -> 270, other values as
+ * they are), Photo CD and CALS header fields. -7 for formats that record
+ * none, -2 when the file cannot be opened, -11 for a TIFF page that does not
+ * exist. The page is used for TIFF (and MO:DCA) files only. */
+TESSLIN_API int32_t IMGLOW_get_image_orientation(const char *file);
+TESSLIN_API int32_t IMGLOW_get_image_orientation_page(const char *file, int32_t page);
+
+/* ------------------------------------------------------------------ */
+/* Decoding                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Low-level decode with the caller's callbacks (see IMG_HEADER_CALLBACK):
+ * detects the format of the image at `offset` of the stream and runs its
+ * decoder. `page` 0 decodes the first image; otherwise bits 0-15 are the
+ * page and the bits above a tile index, handed to the decoder with bit 31
+ * set and the stream at `offset`. Returns 0 or a negative status: -7 for an
+ * unknown format or one whose decoder is not built, -3 for a negative
+ * offset or a missing callback, and any status the decoder or a callback
+ * returns (decoders give -12 for truncated data, -3 for data that
+ * contradicts itself, -11 for a page that does not exist). The _mem variant
+ * decodes a memory block from offset 0. Reads the detection switches. */
+TESSLIN_API int32_t IMGLOW_decompress_bitmap(int32_t stream, int32_t offset, int32_t page,
+                                             IMG_RASTER_CALLBACK raster, intptr_t user,
+                                             IMG_HEADER_CALLBACK header);
+TESSLIN_API int32_t IMGLOW_decompress_bitmap_mem(const void *block, int32_t page,
+                                                 IMG_RASTER_CALLBACK raster, intptr_t user,
+                                                 IMG_HEADER_CALLBACK header);
+
+/* Decode a file, the image at `offset` of an open stream, a memory block or
+ * one page of a file into a new bitmap handle. Bilevel images are held as
+ * run records. Applies the decode settings: depth reduction
+ * (IMGLOW_set_decomp_reduction: 8 from 24 bits and more with the 3-3-2
+ * palette, 4 from 8 bits and more with the 16-colour dither palette, 1 from
+ * 4 bits and more, each by ordered dither), size reduction
+ * (IMGLOW_set_decompsize, nearest neighbour, when both values are smaller
+ * than the image), the decode rectangle (IMGLOW_set_decomp_rect, clipped to
+ * the image; -3 when it starts outside) and progress reporting
+ * (IMG_set_statusbar: once per row; a negative result stops the decode with
+ * that status). Returns the handle or a negative status as
+ * IMGLOW_decompress_bitmap does, -2 when the file cannot be opened, -1 when
+ * memory runs out. Nothing is left behind on failure. PDF files given to
+ * IMG_decompress_bitmap_page go to the PDF modules (-36 when neither pdfmod
+ * nor apdfmod can be loaded). */
+TESSLIN_API int32_t IMG_decompress_bitmap(const char *file);
+TESSLIN_API int32_t IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
+TESSLIN_API int32_t IMG_decompress_bitmap_mem(const void *block, int32_t page);
+TESSLIN_API int32_t IMG_decompress_bitmap_page(const char *file, int32_t page);
+
+/* Decode a tiled image tile by tile into one new handle. -32 when the page
+ * is not tiled (or its format has no tile information), otherwise as
+ * IMG_decompress_bitmap. */
+TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
+
+/* ------------------------------------------------------------------ */
+/* Saving                                                               */
+/* ------------------------------------------------------------------ */
+
+/* Low-level save: the encoder of `format_code` writes the image the header
+ * describes (40-byte header and palette; compression 99 when the supply
+ * delivers run records) to the stream at its position, pulling rows from
+ * `supply` (see IMG_SUPPLY_CALLBACK). 0 or a negative status: -7 for a code
+ * without an encoder, -9 for a short write, -21 for a depth the format does
+ * not write, or the supply's status. The _mem variant writes into a memory
+ * block (a library block is bounded by its size) and returns the number of
+ * bytes written. */
+TESSLIN_API int32_t IMGLOW_save_bitmap(int32_t stream, const IMG_BITMAPINFOHEADER *header,
+                                       int32_t format_code, IMG_SUPPLY_CALLBACK supply,
+                                       intptr_t user);
+TESSLIN_API int32_t IMGLOW_save_bitmap_mem(void *block, const IMG_BITMAPINFOHEADER *header,
+                                           int32_t format_code, IMG_SUPPLY_CALLBACK supply,
+                                           intptr_t user);
+
+/* Save a bitmap's crop rectangle in a format: to a named file (code -1
+ * takes the code from the file name's last three characters, compared
+ * exactly: "tif" 0, "bmp" 1, "jpg" 13, "png" 43 ...), to an open stream at
+ * its position, or into a memory block (returns the bytes written). A
+ * multi-page format (TIFF codes, DCX, PDF, MO:DCA) appends a page to an
+ * existing file of that name; other codes replace the file. Bilevel
+ * encoders receive run records, all others packed rows; a progress
+ * callback (IMG_set_statusbar) is called once per row and may stop the save
+ * with its negative result. Returns 0 (or the byte count) or a negative
+ * status: -13 bad handle, -7 a code without an encoder, -6 the file cannot
+ * be created, -9 short write, -21 depth not written by the format. A file
+ * this call created is deleted when the save fails. */
+TESSLIN_API int32_t IMG_save_bitmap(int32_t handle, const char *file, int32_t format_code);
+TESSLIN_API int32_t IMG_save_bitmap_fd(int32_t handle, int32_t stream, int32_t format_code);
+TESSLIN_API int32_t IMG_save_bitmap_mem(int32_t handle, void *block, int32_t format_code);
+
+/* ------------------------------------------------------------------ */
+/* Plug-in modules                                                      */
+/* ------------------------------------------------------------------ */
+
+/* PDF, word-processor and PCL input, JPEG 2000 and ABIC decoding are done
+ * by separately delivered modules (pdfmod.so, apdfmod.so, docmod.so,
+ * pclmod.so, jp2mod.so, abicmod.so), loaded on first use from the directory
+ * set here; when none is set, from $TESSLIN_PLUGIN_DIR; else from the
+ * directory of libtesslin itself and then the dynamic loader's search path.
+ * NULL clears the setting; modules already loaded stay loaded. 0, or -3
+ * for a path of 4096 characters or more. docs/platform.md describes the
+ * module interface. */
+TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
+/* Unload every loaded module. Returns 0. */
+TESSLIN_API int32_t IMG_unload_plugins(void);
+/* Settings forwarded to the modules (loaded if needed): the PDF input
+ * setting goes to apdfmod when it can be loaded, else to pdfmod (-36 when
+ * neither can); the PCL input setting to pclmod (-36); the JPEG 2000
+ * compression ratio to jp2mod (-41). Each returns the module's result. */
+TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b);
+TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b);
+TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio);
+
 #ifdef __cplusplus
 }
 #endif

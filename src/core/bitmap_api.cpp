@@ -351,10 +351,4 @@ TESSLIN_API int32_t IMG_runs_to_dib(int32_t handle) {
     });
 }
 
-// Decoding a DIB held in memory needs the decode pipeline.
-TESSLIN_API int32_t IMG_create_handle(const void* dib) {
-    (void)dib;
-    return IMG_ERR_UNSUPPORTED;
-}
-
 }  // extern "C"

@@ -38,4 +38,43 @@ inline uint32_t position_tile(uint32_t position) { return (position >> 16) & 0x7
 // Colour-count field flag marking a transparent colour in decoder headers.
 constexpr uint32_t kTransparentFlag = 0x1000;
 
+// Page counter: called with the stream at offset 0 (detection has just run).
+// Returns the number of pages or images in the file, or a negative status.
+using PageCounter = int32_t (*)(int32_t stream);
+
+// Orientation reader: degrees (0, 90, 180, 270) recorded for the page, or a
+// negative status. Called with the stream at offset 0.
+using OrientationReader = int32_t (*)(int32_t stream, int32_t page);
+
+// Geometry of a tiled image, from the tile-information query.
+struct TileInfo {
+    int32_t image_width;
+    int32_t image_height;
+    int32_t tile_width;
+    int32_t tile_height;
+    int32_t tiles_across;
+    int32_t tiles_total;
+};
+
+// Tile-information query: fills `out` for the page and returns 0, or -32
+// when the page is not tiled (any other negative status on bad data).
+// Called with the stream at offset 0.
+using TileQuery = int32_t (*)(int32_t stream, int32_t page, TileInfo* out);
+
+// Parameters of ABIC-compressed data, read by the fallback of the decode
+// entry points (after a decoder answered -27).
+struct AbicParams {
+    int32_t width;
+    int32_t height;
+    int32_t bits;  // 1, 4 or 8
+    int32_t x_dpi;
+    int32_t y_dpi;
+};
+
+// Reads the parameters of the page's ABIC data and leaves the stream at the
+// compressed data. 0, or a negative status; 23456 means the container holds
+// no such parameters (the next reader is tried).
+using AbicParamReader = int32_t (*)(int32_t stream, int32_t page, AbicParams* out);
+constexpr int32_t kAbicParamsAbsent = 23456;
+
 }  // namespace tesslin

@@ -1,0 +1,263 @@
+// The plug-in loader: modules are loaded with dlopen by base name on first
+// use, their entry points looked up by name, "set_callbacks" called once;
+// each stays loaded until IMG_unload_plugins or library unload.
+#include "pipeline/plugins.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "core/api.h"
+#include "core/stream.h"
+
+namespace tesslin::plugins {
+namespace {
+
+enum Slot { kPdf, kApdf, kDoc, kPcl, kJp2, kAbic, kSlotCount };
+constexpr int kMaxEntries = 5;
+
+struct Spec {
+    const char* base;
+    const char* entries[kMaxEntries];
+};
+
+constexpr Spec kSpecs[kSlotCount] = {
+    {"pdfmod", {"decode_pdf", "set_pdf_input", "pdf_get_pages", "pdf_search_text", "set_callbacks"}},
+    {"apdfmod", {"decode_apdf", "set_pdf_input", "apdf_get_pages", "apdf_extract_text", nullptr}},
+    {"docmod", {"decode_word", "set_word_input", "word_get_pages", "set_callbacks", nullptr}},
+    {"pclmod", {"decode_pcl", "set_pcl_input", "pcl_get_pages", "set_callbacks", nullptr}},
+    {"jp2mod", {"decode_jp2", "encode_jp2", "set_jp2_parameters", "set_callbacks", nullptr}},
+    {"abicmod", {"IMG_decomp_abic", nullptr, nullptr, nullptr, nullptr}},
+};
+
+// Entry point positions in the table above.
+enum Entry { kDecode = 0, kSetInput = 1, kPages = 2, kJp2Encode = 1, kJp2Parameters = 2 };
+
+// Signatures of the entry points and of the functions handed to modules.
+using ReadFn = int32_t (*)(int32_t, void*, uint32_t);
+using WriteFn = int32_t (*)(int32_t, const void*, uint32_t);
+using SeekFn = int32_t (*)(int32_t, int32_t, int);
+using DecodeFn = int32_t (*)(uint32_t, IMG_RASTER_CALLBACK, intptr_t, IMG_HEADER_CALLBACK,
+                             int32_t);
+using DecodeFileFn = int32_t (*)(const char*, IMG_RASTER_CALLBACK, intptr_t, IMG_HEADER_CALLBACK,
+                                 int32_t);
+using EncodeFn = int32_t (*)(int32_t, const IMG_BITMAPINFOHEADER*, IMG_SUPPLY_CALLBACK, intptr_t);
+using PagesFn = int32_t (*)(int32_t);
+using PagesFileFn = int32_t (*)(const char*);
+using SetInputFn = int32_t (*)(int32_t, int32_t);
+using SetValueFn = int32_t (*)(int32_t);
+using AbicFn = int32_t (*)(int32_t, int32_t, int32_t, int32_t, uint8_t*, SeekFn, ReadFn);
+using DecompressMemFn = int32_t (*)(const void*, int32_t);
+using DeleteFn = int32_t (*)(int32_t);
+using DocCallbacksFn = void (*)(ReadFn, WriteFn, SeekFn, intptr_t, DecompressMemFn, void*, void*,
+                                DeleteFn, void*);
+using PclCallbacksFn = void (*)(ReadFn, WriteFn, SeekFn, intptr_t, DecompressMemFn, void*, void*,
+                                DeleteFn);
+using Jp2CallbacksFn = void (*)(ReadFn, WriteFn, SeekFn, void*);
+
+struct Loaded {
+    void* module = nullptr;
+    void* entry[kMaxEntries] = {};
+};
+
+// Loading is serialised (a module's set_callbacks may call back into the
+// library, hence recursive). Calls into loaded modules take no lock.
+std::recursive_mutex g_lock;
+Loaded g_loaded[kSlotCount];
+char g_dir[4096];  // set by tesslin_set_plugin_dir; empty: not set
+
+void* open_in(const std::string& dir, const char* base) {
+    std::string path = dir;
+    if (!path.empty() && path.back() != '/') path += '/';
+    path += base;
+    path += ".so";
+    return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+// Search order: the directory the application set; else $TESSLIN_PLUGIN_DIR;
+// else the directory of the library itself, then the loader's own search.
+void* open_module(const char* base) {
+    if (g_dir[0]) return open_in(g_dir, base);
+    if (const char* env = std::getenv("TESSLIN_PLUGIN_DIR"); env && *env) return open_in(env, base);
+    Dl_info info;
+    if (dladdr(reinterpret_cast<void*>(&open_module), &info) && info.dli_fname) {
+        std::string self = info.dli_fname;
+        const size_t slash = self.rfind('/');
+        if (slash != std::string::npos)
+            if (void* m = open_in(self.substr(0, slash), base)) return m;
+    }
+    return open_in("", base);
+}
+
+void pass_callbacks(Slot slot, void* fn) {
+    const auto read = &stream::read;
+    const auto write = &stream::write;
+    const auto seek = &stream::seek;
+    switch (slot) {
+        case kPdf:
+        case kDoc:
+            reinterpret_cast<DocCallbacksFn>(fn)(read, write, seek, 0, &IMG_decompress_bitmap_mem,
+                                                 nullptr, nullptr, &IMG_delete_bitmap, nullptr);
+            break;
+        case kPcl:
+            reinterpret_cast<PclCallbacksFn>(fn)(read, write, seek, 0, &IMG_decompress_bitmap_mem,
+                                                 nullptr, nullptr, &IMG_delete_bitmap);
+            break;
+        case kJp2:
+            reinterpret_cast<Jp2CallbacksFn>(fn)(read, write, seek, nullptr);
+            break;
+        default:
+            break;
+    }
+}
+
+// The entry point of a slot, loading the module on first use; null when the
+// module cannot be loaded or lacks the entry point.
+void* entry(Slot slot, int index) {
+    std::lock_guard<std::recursive_mutex> hold(g_lock);
+    Loaded& l = g_loaded[slot];
+    if (!l.module) {
+        void* module = open_module(kSpecs[slot].base);
+        if (!module) return nullptr;
+        l.module = module;
+        void* callbacks = nullptr;
+        for (int i = 0; i < kMaxEntries; ++i) {
+            const char* name = kSpecs[slot].entries[i];
+            if (!name) continue;
+            l.entry[i] = dlsym(module, name);
+            if (std::strcmp(name, "set_callbacks") == 0) callbacks = l.entry[i];
+        }
+        if (callbacks) pass_callbacks(slot, callbacks);
+    }
+    return l.entry[index];
+}
+
+template <typename Fn>
+Fn get(Slot slot, int index) {
+    return reinterpret_cast<Fn>(entry(slot, index));
+}
+
+void unload_all() {
+    std::lock_guard<std::recursive_mutex> hold(g_lock);
+    for (Loaded& l : g_loaded) {
+        if (l.module) dlclose(l.module);
+        l = Loaded{};
+    }
+}
+
+// Modules are released when the library is unloaded (or the process ends).
+__attribute__((destructor)) void unload_at_exit() { unload_all(); }
+
+}  // namespace
+
+int32_t decode_pdf(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
+                   IMG_HEADER_CALLBACK header, int32_t stream) {
+    auto fn = get<DecodeFn>(kPdf, kDecode);
+    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_PLUGIN;
+}
+
+int32_t decode_doc(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
+                   IMG_HEADER_CALLBACK header, int32_t stream) {
+    auto fn = get<DecodeFn>(kDoc, kDecode);
+    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_DOC_PLUGIN;
+}
+
+int32_t decode_pcl(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
+                   IMG_HEADER_CALLBACK header, int32_t stream) {
+    auto fn = get<DecodeFn>(kPcl, kDecode);
+    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_PLUGIN;
+}
+
+int32_t decode_jp2(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
+                   IMG_HEADER_CALLBACK header, int32_t stream) {
+    auto fn = get<DecodeFn>(kJp2, kDecode);
+    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_JP2_PLUGIN;
+}
+
+int32_t encode_jp2(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
+                   intptr_t user, int32_t) {
+    auto fn = get<EncodeFn>(kJp2, kJp2Encode);
+    return fn ? fn(stream, header, supply, user) : IMG_ERR_JP2_PLUGIN;
+}
+
+int32_t pdf_pages(int32_t stream) {
+    auto fn = get<PagesFn>(kPdf, kPages);
+    return fn ? fn(stream) : IMG_ERR_PLUGIN;
+}
+
+int32_t pcl_pages(int32_t stream) {
+    auto fn = get<PagesFn>(kPcl, kPages);
+    return fn ? fn(stream) : IMG_ERR_PCL_PLUGIN;
+}
+
+int32_t doc_pages(int32_t stream) {
+    auto fn = get<PagesFn>(kDoc, kPages);
+    return fn ? fn(stream) : IMG_ERR_DOC_PLUGIN;
+}
+
+int32_t apdf_pages(const char* file) {
+    auto fn = get<PagesFileFn>(kApdf, kPages);
+    return fn ? fn(file) : IMG_ERR_PLUGIN;
+}
+
+int32_t apdf_decode(const char* file, IMG_RASTER_CALLBACK raster, intptr_t user,
+                    IMG_HEADER_CALLBACK header, int32_t page) {
+    auto fn = get<DecodeFileFn>(kApdf, kDecode);
+    return fn ? fn(file, raster, user, header, page) : IMG_ERR_PLUGIN;
+}
+
+int32_t abic_decode(int32_t stream, int32_t width, int32_t rows, uint8_t* out) {
+    auto fn = get<AbicFn>(kAbic, kDecode);
+    return fn ? fn(stream, width, rows, 5, out, &stream::seek, &stream::read) : IMG_ERR_ABIC_PLUGIN;
+}
+
+}  // namespace tesslin::plugins
+
+using namespace tesslin;
+using namespace tesslin::plugins;
+
+extern "C" {
+
+TESSLIN_API int32_t tesslin_set_plugin_dir(const char* dir) {
+    std::lock_guard<std::recursive_mutex> hold(g_lock);
+    if (!dir) {
+        g_dir[0] = 0;
+        return 0;
+    }
+    const size_t n = std::strlen(dir);
+    if (n >= sizeof g_dir) return IMG_ERR_BAD_IMAGE;
+    std::memcpy(g_dir, dir, n + 1);
+    return 0;
+}
+
+TESSLIN_API int32_t IMG_unload_plugins(void) {
+    unload_all();
+    return 0;
+}
+
+TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b) {
+    return api_call([&]() -> int32_t {
+        if (auto fn = get<SetInputFn>(kApdf, kSetInput)) return fn(a, b);
+        if (auto fn = get<SetInputFn>(kPdf, kSetInput)) return fn(a, b);
+        return IMG_ERR_PLUGIN;
+    });
+}
+
+TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b) {
+    return api_call([&]() -> int32_t {
+        auto fn = get<SetInputFn>(kPcl, kSetInput);
+        return fn ? fn(a, b) : IMG_ERR_PLUGIN;
+    });
+}
+
+TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio) {
+    return api_call([&]() -> int32_t {
+        auto fn = get<SetValueFn>(kJp2, kJp2Parameters);
+        return fn ? fn(ratio) : IMG_ERR_JP2_PLUGIN;
+    });
+}
+
+}  // extern "C"
