@@ -131,7 +131,12 @@ TESSLIN_API int64_t tesslin_block_size(const void *block);
  * negative handle, one of 10000 or more, or an empty slot. */
 
 /* Decode a packed DIB (info header, palette, rows) or a BMP file image
- * held in memory into a new handle; the caller's block is not kept. */
+ * held in memory into a new handle, as IMG_decompress_bitmap_mem with page
+ * 0 does; the caller's block is not kept. Give a block from
+ * tesslin_block_alloc so that reading stops at its end. Returns the handle,
+ * -3 for a NULL pointer or a header that contradicts itself, -12 for rows
+ * the block does not hold, -21 for a bit count DIBs do not have, -1 when
+ * memory runs out. Reads the decode settings. */
 TESSLIN_API int32_t IMG_create_handle(const void *dib);
 /* Wrap the caller's DIB (from tesslin_block_alloc) without copying. A 1-bit
  * DIB whose palette entry 0 has three non-zero components gets palette

@@ -153,28 +153,42 @@ __attribute__((destructor)) void unload_at_exit() { unload_all(); }
 
 }  // namespace
 
+namespace {
+
+// A decoder or page counter that forwards to a module's entry point.
+template <Slot S, int32_t Failure>
+int32_t forward_decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
+                       IMG_HEADER_CALLBACK header, int32_t stream) {
+    auto fn = get<DecodeFn>(S, kDecode);
+    return fn ? fn(position, raster, user, header, stream) : Failure;
+}
+
+template <Slot S, int32_t Failure>
+int32_t forward_pages(int32_t stream) {
+    auto fn = get<PagesFn>(S, kPages);
+    return fn ? fn(stream) : Failure;
+}
+
+}  // namespace
+
 int32_t decode_pdf(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    auto fn = get<DecodeFn>(kPdf, kDecode);
-    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_PLUGIN;
+    return forward_decode<kPdf, IMG_ERR_PLUGIN>(position, raster, user, header, stream);
 }
 
 int32_t decode_doc(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    auto fn = get<DecodeFn>(kDoc, kDecode);
-    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_DOC_PLUGIN;
+    return forward_decode<kDoc, IMG_ERR_DOC_PLUGIN>(position, raster, user, header, stream);
 }
 
 int32_t decode_pcl(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    auto fn = get<DecodeFn>(kPcl, kDecode);
-    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_PLUGIN;
+    return forward_decode<kPcl, IMG_ERR_PLUGIN>(position, raster, user, header, stream);
 }
 
 int32_t decode_jp2(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    auto fn = get<DecodeFn>(kJp2, kDecode);
-    return fn ? fn(position, raster, user, header, stream) : IMG_ERR_JP2_PLUGIN;
+    return forward_decode<kJp2, IMG_ERR_JP2_PLUGIN>(position, raster, user, header, stream);
 }
 
 int32_t encode_jp2(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
@@ -183,20 +197,9 @@ int32_t encode_jp2(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK 
     return fn ? fn(stream, header, supply, user) : IMG_ERR_JP2_PLUGIN;
 }
 
-int32_t pdf_pages(int32_t stream) {
-    auto fn = get<PagesFn>(kPdf, kPages);
-    return fn ? fn(stream) : IMG_ERR_PLUGIN;
-}
-
-int32_t pcl_pages(int32_t stream) {
-    auto fn = get<PagesFn>(kPcl, kPages);
-    return fn ? fn(stream) : IMG_ERR_PCL_PLUGIN;
-}
-
-int32_t doc_pages(int32_t stream) {
-    auto fn = get<PagesFn>(kDoc, kPages);
-    return fn ? fn(stream) : IMG_ERR_DOC_PLUGIN;
-}
+int32_t pdf_pages(int32_t stream) { return forward_pages<kPdf, IMG_ERR_PLUGIN>(stream); }
+int32_t pcl_pages(int32_t stream) { return forward_pages<kPcl, IMG_ERR_PCL_PLUGIN>(stream); }
+int32_t doc_pages(int32_t stream) { return forward_pages<kDoc, IMG_ERR_DOC_PLUGIN>(stream); }
 
 int32_t apdf_pages(const char* file) {
     auto fn = get<PagesFileFn>(kApdf, kPages);

@@ -117,7 +117,7 @@ int32_t run_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count) 
     return api_call([&] { return run_body(c, buffer, row, count); });
 }
 
-int32_t save_handle(int32_t handle, int32_t stream, int32_t code) {
+int32_t prepare_save(int32_t handle, int32_t code, SaveContext* c, uint8_t* block) {
     BitmapObject* obj = bitmap_get(handle);
     if (!obj) return IMG_ERR_HANDLE;
     if (!obj->dib) return IMG_ERR_MEMORY;
@@ -125,7 +125,7 @@ int32_t save_handle(int32_t handle, int32_t stream, int32_t code) {
 
     // The encoder header: the bitmap's header and palette, sized to the
     // crop rectangle, with the transparent colour in the colour-count field.
-    alignas(DibHeader) uint8_t block[kHeaderBlockSize] = {};
+    std::memset(block, 0, kHeaderBlockSize);
     std::memcpy(block, obj->dib, dib_prefix_bytes(obj));
     auto* h = reinterpret_cast<DibHeader*>(block);
     h->biWidth = obj->crop_width;
@@ -133,26 +133,33 @@ int32_t save_handle(int32_t handle, int32_t stream, int32_t code) {
     h->biSizeImage = row_bytes(uint32_t(obj->crop_width), bits) * uint32_t(obj->crop_height);
     if (obj->transparent) h->biClrUsed = obj->transparent_color | kTransparentFlag;
 
-    SaveContext c;
-    c.obj = obj;
-    c.pixels = obj->pixels();
-    c.handle = handle;
-    c.height = obj->height;
-    c.row_bytes = obj->row_bytes;
+    c->obj = obj;
+    c->pixels = obj->pixels();
+    c->handle = handle;
+    c->height = obj->height;
+    c->row_bytes = obj->row_bytes;
     const auto x = static_cast<uint32_t>(obj->crop_x);
-    c.crop_x = x;
-    c.crop_x_bytes = bits == 1 ? (x + 7) / 8 : bits == 4 ? (x + 1) / 2 : x * (bits / 8);
-    c.crop_y = obj->crop_y;
-    c.crop_width = static_cast<uint32_t>(obj->crop_width);
-    c.crop_height = static_cast<uint32_t>(obj->crop_height);
-    c.code = code;
-    c.tone_map = save_tone_map(*obj, h, c.tone_table);
-    const uint32_t widest = std::max(uint32_t(obj->width), c.crop_width);
-    c.record.assign(runs::max_record_bytes(widest) / 4 + 8, 0);
-    c.work.assign(size_t(row_bytes(widest, bits)) + 8, 0);
-    c.bilevel.assign(size_t(row_bytes(widest, 1)) + 8, 0);
-    IMG_SUPPLY_CALLBACK supply = uses_run_supply(code, bits) ? run_supply : packed_supply;
-    return run_encoder(stream, h, code, supply, reinterpret_cast<intptr_t>(&c));
+    c->crop_x = x;
+    c->crop_x_bytes = bits == 1 ? (x + 7) / 8 : bits == 4 ? (x + 1) / 2 : x * (bits / 8);
+    c->crop_y = obj->crop_y;
+    c->crop_width = static_cast<uint32_t>(obj->crop_width);
+    c->crop_height = static_cast<uint32_t>(obj->crop_height);
+    c->code = code;
+    c->tone_map = save_tone_map(*obj, h, c->tone_table);
+    const uint32_t widest = std::max(uint32_t(obj->width), c->crop_width);
+    c->record.assign(runs::max_record_bytes(widest) / 4 + 8, 0);
+    c->work.assign(size_t(row_bytes(widest, bits)) + 8, 0);
+    c->bilevel.assign(size_t(row_bytes(widest, 1)) + 8, 0);
+    return 0;
+}
+
+int32_t save_handle(int32_t handle, int32_t stream, int32_t code) {
+    SaveContext c;
+    alignas(DibHeader) uint8_t block[kHeaderBlockSize];
+    if (int32_t s = prepare_save(handle, code, &c, block)) return s;
+    IMG_SUPPLY_CALLBACK supply = uses_run_supply(code, c.obj->bits()) ? run_supply : packed_supply;
+    return run_encoder(stream, reinterpret_cast<DibHeader*>(block), code, supply,
+                       reinterpret_cast<intptr_t>(&c));
 }
 
 namespace {

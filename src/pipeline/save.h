@@ -49,6 +49,10 @@ bool uses_run_supply(int32_t code, uint32_t bits);
 const uint8_t* save_tone_map(const BitmapObject& obj, DibHeader* encoder_header,
                              uint8_t* table);
 
+// Fills a save context and the encoder header (a block of kHeaderBlockSize
+// bytes) for a bitmap. 0, -13 for a bad handle, -1 without a DIB.
+int32_t prepare_save(int32_t handle, int32_t code, SaveContext* context, uint8_t* header_block);
+
 // Saves a bitmap's crop rectangle with the library's supply callbacks.
 int32_t save_handle(int32_t handle, int32_t stream, int32_t code);
 

@@ -21,12 +21,13 @@ constexpr uint32_t kJpegCode = 0x4745504A;  // "JPEG"
 constexpr uint32_t kPngCode = 0x20474E50;   // "PNG "
 constexpr uint32_t kLargestHeader = 1024;
 
-// Run-length data may describe far more pixels than it has bytes (a delta
-// skips up to 255 rows in 4 bytes); declared sizes beyond this many pixel
-// bytes per data byte, plus a fixed allowance, are refused before the image
-// is allocated.
+// Run-length data and run records may describe far more pixels than they
+// have bytes (a delta skips up to 255 rows in 4 bytes, a white row of any
+// width is a 20-byte record); declared sizes beyond this many pixel bytes per
+// data byte, plus a fixed allowance, are refused before the image is
+// allocated.
 constexpr uint64_t kRleExpansion = 2048;
-constexpr uint64_t kRleAllowance = uint64_t(16) << 20;
+constexpr uint64_t kRleAllowance = uint64_t(4) << 20;
 
 // One colour channel of a bit-field pixel, scaled to 8 bits by shifting:
 // 5-bit fields are multiplied by 8, 6-bit fields by 4.
@@ -284,8 +285,10 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     if (l.palette_entry == 4 && l.colors_used && l.colors_used < entries) entries = l.colors_used;
 
     // Position of the pixel data: the file header says; in a bare DIB it
-    // follows the palette (of the size colours used gives, when set).
+    // follows the palette (of the size colours used gives, when set). The
+    // library's own 16-bit DIBs carry a palette area of 256 entries.
     uint64_t data_at = uint64_t(l.palette_at) + entries * l.palette_entry;
+    if (!l.file && l.bits == 16 && l.compression == kRgb) data_at += palette_bytes(16);
     if (l.file)
         data_at = uint64_t(offset) + l.data_offset;
     else if (l.colors_used && l.header_size != 12)
@@ -348,11 +351,10 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     const int64_t capacity = stream::capacity(stream);
     if (capacity >= 0) {
         const uint64_t available = uint64_t(capacity) > data_at ? uint64_t(capacity) - data_at : 0;
-        if (c == kRle8 || c == kRle4) {
+        if (c == kRle8 || c == kRle4 || c == IMG_COMPRESSION_RUNS) {
             if (out_rb * uint64_t(height) > available * kRleExpansion + kRleAllowance)
                 return IMG_ERR_BAD_IMAGE;
-        } else if (c == IMG_COMPRESSION_RUNS) {
-            if (uint64_t(height) * 20 > available) return IMG_ERR_READ;
+            if (c == IMG_COMPRESSION_RUNS && uint64_t(height) * 20 > available) return IMG_ERR_READ;
         } else {
             const uint64_t need = src_rb * uint64_t(height - 1) + (uint64_t(width) * l.bits + 7) / 8;
             if (need > available) return IMG_ERR_READ;

@@ -1,5 +1,6 @@
 // BMP writers: format codes 1 (uncompressed file), 12 (run-length file) and
 // 48 (bare DIB: info header, palette, rows).
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -19,26 +20,34 @@ int32_t to_ppm(int32_t dpi) {
 // equal bytes as (count, value), other stretches as absolute runs (0,
 // count, bytes, padded to an even length). 8-bit rows count bytes (runs up
 // to 255, absolute runs of 3 and more); 4-bit rows work on whole bytes (runs
-// up to 127 bytes, absolute runs of 2 bytes and more) and count pixels.
-void encode_row(const uint8_t* row, uint32_t n, bool nibbles, std::vector<uint8_t>& out) {
+// up to 127 bytes, absolute runs of 2 bytes and more) and count pixels, two
+// per byte except for the padding pixel of an odd width (a count reaching
+// past the row would spill into the next one in some readers). That last
+// byte always goes in a run of its own kind, since some readers (Pillow 9)
+// take an absolute run of an odd number of pixels one pixel short.
+void encode_row(const uint8_t* row, uint32_t width, bool nibbles, std::vector<uint8_t>& out) {
     const uint32_t longest = nibbles ? 127 : 255, shortest = nibbles ? 2 : 3;
-    const uint32_t unit = nibbles ? 2 : 1;
+    const uint32_t n = nibbles ? (width + 1) / 2 : width;
+    auto pixels = [&](uint32_t from, uint32_t bytes) {
+        return static_cast<uint8_t>(nibbles ? std::min(2 * bytes, width - 2 * from) : bytes);
+    };
     uint32_t i = 0;
     while (i < n) {
         if ((i + 1 < n && row[i] == row[i + 1]) || i + 3 >= n) {
             uint32_t c = 1;
             while (i + c < n && c < longest && row[i + c] == row[i]) ++c;
-            out.push_back(static_cast<uint8_t>(c * unit));
+            out.push_back(pixels(i, c));
             out.push_back(row[i]);
             i += c;
             continue;
         }
         // Absolute run: up to the first byte that equals the next one.
+        const uint32_t end = nibbles && (width & 1) ? n - 1 : n;
         uint32_t c = 0;
-        while (c < longest && i + c < n && !(i + c + 1 < n && row[i + c] == row[i + c + 1])) ++c;
+        while (c < longest && i + c < end && !(i + c + 1 < n && row[i + c] == row[i + c + 1])) ++c;
         if (c < shortest) c = shortest;
         out.push_back(0);
-        out.push_back(static_cast<uint8_t>(c * unit));
+        out.push_back(pixels(i, c));
         out.insert(out.end(), row + i, row + i + c);
         if (c & 1) out.push_back(0);
         i += c;
@@ -88,14 +97,13 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
 
     // Rows from the bottom.
     std::vector<uint8_t> row(rb), packed;
-    const uint32_t used = bits == 4 ? (uint32_t(width) + 1) / 2 : uint32_t(width);
     for (int32_t r = height - 1; r >= 0; --r) {
         if (int32_t s = supply(user, row.data(), r, rb); s < 0) return s;
         if (!rle) {
             out.write(row.data(), rb);
         } else {
             packed.clear();
-            encode_row(row.data(), used, bits == 4, packed);
+            encode_row(row.data(), uint32_t(width), bits == 4, packed);
             packed.push_back(0);
             packed.push_back(0);  // end of row
             out.write(packed.data(), static_cast<uint32_t>(packed.size()));
