@@ -103,8 +103,10 @@ TEST_F(Decode, HeaderOnlyDecode) {
     ASSERT_GE(fd, 0);
     IMG_delete_bitmap(fd);
     EXPECT_EQ(IMGLOW_get_fileinfo("/nonexistent", &info), IMG_ERR_OPEN);
-    EXPECT_EQ(IMGLOW_get_fileinfo(data_path("corpus/png/rgb.png").c_str(), &info),
-              IMG_ERR_UNSUPPORTED);  // until the PNG reader is registered
+    ASSERT_EQ(IMGLOW_get_fileinfo(data_path("corpus/png/rgb.png").c_str(), &info), 0);
+    EXPECT_EQ(info.biWidth, 454);
+    const std::string junk = data_path("corpus/README.md");  // no format
+    EXPECT_EQ(IMGLOW_get_fileinfo(junk.c_str(), &info), IMG_ERR_UNSUPPORTED);
 }
 
 TEST_F(Decode, BilevelImagesAreRunEncodedAndFlippedToTopFirst) {

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "formats/bmp/bmp.h"
+#include "formats/png/png.h"
 #include "pipeline/plugins.h"
 #include "pipeline/probes.h"
 
@@ -32,7 +33,7 @@ constexpr DecoderEntry kDecoders[] = {
     {".jb2", nullptr},  // JBIG2 reader
     {".jp2", plugins::decode_jp2},
     {".pct", nullptr},  // PICT reader
-    {".png", nullptr},  // PNG reader
+    {".png", png_decode},
     {".gif", nullptr},  // GIF reader
     {".pcx", nullptr},  // PCX reader
     {".tga", nullptr},  // Targa reader
@@ -81,7 +82,7 @@ constexpr DecoderEntry kDecoders[] = {
 constexpr EncoderEntry kEncoders[] = {
     {13, nullptr, 0},  // JPEG
     {70, plugins::encode_jp2, 0},
-    {43, nullptr, 0},  // PNG
+    {43, png_encode, 0},
     {59, nullptr, 0},  // PDF
     {0, nullptr, 0},   // TIFF uncompressed
     {1, bmp::encode, 1},
