@@ -1,0 +1,256 @@
+// Integer 8 x 8 transforms. Constants are scaled by 1024 and every product
+// is rounded with (x + 512) >> 10; each 1-D pass scales by 2.
+//
+// Inverse: the first pass runs along each coefficient row (horizontal
+// frequencies), the second along the columns of its results; the final
+// shift by 2 removes the gain of 4. Forward: rows of samples first, then
+// columns; results are four times the T.81 scale and kept to 16 bits.
+//
+// The block functions have a portable version and, on x86-64, one built for
+// AVX2 that the first call selects when the processor has it. Both run the
+// same integer steps lane by lane, so their results are identical.
+#include <cstring>
+
+#include "formats/jpeg/jpeg_internal.h"
+
+namespace tesslin::jpeg {
+
+void idct_1d(const int32_t* x, int32_t* y) {
+    const int32_t a0 = descale(724, x[0]), a4 = descale(724, x[4]);
+    const int32_t t = descale(724, wrap_add(x[2], x[6]));
+    const int32_t e0 = wrap_add(a0, a4), e1 = wrap_sub(a0, a4);
+    const int32_t d = descale(1338, wrap_sub(x[2], t)), c = descale(553, wrap_add(x[2], t));
+    const int32_t f0 = wrap_add(e0, c), f3 = wrap_sub(e0, c), f1 = wrap_add(e1, d),
+                  f2 = wrap_sub(e1, d);
+    const int32_t u = descale(724, wrap_add(x[3], x[5]));
+    const int32_t g0 = wrap_sub(x[1], u), g1 = wrap_add(x[1], u);
+    const int32_t s = wrap_add(x[1], x[3]);
+    const int32_t w = descale(724, wrap_add(wrap_add(x[7], x[5]), s));
+    const int32_t h1 = descale(1338, wrap_sub(s, w)), h0 = descale(553, wrap_add(s, w));
+    const int32_t o0 = descale(522, wrap_add(h0, g1)), o1 = descale(616, wrap_add(h1, g0));
+    const int32_t o3 = descale(922, wrap_sub(g0, h1)), o2 = descale(2624, wrap_sub(g1, h0));
+    y[0] = wrap_add(f0, o0);
+    y[1] = wrap_add(f1, o1);
+    y[2] = wrap_add(f2, o3);
+    y[3] = wrap_add(f3, o2);
+    y[4] = wrap_sub(f3, o2);
+    y[5] = wrap_sub(f2, o3);
+    y[6] = wrap_sub(f1, o1);
+    y[7] = wrap_sub(f0, o0);
+}
+
+void fdct_1d(const int32_t* x, int32_t* out) {
+    const int32_t a = x[0] + x[7], b = x[3] + x[4], e = a + b;
+    const int32_t p = descale(522, x[0] - x[7]), q = descale(2624, x[3] - x[4]);
+    const int32_t r = descale(616, x[1] - x[6]), t = descale(922, x[2] - x[5]);
+    const int32_t c = x[2] + x[5], f = c + x[1] + x[6];
+    const int32_t u = q + p, w = t + r;
+    const int32_t m = descale(553, p - q), g = descale(553, a - b);
+    const int32_t h = descale(1338, x[1] + x[6] - c), n = descale(1338, r - t);
+    const int32_t k = m - n;
+    const int32_t z1 = descale(724, k), z2 = descale(724, g - h), z3 = descale(724, u - w);
+    const int32_t y = z1 + n + m;
+    out[0] = ((f + e) * 362 + 256) >> 9;
+    out[1] = u + w + y;
+    out[2] = g + h + z2;
+    out[3] = y + z3;
+    out[4] = descale(724, e - f);
+    out[5] = z3 + z1;
+    out[6] = z2;
+    out[7] = descale(724, k);
+}
+
+namespace {
+
+inline int8_t clamp_sample(int32_t y) {
+    y = wrap_add(y, 2) >> 2;
+    return static_cast<int8_t>(y < -127 ? -127 : y > 127 ? 127 : y);
+}
+
+// First pass over the used coefficient rows: p[v * 8 + x] is the result at
+// column x of row v.
+inline void idct_rows(const int16_t* coef, uint32_t rows_used, int32_t* p) {
+    for (int v = 0; v < 8; ++v, coef += 8, p += 8) {
+        if (!(rows_used >> v & 1)) {
+            std::memset(p, 0, 8 * sizeof(int32_t));
+            continue;
+        }
+        int32_t x[8];
+        for (int k = 0; k < 8; ++k) x[k] = coef[k];
+        if ((x[1] | x[2] | x[3] | x[4] | x[5] | x[6] | x[7]) == 0) {
+            const int32_t dc = descale(724, x[0]);
+            for (int k = 0; k < 8; ++k) p[k] = dc;
+        } else {
+            idct_1d(x, p);
+        }
+    }
+}
+
+#if defined(__GNUC__)
+typedef uint32_t v8u __attribute__((vector_size(32)));
+typedef int32_t v8i __attribute__((vector_size(32)));
+typedef int16_t v8s __attribute__((vector_size(16)));
+typedef int8_t v8c __attribute__((vector_size(8)));
+
+// Written as a macro: 32-byte vectors passed through functions would change
+// the calling convention between the portable and the AVX2 builds.
+#define VDESCALE(c, x) reinterpret_cast<v8u>(reinterpret_cast<v8i>((x) * (c##u) + 512u) >> 10)
+#define SDESCALE(c, x) ((((x) * (c)) + 512) >> 10)
+
+// Second pass with the eight columns side by side in the lanes.
+__attribute__((always_inline)) inline void idct_columns_vec(const int32_t* p, int8_t* out,
+                                                            int stride) {
+    v8u x[8];
+    for (int k = 0; k < 8; ++k) std::memcpy(&x[k], p + 8 * k, 32);
+    const v8u a0 = VDESCALE(724, x[0]), a4 = VDESCALE(724, x[4]);
+    const v8u t = VDESCALE(724, x[2] + x[6]);
+    const v8u e0 = a0 + a4, e1 = a0 - a4;
+    const v8u d = VDESCALE(1338, x[2] - t), c = VDESCALE(553, x[2] + t);
+    const v8u f0 = e0 + c, f3 = e0 - c, f1 = e1 + d, f2 = e1 - d;
+    const v8u u = VDESCALE(724, x[3] + x[5]);
+    const v8u g0 = x[1] - u, g1 = x[1] + u;
+    const v8u s = x[1] + x[3];
+    const v8u w = VDESCALE(724, x[7] + x[5] + s);
+    const v8u h1 = VDESCALE(1338, s - w), h0 = VDESCALE(553, s + w);
+    const v8u o0 = VDESCALE(522, h0 + g1), o1 = VDESCALE(616, h1 + g0);
+    const v8u o3 = VDESCALE(922, g0 - h1), o2 = VDESCALE(2624, g1 - h0);
+    const v8u y[8] = {f0 + o0, f1 + o1, f2 + o3, f3 + o2, f3 - o2, f2 - o3, f1 - o1, f0 - o0};
+    const v8i lo = {-127, -127, -127, -127, -127, -127, -127, -127};
+    const v8i hi = {127, 127, 127, 127, 127, 127, 127, 127};
+    for (int j = 0; j < 8; ++j) {
+        v8i v = reinterpret_cast<v8i>(y[j] + 2u) >> 2;
+        v8i m = v < lo;
+        v = (v & ~m) | (lo & m);
+        m = v > hi;
+        v = (v & ~m) | (hi & m);
+        const v8c b = __builtin_convertvector(v, v8c);
+        std::memcpy(out + j * stride, &b, 8);
+    }
+}
+
+__attribute__((always_inline)) inline void idct_block_vec(const int16_t* coef, uint32_t rows_used,
+                                                          int8_t* out, int stride) {
+    alignas(32) int32_t p[64];
+    idct_rows(coef, rows_used, p);
+    if (rows_used == 1) {
+        // Only the first coefficient row: every column is constant.
+        for (int x = 0; x < 8; ++x) {
+            const int8_t v = clamp_sample(descale(724, p[x]));
+            for (int j = 0; j < 8; ++j) out[j * stride + x] = v;
+        }
+        return;
+    }
+    idct_columns_vec(p, out, stride);
+}
+
+// Forward transform with the eight rows (then the eight columns) in lanes.
+__attribute__((always_inline)) inline void fdct_lanes(const v8i* x, v8i* out) {
+    const v8i a = x[0] + x[7], b = x[3] + x[4], e = a + b;
+    const v8i p = SDESCALE(522, x[0] - x[7]), q = SDESCALE(2624, x[3] - x[4]);
+    const v8i r = SDESCALE(616, x[1] - x[6]), t = SDESCALE(922, x[2] - x[5]);
+    const v8i c = x[2] + x[5], f = c + x[1] + x[6];
+    const v8i u = q + p, w = t + r;
+    const v8i m = SDESCALE(553, p - q), g = SDESCALE(553, a - b);
+    const v8i h = SDESCALE(1338, x[1] + x[6] - c), n = SDESCALE(1338, r - t);
+    const v8i k = m - n;
+    const v8i z1 = SDESCALE(724, k), z2 = SDESCALE(724, g - h), z3 = SDESCALE(724, u - w);
+    const v8i y = z1 + n + m;
+    out[0] = ((f + e) * 362 + 256) >> 9;
+    out[1] = u + w + y;
+    out[2] = g + h + z2;
+    out[3] = y + z3;
+    out[4] = SDESCALE(724, e - f);
+    out[5] = z3 + z1;
+    out[6] = z2;
+    out[7] = SDESCALE(724, k);
+}
+
+__attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples, int stride,
+                                                          int16_t* out) {
+    // Lanes are sample rows: x[k] holds column k of every row.
+    v8i x[8], t[8];
+    for (int k = 0; k < 8; ++k)
+        for (int r = 0; r < 8; ++r) x[k][r] = samples[r * stride + k];
+    fdct_lanes(x, t);
+    // t[k][r]: coefficient k of sample row r, kept to 16 bits. Lanes for the
+    // second pass are the horizontal frequencies: x[r][k] = t[k][r].
+    for (int r = 0; r < 8; ++r)
+        for (int k = 0; k < 8; ++k) x[r][k] = static_cast<int16_t>(t[k][r]);
+    fdct_lanes(x, t);
+    for (int j = 0; j < 8; ++j) {
+        const v8s s = __builtin_convertvector(t[j], v8s);
+        std::memcpy(out + j * 8, &s, 16);
+    }
+}
+
+void idct_block_generic(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride) {
+    idct_block_vec(coef, rows_used, out, stride);
+}
+void fdct_block_generic(const int16_t* samples, int stride, int16_t* out) {
+    fdct_block_vec(samples, stride, out);
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t rows_used,
+                                                     int8_t* out, int stride) {
+    idct_block_vec(coef, rows_used, out, stride);
+}
+__attribute__((target("avx2"))) void fdct_block_avx2(const int16_t* samples, int stride,
+                                                     int16_t* out) {
+    fdct_block_vec(samples, stride, out);
+}
+bool has_avx2() { return __builtin_cpu_supports("avx2"); }
+#endif
+#endif  // __GNUC__
+
+}  // namespace
+
+void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride) {
+    int32_t p[64];
+    idct_rows(coef, rows_used, p);
+    for (int x = 0; x < 8; ++x) {
+        int32_t in[8], y[8];
+        for (int k = 0; k < 8; ++k) in[k] = p[k * 8 + x];
+        idct_1d(in, y);
+        for (int j = 0; j < 8; ++j) out[j * stride + x] = clamp_sample(y[j]);
+    }
+}
+
+void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
+    int32_t tmp[64];  // tmp[k * 8 + r]: coefficient k of sample row r
+    for (int r = 0; r < 8; ++r) {
+        int32_t in[8], y[8];
+        for (int k = 0; k < 8; ++k) in[k] = samples[r * stride + k];
+        fdct_1d(in, y);
+        for (int k = 0; k < 8; ++k) tmp[k * 8 + r] = static_cast<int16_t>(y[k]);
+    }
+    for (int k = 0; k < 8; ++k) {
+        int32_t y[8];
+        fdct_1d(tmp + k * 8, y);
+        for (int j = 0; j < 8; ++j) out[j * 8 + k] = static_cast<int16_t>(y[j]);
+    }
+}
+
+IdctFn idct_block() {
+#if defined(__GNUC__) && defined(__x86_64__)
+    static const IdctFn fn = has_avx2() ? idct_block_avx2 : idct_block_generic;
+    return fn;
+#elif defined(__GNUC__)
+    return idct_block_generic;
+#else
+    return idct_block_scalar;
+#endif
+}
+
+FdctFn fdct_block() {
+#if defined(__GNUC__) && defined(__x86_64__)
+    static const FdctFn fn = has_avx2() ? fdct_block_avx2 : fdct_block_generic;
+    return fn;
+#elif defined(__GNUC__)
+    return fdct_block_generic;
+#else
+    return fdct_block_scalar;
+#endif
+}
+
+}  // namespace tesslin::jpeg

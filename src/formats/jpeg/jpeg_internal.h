@@ -1,0 +1,120 @@
+// Pieces shared by the JPEG decoder and encoder: the fixed tables, the
+// integer transforms and the Huffman table construction. Private to
+// src/formats/jpeg/ (and the tests that prove the fast paths exact).
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace tesslin::jpeg {
+
+// Position k in zig-zag scan order to the natural (row-major) index.
+extern const uint8_t kZigzag[64];
+// Default quantisation tables 0 and 1 (zig-zag order), used when a stream
+// defines neither; the encoder's tables before the quality is first set.
+const uint16_t* default_quant(int table);
+
+// The four Huffman tables written by the encoder and installed by the
+// decoder for a scan whose table was never defined: counts per length
+// 1..16 then symbols.
+struct HuffmanSpec {
+    uint8_t counts[16];
+    const uint8_t* symbols;
+    int total;
+};
+extern const HuffmanSpec kDcLuma, kDcChroma, kAcLuma, kAcChroma;
+
+// ---- Decoder colour tables -------------------------------------------------
+// Indexed by the chroma sample's byte (0..127 for 0..127, 128..255 for
+// -128..-1): the product of the signed value and the constant, truncated
+// toward zero.
+struct ChromaTables {
+    int16_t cr_r[256];  // 1.402
+    int16_t cb_g[256];  // 0.34414
+    int16_t cr_g[256];  // 0.71414
+    int16_t cb_b[256];  // 1.772
+};
+const ChromaTables& chroma_tables();
+
+// Level shift and clamp of a signed sample sum: 0 below -128, 255 above 127.
+inline uint8_t range_limit(int32_t v) {
+    v += 128;
+    return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+}
+
+// ---- Encoder colour tables --------------------------------------------------
+// Nine tables of trunc(c * v + 0.5) for v = 0..255, negated for the negative
+// constants.
+struct RgbTables {
+    int16_t y_r[256], y_g[256], y_b[256];
+    int16_t cb_r[256], cb_g[256], cb_b[256];
+    int16_t cr_r[256], cr_g[256], cr_b[256];
+};
+const RgbTables& rgb_tables();
+
+// ---- Integer transforms -----------------------------------------------------
+// All arithmetic is 32-bit two's complement; wrap-around on absurd inputs is
+// part of the definition (and never undefined behaviour here).
+inline int32_t wrap_mul(int32_t c, int32_t x) {
+    return static_cast<int32_t>(static_cast<uint32_t>(c) * static_cast<uint32_t>(x));
+}
+inline int32_t wrap_add(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+inline int32_t wrap_sub(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+}
+// (c * x + 512) >> 10, arithmetic shift.
+inline int32_t descale(int32_t c, int32_t x) { return wrap_add(wrap_mul(c, x), 512) >> 10; }
+
+// One 8-point inverse transform (gain 2).
+void idct_1d(const int32_t* in, int32_t* out);
+// One 8-point forward transform (gain 2).
+void fdct_1d(const int32_t* in, int32_t* out);
+
+// Inverse transform of one block of 64 dequantised coefficients in natural
+// order (coef[v * 8 + u], v the vertical frequency) into 8 rows of signed
+// samples clamped to -127..127. rows_used has bit v set when row v of the
+// block holds a non-zero coefficient (a superset is fine).
+using IdctFn = void (*)(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
+IdctFn idct_block();
+void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
+
+// Forward transform of an 8 x 8 block of level-shifted samples (rows of
+// `stride` int16 values) into 64 coefficients in natural order, four times
+// the T.81 scale, kept to 16 bits.
+using FdctFn = void (*)(const int16_t* samples, int stride, int16_t* out);
+FdctFn fdct_block();
+void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out);
+
+// ---- Huffman decoding tables -----------------------------------------------
+constexpr int kLookBits = 9;
+constexpr uint32_t kEndOfBlock = 0xFF;
+
+struct HuffmanDecode {
+    bool defined = false;
+    uint8_t counts[16] = {};
+    uint8_t symbols[256] = {};
+    int32_t maxcode[17] = {};  // per length 1..16: largest code, -1 when none
+    int32_t offset[17] = {};   // symbol index = code + offset[len]
+    // Entry for the next kLookBits bits: (length << 8) | symbol, or 0 when
+    // the code is longer than kLookBits bits.
+    uint16_t look[1 << kLookBits] = {};
+    // AC tables: the code and its value bits together when both fit in
+    // kLookBits bits: bits 0-7 the total length (0: not here), bits 8-15
+    // the zero run before the value (kEndOfBlock for symbol 0x00), bits
+    // 16-31 the extended value (0 for a run without value).
+    uint32_t fast[1 << kLookBits] = {};
+};
+
+// Builds the decoding table from counts and symbols (T.81 Annex C and
+// F.2.2.3). False when the counts describe more codes than fit their
+// lengths.
+bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* symbols);
+
+// Symbol of an s-bit received value: T.81 EXTEND.
+inline int32_t extend(uint32_t v, int s) {
+    return (s && v < (1u << (s - 1))) ? static_cast<int32_t>(v) - (1 << s) + 1 : static_cast<int32_t>(v);
+}
+
+}  // namespace tesslin::jpeg

@@ -1,0 +1,187 @@
+// Helpers of the JPEG tests: decoding into memory through the decoder
+// callbacks, netpbm references, PSNR and the peer tools.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/dib.h"
+#include "core/stream.h"
+#include "formats/jpeg/jpeg.h"
+#include "platform/platform.h"
+#include "test_util.h"
+#include "tesslin/tesslin.h"
+
+namespace tesslin::test {
+
+struct Decoded {
+    DibHeader header{};
+    std::vector<RgbQuad> palette;
+    uint32_t row_bytes = 0;
+    std::vector<uint8_t> pixels;  // top row first, row_bytes per row
+    std::vector<int> rows_seen;   // delivery order
+    int stop_after = -1;          // raster callback fails after this many rows
+
+    uint8_t* row(int r) { return pixels.data() + size_t(r) * row_bytes; }
+    const uint8_t* row(int r) const { return pixels.data() + size_t(r) * row_bytes; }
+};
+
+inline int32_t decoded_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
+    auto* d = reinterpret_cast<Decoded*>(user);
+    d->header = *h;
+    const uint32_t entries = palette_entries(h->biBitCount);
+    const auto* pal = dib_palette(h);
+    d->palette.assign(pal, pal + entries);
+    d->row_bytes = row_bytes(uint32_t(h->biWidth), h->biBitCount);
+    d->pixels.assign(size_t(d->row_bytes) * uint32_t(h->biHeight), 0xCD);
+    return 0;
+}
+
+inline int32_t decoded_row(uint8_t* row, intptr_t user, int32_t n, uint32_t bytes) {
+    auto* d = reinterpret_cast<Decoded*>(user);
+    if (d->stop_after >= 0 && int(d->rows_seen.size()) >= d->stop_after) return -5;
+    if (bytes != d->row_bytes || n < 0 || n >= d->header.biHeight) return -99;
+    std::memcpy(d->row(n), row, bytes);
+    d->rows_seen.push_back(n);
+    return 0;
+}
+
+inline std::vector<uint8_t> read_file(const std::string& path) {
+    std::vector<uint8_t> data;
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return data;
+    uint8_t buf[65536];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) data.insert(data.end(), buf, buf + n);
+    std::fclose(f);
+    return data;
+}
+
+inline void write_file(const std::string& path, const std::vector<uint8_t>& data) {
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) return;
+    std::fwrite(data.data(), 1, data.size(), f);
+    std::fclose(f);
+}
+
+// Decodes bytes held in memory through the JPEG decoder.
+inline int32_t jpeg_decode_bytes(const std::vector<uint8_t>& bytes, Decoded* out,
+                                 const jpeg::DecodeOptions& options = {}, uint32_t position = 0) {
+    void* block = tesslin_block_alloc(uint32_t(bytes.size() ? bytes.size() : 1));
+    if (!bytes.empty()) std::memcpy(block, bytes.data(), bytes.size());
+    const int32_t s = stream::mem_create_sized(block, uint32_t(bytes.size()));
+    const int32_t r = jpeg::decode(options, position, decoded_row, reinterpret_cast<intptr_t>(out),
+                                   decoded_header, s);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+    return r;
+}
+
+inline int32_t jpeg_decode_file(const std::string& path, Decoded* out,
+                                const jpeg::DecodeOptions& options = {}) {
+    const int32_t fd = platform::file_open(path.c_str(), 0);
+    if (fd < 0) return IMG_ERR_OPEN;
+    const int32_t r = jpeg::decode(options, 0, decoded_row, reinterpret_cast<intptr_t>(out),
+                                   decoded_header, fd);
+    platform::file_close(fd);
+    return r;
+}
+
+// A netpbm image (P5, P6 or P7 with DEPTH), 8-bit samples.
+struct Pnm {
+    int width = 0, height = 0, channels = 0;
+    std::vector<uint8_t> data;
+};
+
+inline bool read_pnm(const std::string& path, Pnm* out) {
+    std::vector<uint8_t> f = read_file(path);
+    if (f.size() < 3 || f[0] != 'P') return false;
+    size_t p = 2;
+    auto token = [&]() -> std::string {
+        for (;;) {
+            while (p < f.size() && std::isspace(f[p])) ++p;
+            if (p < f.size() && f[p] == '#') {
+                while (p < f.size() && f[p] != '\n') ++p;
+                continue;
+            }
+            break;
+        }
+        std::string t;
+        while (p < f.size() && !std::isspace(f[p])) t += char(f[p++]);
+        return t;
+    };
+    if (f[1] == '7') {
+        for (;;) {
+            std::string key = token();
+            if (key == "ENDHDR" || key.empty()) break;
+            std::string value = token();
+            if (key == "WIDTH") out->width = std::atoi(value.c_str());
+            else if (key == "HEIGHT") out->height = std::atoi(value.c_str());
+            else if (key == "DEPTH") out->channels = std::atoi(value.c_str());
+        }
+    } else {
+        out->width = std::atoi(token().c_str());
+        out->height = std::atoi(token().c_str());
+        if (std::atoi(token().c_str()) != 255) return false;
+        out->channels = f[1] == '5' ? 1 : f[1] == '6' ? 3 : 0;
+    }
+    ++p;
+    const size_t n = size_t(out->width) * out->height * out->channels;
+    if (!out->channels || p + n > f.size()) return false;
+    out->data.assign(f.begin() + long(p), f.begin() + long(p + n));
+    return true;
+}
+
+// Pixels of a decoded image as netpbm samples (RGB for 24-bit, grey for
+// 8-bit, the four channels as stored for 32-bit).
+inline std::vector<uint8_t> as_pnm_samples(const Decoded& d) {
+    const int w = d.header.biWidth, h = d.header.biHeight, bits = d.header.biBitCount;
+    std::vector<uint8_t> out;
+    for (int y = 0; y < h; ++y) {
+        const uint8_t* r = d.row(y);
+        for (int x = 0; x < w; ++x) {
+            if (bits == 8) {
+                out.push_back(r[x]);
+            } else if (bits == 24) {
+                out.push_back(r[3 * x + 2]);
+                out.push_back(r[3 * x + 1]);
+                out.push_back(r[3 * x]);
+            } else {
+                for (int c = 0; c < 4; ++c) out.push_back(r[4 * x + c]);
+            }
+        }
+    }
+    return out;
+}
+
+inline double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+    if (a.size() != b.size() || a.empty()) return -1;
+    double se = 0;
+    for (size_t i = 0; i < a.size(); ++i) {
+        const double d = double(a[i]) - double(b[i]);
+        se += d * d;
+    }
+    if (se == 0) return 99;
+    return 10 * std::log10(255.0 * 255.0 * double(a.size()) / se);
+}
+
+inline bool have_tool(const char* name) {
+    std::string cmd = std::string("command -v ") + name + " > /dev/null 2>&1";
+    return std::system(cmd.c_str()) == 0;
+}
+
+inline bool have_pillow() {
+    return std::system("/usr/bin/python3 -c 'import PIL' > /dev/null 2>&1") == 0;
+}
+
+inline std::string temp_path(const std::string& name) {
+    const char* dir = std::getenv("TMPDIR");
+    return std::string(dir && *dir ? dir : "/tmp") + "/tesslin_jpeg_" + name;
+}
+
+}  // namespace tesslin::test
