@@ -185,3 +185,63 @@ inline std::string temp_path(const std::string& name) {
 }
 
 }  // namespace tesslin::test
+
+namespace tesslin::test {
+
+// A DIB in a library block built from netpbm samples: grey 8-bit with the
+// grey ramp, RGB as 24-bit BGR, four channels as 32-bit.
+inline void* dib_from_pnm(const Pnm& p) {
+    const int bits = p.channels == 1 ? 8 : p.channels == 3 ? 24 : 32;
+    return make_dib(p.width, p.height, bits, [&](uint8_t* row, uint32_t, int32_t r) {
+        const uint8_t* s = p.data.data() + size_t(r) * p.width * p.channels;
+        for (int x = 0; x < p.width; ++x) {
+            if (bits == 8) row[x] = s[x];
+            else if (bits == 24) {
+                row[3 * x] = s[3 * x + 2];
+                row[3 * x + 1] = s[3 * x + 1];
+                row[3 * x + 2] = s[3 * x];
+            } else {
+                for (int c = 0; c < 4; ++c) row[4 * x + c] = s[4 * x + c];
+            }
+        }
+    });
+}
+
+struct DibSource {
+    const uint8_t* dib;
+    int supplied = 0;
+    int fail_at = -1;  // supply returns -7 for this row
+};
+
+inline int32_t dib_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
+    auto* s = reinterpret_cast<DibSource*>(user);
+    const auto* h = reinterpret_cast<const DibHeader*>(s->dib);
+    if (row == s->fail_at) return -7;
+    const uint32_t rb = row_bytes(uint32_t(h->biWidth), h->biBitCount);
+    if (bytes != rb || row != s->supplied) return -98;
+    const uint8_t* px = s->dib + 40 + palette_bytes(h->biBitCount);
+    std::memcpy(buffer, px + size_t(h->biHeight - 1 - row) * rb, bytes);
+    ++s->supplied;
+    return 0;
+}
+
+// Encodes a DIB through the JPEG encoder into bytes; *status gets the result.
+inline std::vector<uint8_t> jpeg_encode_dib(const void* dib, int32_t* status = nullptr,
+                                            int fail_at = -1) {
+    const auto* h = static_cast<const DibHeader*>(dib);
+    const uint32_t cap = 4096 + row_bytes(uint32_t(h->biWidth), 32) * uint32_t(h->biHeight) * 2;
+    void* block = tesslin_block_alloc(cap);
+    const int32_t s = stream::mem_create_sized(block, cap);
+    DibSource src{static_cast<const uint8_t*>(dib)};
+    src.fail_at = fail_at;
+    const int32_t r = jpeg::encode(s, h, dib_supply, reinterpret_cast<intptr_t>(&src), 0);
+    const int32_t n = stream::seek(s, 0, 1);
+    std::vector<uint8_t> out;
+    if (r == 0 && n > 0) out.assign(static_cast<uint8_t*>(block), static_cast<uint8_t*>(block) + n);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+    if (status) *status = r;
+    return out;
+}
+
+}  // namespace tesslin::test
