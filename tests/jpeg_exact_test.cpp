@@ -63,3 +63,45 @@ TEST(JpegExact, DecoderRowsEqualTheReferenceOnEveryTestFile) {
         expect_same(bytes, co, rco, f + " (coefficients)");
     }
 }
+
+namespace {
+
+// Offset of the first byte after the first scan header.
+size_t first_scan_data(const std::vector<uint8_t>& f) {
+    for (size_t i = 2; i + 3 < f.size(); ++i)
+        if (f[i] == 0xFF && f[i + 1] == 0xDA) return i + 2 + size_t((f[i + 2] << 8) | f[i + 3]);
+    return f.size();
+}
+
+}  // namespace
+
+// Truncated and damaged entropy-coded data: whatever the library makes of it
+// (a status, or rows with the missing part grey), the reference makes too.
+TEST(JpegExact, DamagedDataGivesTheReferenceResult) {
+    const char* names[] = {"jpeg/420.jpg", "jpeg/restart.jpg", "jpeg/progressive.jpg",
+                           "jpeg/progressive-restart.jpg", "jpeg/grey.jpg", "jpeg/multiscan.jpg",
+                           "jpeg/ycck.jpg", "corpus/jpeg/optimized.jpg"};
+    uint32_t seed = 12345;
+    auto rnd = [&]() { return seed = seed * 1103515245u + 12345u, (seed >> 8) & 0xFFFFFF; };
+    int negative = 0, complete = 0;
+    for (const char* name : names) {
+        const auto good = read_file(data_path(name));
+        const size_t start = first_scan_data(good);
+        ASSERT_LT(start, good.size());
+        for (int i = 0; i < 24; ++i) {
+            std::vector<uint8_t> cut(good.begin(), good.begin() + long(start + (good.size() - start) * i / 24));
+            expect_same(cut, {}, {}, std::string(name) + " cut " + std::to_string(cut.size()));
+            Decoded d;
+            (jpeg_decode_bytes(cut, &d) < 0 ? negative : complete)++;
+        }
+        for (int i = 0; i < 40; ++i) {
+            std::vector<uint8_t> bad = good;
+            const int flips = 1 + int(rnd() % 4);
+            for (int f = 0; f < flips; ++f) bad[start + rnd() % (bad.size() - start)] ^= uint8_t(1 << (rnd() % 8));
+            expect_same(bad, {}, {}, std::string(name) + " damage " + std::to_string(i));
+            Decoded d;
+            (jpeg_decode_bytes(bad, &d) < 0 ? negative : complete)++;
+        }
+    }
+    std::printf("damaged streams: %d refused, %d delivered complete\n", negative, complete);
+}

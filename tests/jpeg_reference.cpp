@@ -206,6 +206,7 @@ struct Ref {
     uint32_t eobrun = 0;
     explicit Ref(const std::vector<uint8_t>& data) : d(data) {}
 
+    int byte_or(size_t p) const { return p < d.size() ? d[p] : -1; }
     int be16(size_t p) const { return p + 1 < d.size() ? (d[p] << 8) | d[p + 1] : -1; }
 
     // Segments up to the first SOS (whose position is returned), or a status.
@@ -458,6 +459,7 @@ struct Ref {
             const int m = d[pos + 1];
             const int len = be16(pos + 2);
             if (len < 0) break;
+            if (len < 2 || pos + 2 + size_t(len) > d.size()) break;
             if (m != 0xDA) {
                 if (m == 0xC4 || m == 0xDB || m == 0xDD || (m >= 0xE0 && m <= 0xEF) || m == 0xFE) {
                     std::vector<uint8_t> seg(d.begin() + long(pos),
@@ -469,23 +471,36 @@ struct Ref {
                 }
                 break;
             }
+            // A bad header ends the scans, or the decode when it is the first.
             const int ns = pos + 4 < d.size() ? d[pos + 4] : -1;
-            if (ns < 1 || ns > 4) return first ? IMG_ERR_BAD_IMAGE : 0;
+            if (ns < 1 || ns > 4) {
+                if (first) return IMG_ERR_BAD_IMAGE;
+                goto rows;
+            }
             int sc[4];
+            bool used[4] = {};
             for (int i = 0; i < ns; ++i) {
-                const int sel = d.at(pos + 5 + 2 * i), tbl = d.at(pos + 6 + 2 * i);
+                const int sel = byte_or(pos + 5 + 2 * i), tbl = byte_or(pos + 6 + 2 * i);
                 sc[i] = -1;
                 for (int j = 0; j < nf; ++j)
                     if (c[j].id == sel) {
                         sc[i] = j;
                         break;
                     }
-                if (sc[i] < 0) return IMG_ERR_BAD_IMAGE;
+                if (sc[i] < 0 || used[sc[i]]) {
+                    if (first) return IMG_ERR_BAD_IMAGE;
+                    goto rows;
+                }
+                used[sc[i]] = true;
                 table_for(c[sc[i]], tbl);
             }
             const size_t sp = pos + 5 + 2 * size_t(ns);
-            const int ss = d.at(sp), se = d.at(sp + 1), ah = d.at(sp + 2) >> 4, al = d.at(sp + 2) & 15;
-            if (ss > se || se > 63) return IMG_ERR_BAD_IMAGE;
+            const int ss = byte_or(sp), se = byte_or(sp + 1), ah = byte_or(sp + 2) >> 4,
+                      al = byte_or(sp + 2) & 15;
+            if (ss < 0 || se < 0 || byte_or(sp + 2) < 0 || ss > se || se > 63) {
+                if (first) return IMG_ERR_BAD_IMAGE;
+                goto rows;
+            }
             if (first) {
                 single = sof != 0xC2 && ns == nf;
                 if (!qdef[0] && !qdef[1]) {
@@ -549,7 +564,7 @@ struct Ref {
             pos = std::max(b.consumed(), pos + 2 + size_t(len));
         }
 
-        // Rows.
+    rows:
         std::vector<std::vector<int8_t>> plane(static_cast<size_t>(nf));
         std::vector<std::vector<int32_t>> cplane(static_cast<size_t>(nf));
         std::vector<uint8_t> line(out->row_bytes);

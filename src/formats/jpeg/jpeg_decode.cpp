@@ -487,10 +487,7 @@ bool Decoder::find_marker(uint64_t from, uint64_t* at, int* marker) {
 int32_t Decoder::decode_block(Component& c, int16_t* natural, uint32_t* rows) {
     const uint16_t* q = c.tq == 0 ? quant_[0] : quant_[1];
     int s = br_.decode(*c.dc);
-    if (s < 0) {  // no code within 16 bits: category 0
-        br_.skip(16);
-        s = 0;
-    }
+    if (s < 0) s = 0;  // no code within 16 bits: category 0
     if (s > 16) return kCorrupt;
     const int32_t diff = s ? extend(br_.get(s), s) : 0;
     c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
@@ -534,10 +531,7 @@ int32_t Decoder::decode_unit(Component& c, int16_t* zz, const Scan& scan) {
     if (scan.ss == 0) {
         if (scan.ah == 0) {
             int s = br_.decode(*c.dc);
-            if (s < 0) {
-                br_.skip(16);
-                s = 0;
-            }
+            if (s < 0) s = 0;
             if (s > 16) return kCorrupt;
             const int32_t diff = s ? extend(br_.get(s), s) : 0;
             c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
@@ -809,7 +803,11 @@ int32_t Decoder::multi_scan(uint64_t first_sos) {
         }
         src_.seek(at + 2);
         const int32_t length = src_.be16();
-        if (length < 0) break;
+        if (length < 2) break;
+        // A segment cut short by the end of the data ends the scans.
+        src_.seek(at + 1 + static_cast<uint64_t>(length));
+        if (src_.byte() < 0) break;
+        src_.seek(at + 4);
         if (marker == 0xC4) {
             r = read_dht(length);
         } else if (marker == 0xDB) {

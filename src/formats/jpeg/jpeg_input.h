@@ -189,7 +189,8 @@ public:
     }
 
     // Symbol of the next Huffman code, or -1 when no code of up to 16 bits
-    // matches (then nothing is consumed).
+    // matches (the 16 bits are consumed, as by a reader that takes one bit
+    // at a time until it gives up).
     int decode(const HuffmanDecode& t) {
         if (nbits_ < 16) fill();
         const uint16_t e = t.look[peek(kLookBits)];
@@ -209,6 +210,7 @@ public:
                 return t.symbols[(code + t.offset[len]) & 0xFF];
             }
         }
+        nbits_ -= 16;
         return -1;
     }
 
