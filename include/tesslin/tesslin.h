@@ -282,6 +282,12 @@ TESSLIN_API int32_t IMGLOW_set_overlay_path(const char *path);
 TESSLIN_API int32_t IMG_ifl_version(int32_t *major, int32_t *minor);
 /* Accepted for compatibility; does nothing. */
 TESSLIN_API int32_t IMG_set_profile(intptr_t a, intptr_t b);
+/* The ICC profile embedded in a JPEG file (APP2 "ICC_PROFILE" chunks,
+ * concatenated in order): a block from tesslin_block_alloc that the caller
+ * frees with tesslin_block_free, its length stored in *size. NULL and a size
+ * of 0 when the file cannot be opened, is not JPEG or carries no profile.
+ * The second argument is not used. */
+TESSLIN_API void *IMG_get_profile(const char *file_name, int32_t reserved, uint32_t *size);
 
 /* ------------------------------------------------------------------ */
 /* Format detection and queries                                         */

@@ -46,6 +46,7 @@ cjpeg -quality 85 -sample 2x2 -progressive "$tmp/src.ppm" > progressive.jpg
 cjpeg -quality 85 -grayscale -progressive "$tmp/src.ppm" > progressive-grey.jpg
 cjpeg -quality 85 -sample 2x2 -progressive -restart 2B "$tmp/src.ppm" > progressive-restart.jpg
 cjpeg -quality 85 -sample 2x2 -restart 3B "$tmp/src.ppm" > restart.jpg
+cjpeg -quality 85 -sample 2x2 -restart 1 "$tmp/src.ppm" > restart-rows.jpg
 printf '0: 0 63 0 0;\n1: 0 63 0 0;\n2: 0 63 0 0;\n' > "$tmp/scans.txt"
 cjpeg -quality 85 -sample 2x2 -scans "$tmp/scans.txt" "$tmp/src.ppm" > multiscan.jpg
 cjpeg -quality 2 -sample 2x2 "$tmp/src.ppm" > extended.jpg
