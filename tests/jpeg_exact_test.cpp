@@ -7,6 +7,7 @@
 #include <dirent.h>
 
 #include "core/settings.h"
+#include "formats/jpeg/jpeg_rows.h"
 #include "jpeg_reference.h"
 #include "jpeg_test_util.h"
 
@@ -104,4 +105,41 @@ TEST(JpegExact, DamagedDataGivesTheReferenceResult) {
         }
     }
     std::printf("damaged streams: %d refused, %d delivered complete\n", negative, complete);
+}
+
+// Every chroma value through the vectorised conversion, with and without
+// horizontal replication, against the constants' products.
+TEST(JpegExact, ColourConversionCoversEveryChromaValue) {
+    for (int f : {1, 2}) {
+        const int width = 256 * f + 5;  // a tail for the scalar path too
+        jpeg::Plane planes[3];
+        for (auto& p : planes) ASSERT_TRUE(p.allocate(width + 32, 1, false));
+        for (int x = 0; x < width + 32; ++x) {
+            planes[0].samples()[x] = int8_t((x * 73 + 11) % 255 - 127);
+            planes[1].samples()[x] = int8_t(x);
+            planes[2].samples()[x] = int8_t(x * 37 + 5);
+        }
+        jpeg::RowLayout layout;
+        layout.nf = 3;
+        layout.width = width;
+        layout.hmax = f;
+        layout.vmax = 1;
+        for (int i = 0; i < 3; ++i) {
+            layout.plane[i] = &planes[i];
+            layout.h[i] = i == 0 ? f : 1;
+            layout.v[i] = 1;
+        }
+        jpeg::RowConverter conv;
+        ASSERT_TRUE(conv.init(layout));
+        std::vector<uint8_t> out(size_t(width) * 3);
+        conv.convert(0, out.data());
+        auto L = [](int v) { return v < -128 ? 0 : v > 127 ? 255 : v + 128; };
+        for (int x = 0; x < width; ++x) {
+            const int y = planes[0].samples()[x], cb = planes[1].samples()[x / f],
+                      cr = planes[2].samples()[x / f];
+            ASSERT_EQ(out[3 * x], L(y + int(1.772 * cb))) << f << " " << x;
+            ASSERT_EQ(out[3 * x + 1], L(y - (int(0.34414 * cb) + int(0.71414 * cr)))) << f << " " << x;
+            ASSERT_EQ(out[3 * x + 2], L(y + int(1.402 * cr))) << f << " " << x;
+        }
+    }
 }

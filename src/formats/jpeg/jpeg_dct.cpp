@@ -67,23 +67,21 @@ inline int8_t clamp_sample(int32_t y) {
     return static_cast<int8_t>(y < -127 ? -127 : y > 127 ? 127 : y);
 }
 
-// First pass over the used coefficient rows: p[v * 8 + x] is the result at
-// column x of row v.
-inline void idct_rows(const int16_t* coef, uint32_t rows_used, int32_t* p) {
-    for (int v = 0; v < 8; ++v, coef += 8, p += 8) {
-        if (!(rows_used >> v & 1)) {
-            std::memset(p, 0, 8 * sizeof(int32_t));
-            continue;
-        }
-        int32_t x[8];
-        for (int k = 0; k < 8; ++k) x[k] = coef[k];
-        if ((x[1] | x[2] | x[3] | x[4] | x[5] | x[6] | x[7]) == 0) {
-            const int32_t dc = descale(724, x[0]);
-            for (int k = 0; k < 8; ++k) p[k] = dc;
-        } else {
-            idct_1d(x, p);
-        }
+// Blocks whose only non-zero coefficients are in the first row (vertical
+// frequency 0): every column is constant, and a block with only its DC
+// coefficient is one value.
+inline void idct_first_row_only(const int16_t* ct, int8_t* out, int stride) {
+    int32_t x[8], p[8];
+    for (int k = 0; k < 8; ++k) x[k] = ct[k * 8];
+    if ((x[1] | x[2] | x[3] | x[4] | x[5] | x[6] | x[7]) == 0) {
+        const int8_t v = clamp_sample(descale(724, descale(724, x[0])));
+        for (int j = 0; j < 8; ++j) std::memset(out + j * stride, static_cast<uint8_t>(v), 8);
+        return;
     }
+    idct_1d(x, p);
+    int8_t row[8];
+    for (int k = 0; k < 8; ++k) row[k] = clamp_sample(descale(724, p[k]));
+    for (int j = 0; j < 8; ++j) std::memcpy(out + j * stride, row, 8);
 }
 
 #if defined(__GNUC__)
@@ -91,30 +89,79 @@ typedef uint32_t v8u __attribute__((vector_size(32)));
 typedef int32_t v8i __attribute__((vector_size(32)));
 typedef int16_t v8s __attribute__((vector_size(16)));
 typedef int8_t v8c __attribute__((vector_size(8)));
+typedef int8_t v32c __attribute__((vector_size(32)));
 
-// Written as a macro: 32-byte vectors passed through functions would change
+// Written as macros: 32-byte vectors passed through functions would change
 // the calling convention between the portable and the AVX2 builds.
 #define VDESCALE(c, x) reinterpret_cast<v8u>(reinterpret_cast<v8i>((x) * (c##u) + 512u) >> 10)
 #define SDESCALE(c, x) ((((x) * (c)) + 512) >> 10)
+#define SHUF(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
 
-// Second pass with the eight columns side by side in the lanes.
-__attribute__((always_inline)) inline void idct_columns_vec(const int32_t* p, int8_t* out,
-                                                            int stride) {
-    v8u x[8];
-    for (int k = 0; k < 8; ++k) std::memcpy(&x[k], p + 8 * k, 32);
-    const v8u a0 = VDESCALE(724, x[0]), a4 = VDESCALE(724, x[4]);
-    const v8u t = VDESCALE(724, x[2] + x[6]);
-    const v8u e0 = a0 + a4, e1 = a0 - a4;
-    const v8u d = VDESCALE(1338, x[2] - t), c = VDESCALE(553, x[2] + t);
-    const v8u f0 = e0 + c, f3 = e0 - c, f1 = e1 + d, f2 = e1 - d;
-    const v8u u = VDESCALE(724, x[3] + x[5]);
-    const v8u g0 = x[1] - u, g1 = x[1] + u;
-    const v8u s = x[1] + x[3];
-    const v8u w = VDESCALE(724, x[7] + x[5] + s);
-    const v8u h1 = VDESCALE(1338, s - w), h0 = VDESCALE(553, s + w);
-    const v8u o0 = VDESCALE(522, h0 + g1), o1 = VDESCALE(616, h1 + g0);
-    const v8u o3 = VDESCALE(922, g0 - h1), o2 = VDESCALE(2624, g1 - h0);
-    const v8u y[8] = {f0 + o0, f1 + o1, f2 + o3, f3 + o2, f3 - o2, f2 - o3, f1 - o1, f0 - o0};
+// One 8-point inverse transform on eight lanes at once: x[8] in, y[8] out.
+#define IDCT_LANES(x, y)                                                                  \
+    do {                                                                                  \
+        const v8u a0 = VDESCALE(724, x[0]), a4 = VDESCALE(724, x[4]);                     \
+        const v8u t = VDESCALE(724, x[2] + x[6]);                                         \
+        const v8u e0 = a0 + a4, e1 = a0 - a4;                                             \
+        const v8u d = VDESCALE(1338, x[2] - t), c = VDESCALE(553, x[2] + t);              \
+        const v8u f0 = e0 + c, f3 = e0 - c, f1 = e1 + d, f2 = e1 - d;                     \
+        const v8u u = VDESCALE(724, x[3] + x[5]);                                         \
+        const v8u g0 = x[1] - u, g1 = x[1] + u;                                           \
+        const v8u s = x[1] + x[3];                                                        \
+        const v8u w = VDESCALE(724, x[7] + x[5] + s);                                     \
+        const v8u h1 = VDESCALE(1338, s - w), h0 = VDESCALE(553, s + w);                  \
+        const v8u o0 = VDESCALE(522, h0 + g1), o1 = VDESCALE(616, h1 + g0);               \
+        const v8u o3 = VDESCALE(922, g0 - h1), o2 = VDESCALE(2624, g1 - h0);              \
+        y[0] = f0 + o0, y[1] = f1 + o1, y[2] = f2 + o3, y[3] = f3 + o2;                   \
+        y[4] = f3 - o2, y[5] = f2 - o3, y[6] = f1 - o1, y[7] = f0 - o0;                   \
+    } while (0)
+
+// Rows become columns: r[i] lane j goes to o[j] lane i.
+#define TRANSPOSE8(r, o)                                                                  \
+    do {                                                                                  \
+        const v8u t0 = SHUF(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);                        \
+        const v8u t1 = SHUF(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);                      \
+        const v8u t2 = SHUF(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);                        \
+        const v8u t3 = SHUF(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);                      \
+        const v8u t4 = SHUF(r[4], r[5], 0, 8, 1, 9, 4, 12, 5, 13);                        \
+        const v8u t5 = SHUF(r[4], r[5], 2, 10, 3, 11, 6, 14, 7, 15);                      \
+        const v8u t6 = SHUF(r[6], r[7], 0, 8, 1, 9, 4, 12, 5, 13);                        \
+        const v8u t7 = SHUF(r[6], r[7], 2, 10, 3, 11, 6, 14, 7, 15);                      \
+        const v8u u0 = SHUF(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);                            \
+        const v8u u1 = SHUF(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);                          \
+        const v8u u2 = SHUF(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);                            \
+        const v8u u3 = SHUF(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);                          \
+        const v8u u4 = SHUF(t4, t6, 0, 1, 8, 9, 4, 5, 12, 13);                            \
+        const v8u u5 = SHUF(t4, t6, 2, 3, 10, 11, 6, 7, 14, 15);                          \
+        const v8u u6 = SHUF(t5, t7, 0, 1, 8, 9, 4, 5, 12, 13);                            \
+        const v8u u7 = SHUF(t5, t7, 2, 3, 10, 11, 6, 7, 14, 15);                          \
+        o[0] = SHUF(u0, u4, 0, 1, 2, 3, 8, 9, 10, 11);                                    \
+        o[4] = SHUF(u0, u4, 4, 5, 6, 7, 12, 13, 14, 15);                                  \
+        o[1] = SHUF(u1, u5, 0, 1, 2, 3, 8, 9, 10, 11);                                    \
+        o[5] = SHUF(u1, u5, 4, 5, 6, 7, 12, 13, 14, 15);                                  \
+        o[2] = SHUF(u2, u6, 0, 1, 2, 3, 8, 9, 10, 11);                                    \
+        o[6] = SHUF(u2, u6, 4, 5, 6, 7, 12, 13, 14, 15);                                  \
+        o[3] = SHUF(u3, u7, 0, 1, 2, 3, 8, 9, 10, 11);                                    \
+        o[7] = SHUF(u3, u7, 4, 5, 6, 7, 12, 13, 14, 15);                                  \
+    } while (0)
+
+// Coefficients column-major: ct + 8 * u holds column u (horizontal
+// frequency u) for the eight rows, which are the lanes of the first pass.
+__attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uint32_t rows_used,
+                                                          int8_t* out, int stride) {
+    if (rows_used <= 1) {
+        idct_first_row_only(ct, out, stride);
+        return;
+    }
+    v8u x[8], y[8], p[8];
+    for (int k = 0; k < 8; ++k) {
+        v8s c;
+        std::memcpy(&c, ct + 8 * k, 16);
+        x[k] = reinterpret_cast<v8u>(__builtin_convertvector(c, v8i));
+    }
+    IDCT_LANES(x, y);  // y[j] lane v: result at column j of coefficient row v
+    TRANSPOSE8(y, p);  // p[v] lane j: the same, one coefficient row per vector
+    IDCT_LANES(p, y);  // y[j] lane x: sample row j
     const v8i lo = {-127, -127, -127, -127, -127, -127, -127, -127};
     const v8i hi = {127, 127, 127, 127, 127, 127, 127, 127};
     for (int j = 0; j < 8; ++j) {
@@ -123,24 +170,11 @@ __attribute__((always_inline)) inline void idct_columns_vec(const int32_t* p, in
         v = (v & ~m) | (lo & m);
         m = v > hi;
         v = (v & ~m) | (hi & m);
-        const v8c b = __builtin_convertvector(v, v8c);
+        // The clamped values fit the low byte of each lane.
+        const v32c bytes = reinterpret_cast<v32c>(v);
+        const v8c b = SHUF(bytes, bytes, 0, 4, 8, 12, 16, 20, 24, 28);
         std::memcpy(out + j * stride, &b, 8);
     }
-}
-
-__attribute__((always_inline)) inline void idct_block_vec(const int16_t* coef, uint32_t rows_used,
-                                                          int8_t* out, int stride) {
-    alignas(32) int32_t p[64];
-    idct_rows(coef, rows_used, p);
-    if (rows_used == 1) {
-        // Only the first coefficient row: every column is constant.
-        for (int x = 0; x < 8; ++x) {
-            const int8_t v = clamp_sample(descale(724, p[x]));
-            for (int j = 0; j < 8; ++j) out[j * stride + x] = v;
-        }
-        return;
-    }
-    idct_columns_vec(p, out, stride);
 }
 
 // Forward transform with the eight rows (then the eight columns) in lanes.
@@ -205,9 +239,17 @@ bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 
 }  // namespace
 
-void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride) {
-    int32_t p[64];
-    idct_rows(coef, rows_used, p);
+void idct_block_scalar(const int16_t* ct, uint32_t rows_used, int8_t* out, int stride) {
+    if (rows_used <= 1) {
+        idct_first_row_only(ct, out, stride);
+        return;
+    }
+    int32_t p[64];  // p[v * 8 + x]: result at column x of coefficient row v
+    for (int v = 0; v < 8; ++v) {
+        int32_t x[8];
+        for (int k = 0; k < 8; ++k) x[k] = ct[k * 8 + v];
+        idct_1d(x, p + v * 8);
+    }
     for (int x = 0; x < 8; ++x) {
         int32_t in[8], y[8];
         for (int k = 0; k < 8; ++k) in[k] = p[k * 8 + x];

@@ -75,7 +75,7 @@ private:
     bool find_marker(uint64_t from, uint64_t* at, int* marker);
 
     // ---- entropy-coded data ----
-    int32_t decode_block(Component& c, int16_t* natural, uint32_t* rows);
+    int32_t decode_block(Component& c, int16_t* block, uint32_t* rows);
     int32_t decode_unit(Component& c, int16_t* zz, const Scan& scan);
     void reset_predictors() {
         for (auto& c : comp_) c.pred = 0;
@@ -88,7 +88,7 @@ private:
     int32_t decode_scan(const Scan& scan, bool first);
     int32_t allocate_planes();
     int32_t deliver_mcu_row(int my);
-    void emit_block(Component& c, const int16_t* natural, uint32_t rows, int bx, int by);
+    void emit_block(Component& c, const int16_t* block, uint32_t rows, int bx, int by);
     void zero_block(Component& c, int bx, int by);
 
     int32_t stream_;
@@ -482,16 +482,17 @@ bool Decoder::find_marker(uint64_t from, uint64_t* at, int* marker) {
 // ---------------------------------------------------------------------------
 // Entropy-coded data
 
-// Baseline block: dequantised coefficients into `natural` (cleared by the
-// caller); *rows gets a bit per coefficient row that holds a value.
-int32_t Decoder::decode_block(Component& c, int16_t* natural, uint32_t* rows) {
+// Baseline block: dequantised coefficients, column-major, into `block`
+// (cleared by the caller); *rows gets a bit per coefficient row that holds a
+// value.
+int32_t Decoder::decode_block(Component& c, int16_t* block, uint32_t* rows) {
     const uint16_t* q = c.tq == 0 ? quant_[0] : quant_[1];
     int s = br_.decode(*c.dc);
     if (s < 0) s = 0;  // no code within 16 bits: category 0
     if (s > 16) return kCorrupt;
     const int32_t diff = s ? extend(br_.get(s), s) : 0;
     c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
-    natural[0] = static_cast<int16_t>(wrap_mul(c.pred, q[0]));
+    block[0] = static_cast<int16_t>(wrap_mul(c.pred, q[0]));
     uint32_t used = 1;
     const HuffmanDecode& ac = *c.ac;
     for (int k = 1; k < 64;) {
@@ -515,9 +516,9 @@ int32_t Decoder::decode_block(Component& c, int16_t* natural, uint32_t* rows) {
         k += run;
         if (k > 63) return kCorrupt;
         if (value) {
-            const int n = kZigzag[k];
-            natural[n] = static_cast<int16_t>(wrap_mul(value, q[k]));
-            used |= 1u << (n >> 3);
+            const int n = kZigzagColumns[k];
+            block[n] = static_cast<int16_t>(wrap_mul(value, q[k]));
+            used |= 1u << (n & 7);
         }
         ++k;
     }
@@ -641,15 +642,17 @@ int32_t Decoder::allocate_planes() {
     return 0;
 }
 
-void Decoder::emit_block(Component& c, const int16_t* natural, uint32_t rows, int bx, int by) {
+// A column-major block of dequantised coefficients into the plane: through
+// the inverse transform, or as it is for coefficient output.
+void Decoder::emit_block(Component& c, const int16_t* block, uint32_t rows, int bx, int by) {
     if (coefficients_) {
         int32_t* out = c.plane.coefficients() + static_cast<size_t>(by) * 8 * c.plane.width + bx * 8;
         for (int v = 0; v < 8; ++v)
-            for (int u = 0; u < 8; ++u) out[v * c.plane.width + u] = natural[v * 8 + u];
+            for (int u = 0; u < 8; ++u) out[v * c.plane.width + u] = block[u * 8 + v];
         return;
     }
     int8_t* out = c.plane.samples() + static_cast<size_t>(by) * 8 * c.plane.width + bx * 8;
-    idct_block()(natural, rows, out, c.plane.width);
+    idct_block()(block, rows, out, c.plane.width);
 }
 
 void Decoder::zero_block(Component& c, int bx, int by) {
@@ -836,11 +839,11 @@ int32_t Decoder::multi_scan(uint64_t first_sos) {
                     uint32_t used = 0;
                     for (int k = 0; k < 64; ++k) {
                         if (!zz[k]) continue;
-                        const int n = kZigzag[k];
+                        const int n = kZigzagColumns[k];
                         block[n] = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
-                        used |= 1u << (n >> 3);
+                        used |= 1u << (n & 7);
                     }
-                    emit_block(c, block, used | 1, bx, by);
+                    emit_block(c, block, used, bx, by);
                 }
         }
         r = deliver_mcu_row(my);

@@ -8,8 +8,10 @@
 
 namespace tesslin::jpeg {
 
-// Position k in zig-zag scan order to the natural (row-major) index.
+// Position k in zig-zag scan order to the natural (row-major) index, and to
+// the column-major index the inverse transform reads.
 extern const uint8_t kZigzag[64];
+extern const uint8_t kZigzagColumns[64];
 // Default quantisation tables 0 and 1 (zig-zag order), used when a stream
 // defines neither; the encoder's tables before the quality is first set.
 const uint16_t* default_quant(int table);
@@ -72,10 +74,11 @@ void idct_1d(const int32_t* in, int32_t* out);
 // One 8-point forward transform (gain 2).
 void fdct_1d(const int32_t* in, int32_t* out);
 
-// Inverse transform of one block of 64 dequantised coefficients in natural
-// order (coef[v * 8 + u], v the vertical frequency) into 8 rows of signed
-// samples clamped to -127..127. rows_used has bit v set when row v of the
-// block holds a non-zero coefficient (a superset is fine).
+// Inverse transform of one block of 64 dequantised coefficients stored
+// column-major (coef[u * 8 + v], u the horizontal and v the vertical
+// frequency) into 8 rows of signed samples clamped to -127..127. rows_used
+// has bit v set when row v of the block holds a non-zero coefficient (a
+// superset is fine).
 using IdctFn = void (*)(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
 IdctFn idct_block();
 void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);

@@ -6,6 +6,10 @@
 #include <cstring>
 #include <new>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include "core/dib.h"
 #include "formats/jpeg/jpeg_internal.h"
 
@@ -48,6 +52,92 @@ void RowConverter::grey(int y, uint8_t* out) const {
     for (int x = 0; x < l_.width; ++x) out[x] = range_limit(s[x]);
 }
 
+namespace {
+
+#if defined(__x86_64__)
+// The chroma tables as multiplications: trunc(k * c) = sign(c) *
+// ((|c| * M) >> 15) for every c in -128..127 with M = ceil(k * 2^15)
+// (checked against the tables by the tests). (2|c| * M) >> 16 is one
+// unsigned high multiplication.
+constexpr uint16_t kCrR = 45941, kCbG = 11277, kCrG = 23401, kCbB = 58065;
+
+// Byte shuffles that interleave 16 blue, 16 green and 16 red bytes into 48
+// bytes: mask [out][channel], 0x80 where another channel's byte goes.
+struct InterleaveMasks {
+    alignas(16) uint8_t m[3][3][16];
+    constexpr InterleaveMasks() : m() {
+        for (int out = 0; out < 3; ++out)
+            for (int ch = 0; ch < 3; ++ch)
+                for (int p = 0; p < 16; ++p) {
+                    const int q = 16 * out + p;
+                    m[out][ch][p] = static_cast<uint8_t>(q % 3 == ch ? q / 3 : 0x80);
+                }
+    }
+};
+constexpr InterleaveMasks kInterleave;
+
+__attribute__((target("sse4.1"))) inline __m128i chroma_term(__m128i c, uint16_t m) {
+    const __m128i twice = _mm_slli_epi16(_mm_abs_epi16(c), 1);
+    return _mm_sign_epi16(_mm_mulhi_epu16(twice, _mm_set1_epi16(static_cast<int16_t>(m))), c);
+}
+
+// 16 pixels per step with every luminance sample used and each chroma
+// sample serving f (1 or 2) adjacent pixels; returns the pixels done.
+__attribute__((target("sse4.1"))) int ycc_sse41(const int8_t* lum, const int8_t* cb,
+                                               const int8_t* cr, int f, int width,
+                                               uint8_t* out) {
+    const __m128i bias = _mm_set1_epi16(128);
+    const __m128i* mk = reinterpret_cast<const __m128i*>(kInterleave.m);
+    int x = 0;
+    for (; x + 16 <= width; x += 16, out += 48) {
+        const __m128i yv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lum + x));
+        const __m128i y0 = _mm_cvtepi8_epi16(yv), y1 = _mm_cvtepi8_epi16(_mm_srli_si128(yv, 8));
+        __m128i b0, b1, g0, g1, r0, r1;
+        if (f == 2) {
+            const __m128i cbv = _mm_cvtepi8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(cb + x / 2)));
+            const __m128i crv = _mm_cvtepi8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(cr + x / 2)));
+            const __m128i tb = chroma_term(cbv, kCbB), tr = chroma_term(crv, kCrR);
+            const __m128i tg = _mm_add_epi16(chroma_term(cbv, kCbG), chroma_term(crv, kCrG));
+            b0 = _mm_unpacklo_epi16(tb, tb), b1 = _mm_unpackhi_epi16(tb, tb);
+            g0 = _mm_unpacklo_epi16(tg, tg), g1 = _mm_unpackhi_epi16(tg, tg);
+            r0 = _mm_unpacklo_epi16(tr, tr), r1 = _mm_unpackhi_epi16(tr, tr);
+        } else {
+            const __m128i cbv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cb + x));
+            const __m128i crv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cr + x));
+            const __m128i cb0 = _mm_cvtepi8_epi16(cbv), cb1 = _mm_cvtepi8_epi16(_mm_srli_si128(cbv, 8));
+            const __m128i cr0 = _mm_cvtepi8_epi16(crv), cr1 = _mm_cvtepi8_epi16(_mm_srli_si128(crv, 8));
+            b0 = chroma_term(cb0, kCbB), b1 = chroma_term(cb1, kCbB);
+            r0 = chroma_term(cr0, kCrR), r1 = chroma_term(cr1, kCrR);
+            g0 = _mm_add_epi16(chroma_term(cb0, kCbG), chroma_term(cr0, kCrG));
+            g1 = _mm_add_epi16(chroma_term(cb1, kCbG), chroma_term(cr1, kCrG));
+        }
+        // Level shift, then packus clamps to 0..255 exactly like the range
+        // limit.
+        const __m128i bb = _mm_packus_epi16(_mm_add_epi16(_mm_add_epi16(y0, b0), bias),
+                                            _mm_add_epi16(_mm_add_epi16(y1, b1), bias));
+        const __m128i gg = _mm_packus_epi16(_mm_add_epi16(_mm_sub_epi16(y0, g0), bias),
+                                            _mm_add_epi16(_mm_sub_epi16(y1, g1), bias));
+        const __m128i rr = _mm_packus_epi16(_mm_add_epi16(_mm_add_epi16(y0, r0), bias),
+                                            _mm_add_epi16(_mm_add_epi16(y1, r1), bias));
+        for (int o = 0; o < 3; ++o) {
+            const __m128i v = _mm_or_si128(
+                _mm_or_si128(_mm_shuffle_epi8(bb, _mm_load_si128(mk + 3 * o)),
+                             _mm_shuffle_epi8(gg, _mm_load_si128(mk + 3 * o + 1))),
+                _mm_shuffle_epi8(rr, _mm_load_si128(mk + 3 * o + 2)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * o), v);
+        }
+    }
+    return x;
+}
+
+bool has_sse41() {
+    static const bool yes = __builtin_cpu_supports("sse4.1");
+    return yes;
+}
+#endif
+
+}  // namespace
+
 void RowConverter::ycc(int y, uint8_t* out) const {
     const ChromaTables& t = chroma_tables();
     const int8_t* lum = row(0, y);
@@ -56,7 +146,12 @@ void RowConverter::ycc(int y, uint8_t* out) const {
     const int w = l_.width;
     if (fx_[0] == 1 && fx_[1] == fx_[2]) {
         const int f = fx_[1];
-        for (int x = 0, j = 0; x < w; x += f, ++j) {
+        int start = 0;
+#if defined(__x86_64__)
+        if ((f == 1 || f == 2) && has_sse41()) start = ycc_sse41(lum, cb, cr, f, w, out);
+#endif
+        out += 3 * start;
+        for (int x = start, j = start / f; x < w; x += f, ++j) {
             const uint8_t b = static_cast<uint8_t>(cb[j]), r = static_cast<uint8_t>(cr[j]);
             const int32_t tb = t.cb_b[b], tg = t.cb_g[b] + t.cr_g[r], tr = t.cr_r[r];
             const int n = w - x < f ? w - x : f;
