@@ -7,6 +7,7 @@
 #include <dirent.h>
 
 #include "core/settings.h"
+#include "formats/jpeg/jpeg_internal.h"
 #include "formats/jpeg/jpeg_rows.h"
 #include "jpeg_reference.h"
 #include "jpeg_test_util.h"
@@ -141,5 +142,87 @@ TEST(JpegExact, ColourConversionCoversEveryChromaValue) {
             ASSERT_EQ(out[3 * x + 1], L(y - (int(0.34414 * cb) + int(0.71414 * cr)))) << f << " " << x;
             ASSERT_EQ(out[3 * x + 2], L(y + int(1.402 * cr))) << f << " " << x;
         }
+    }
+}
+
+// The vectorised transforms against the plain ones: sparse and dense
+// blocks, and coefficients at the ends of the 16-bit range where the
+// 32-bit arithmetic wraps.
+TEST(JpegExact, InverseTransformOnRandomAndExtremeBlocks) {
+    uint32_t seed = 7;
+    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+    for (int trial = 0; trial < 20000; ++trial) {
+        int16_t natural[64] = {}, columns[64] = {};
+        const int kind = trial % 5;
+        const int count = kind == 0 ? 1 : kind == 1 ? 3 : kind == 2 ? 10 : 64;
+        for (int i = 0; i < count; ++i) {
+            const int at = kind == 4 ? i : int(rnd() % (kind == 1 ? 8 : 64));
+            int v = int(rnd() % 2048) - 1024;
+            if (kind == 3) v = int(rnd() % 65536) - 32768;
+            if (kind == 4) v = (rnd() & 1) ? 32767 : -32768;
+            natural[at] = int16_t(v);
+        }
+        uint32_t rows = 0;
+        for (int n = 0; n < 64; ++n) {
+            columns[(n % 8) * 8 + n / 8] = natural[n];
+            if (natural[n]) rows |= 1u << (n / 8);
+        }
+        int8_t ref[64], fast[64], scalar[64];
+        reference_idct(natural, ref);
+        jpeg::idct_block()(columns, rows, fast, 8);
+        jpeg::idct_block_scalar(columns, rows, scalar, 8);
+        ASSERT_EQ(0, std::memcmp(ref, fast, 64)) << trial;
+        ASSERT_EQ(0, std::memcmp(ref, scalar, 64)) << trial;
+    }
+}
+
+TEST(JpegExact, ForwardTransformOnRandomAndExtremeBlocks) {
+    uint32_t seed = 11;
+    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+    for (int trial = 0; trial < 20000; ++trial) {
+        int16_t s[64];
+        for (int i = 0; i < 64; ++i) {
+            switch (trial % 4) {
+                case 0: s[i] = int16_t(int(rnd() % 257) - 128); break;
+                case 1: s[i] = (rnd() & 1) ? 128 : -128; break;
+                case 2: s[i] = int16_t(((i / 8 + i % 8 + trial / 4) & 1) ? 128 : -128); break;
+                default: s[i] = int16_t(trial % 2 ? 128 : -128); break;
+            }
+        }
+        int16_t ref[64], fast[64], scalar[64];
+        reference_fdct(s, ref);
+        jpeg::fdct_block()(s, 8, fast);
+        jpeg::fdct_block_scalar(s, 8, scalar);
+        ASSERT_EQ(0, std::memcmp(ref, fast, sizeof ref)) << trial;
+        ASSERT_EQ(0, std::memcmp(ref, scalar, sizeof ref)) << trial;
+    }
+}
+
+// Quantisation by reciprocals against division, for every table entry and
+// every 16-bit coefficient; the block form against the plain one.
+TEST(JpegExact, QuantisationEqualsDivision) {
+    uint8_t table[64];
+    for (int q = 1; q <= 255; ++q) {
+        std::memset(table, q, sizeof table);
+        jpeg::Quantiser quant;
+        quant.set(table);
+        for (int32_t x = -32768; x <= 32767; ++x) {
+            const int32_t m = x < 0 ? -x : x;
+            const int32_t d = q == 1 ? m / 4 : (m + 2 * q) / (4 * q);
+            if (quant(0, x) != (x < 0 ? -d : d)) FAIL() << "q " << q << " x " << x;
+        }
+    }
+    uint32_t seed = 3;
+    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+    for (int trial = 0; trial < 5000; ++trial) {
+        for (auto& t : table) t = uint8_t(1 + rnd() % 255);
+        jpeg::Quantiser quant;
+        quant.set(table);
+        int16_t coef[64], a[64], b[64];
+        for (auto& c : coef) c = int16_t(trial % 2 ? int(rnd() % 65536) - 32768 : int(rnd() % 600) - 300);
+        const uint64_t ma = jpeg::quantise_block()(coef, quant, a);
+        const uint64_t mb = jpeg::quantise_block_scalar(coef, quant, b);
+        ASSERT_EQ(ma, mb);
+        ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
     }
 }

@@ -719,6 +719,27 @@ int32_t reference_decode(const std::vector<uint8_t>& file, Decoded* out,
     return r.run(out);
 }
 
+void reference_idct(const int16_t* natural, int8_t* samples) {
+    int8_t s[8][8];
+    idct_block(natural, s);
+    std::memcpy(samples, s, 64);
+}
+
+void reference_fdct(const int16_t* samples, int16_t* coefficients) {
+    int32_t tmp[8][8];
+    for (int r = 0; r < 8; ++r) {
+        int32_t x[8], res[8];
+        for (int k = 0; k < 8; ++k) x[k] = samples[r * 8 + k];
+        fdct8(x, res);
+        for (int k = 0; k < 8; ++k) tmp[k][r] = int16_t(res[k]);
+    }
+    for (int k = 0; k < 8; ++k) {
+        int32_t res[8];
+        fdct8(tmp[k], res);
+        for (int j = 0; j < 8; ++j) coefficients[j * 8 + k] = int16_t(res[j]);
+    }
+}
+
 int32_t reference_encode(const void* dib, std::vector<uint8_t>* out) {
     const auto* hd = static_cast<const DibHeader*>(dib);
     const int w = hd->biWidth, h = hd->biHeight, bits = hd->biBitCount;

@@ -29,4 +29,9 @@ int32_t reference_decode(const std::vector<uint8_t>& file, Decoded* out,
 // and sampling settings.
 int32_t reference_encode(const void* dib, std::vector<uint8_t>* out);
 
+// The transforms alone: 64 dequantised coefficients in natural order to
+// 8 x 8 samples; 8 x 8 level-shifted samples to 64 coefficients.
+void reference_idct(const int16_t* natural, int8_t* samples);
+void reference_fdct(const int16_t* samples, int16_t* coefficients);
+
 }  // namespace tesslin::test

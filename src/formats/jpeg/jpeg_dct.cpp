@@ -13,6 +13,10 @@
 
 #include "formats/jpeg/jpeg_internal.h"
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace tesslin::jpeg {
 
 void idct_1d(const int32_t* x, int32_t* y) {
@@ -177,43 +181,54 @@ __attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uin
     }
 }
 
-// Forward transform with the eight rows (then the eight columns) in lanes.
-__attribute__((always_inline)) inline void fdct_lanes(const v8i* x, v8i* out) {
-    const v8i a = x[0] + x[7], b = x[3] + x[4], e = a + b;
-    const v8i p = SDESCALE(522, x[0] - x[7]), q = SDESCALE(2624, x[3] - x[4]);
-    const v8i r = SDESCALE(616, x[1] - x[6]), t = SDESCALE(922, x[2] - x[5]);
-    const v8i c = x[2] + x[5], f = c + x[1] + x[6];
-    const v8i u = q + p, w = t + r;
-    const v8i m = SDESCALE(553, p - q), g = SDESCALE(553, a - b);
-    const v8i h = SDESCALE(1338, x[1] + x[6] - c), n = SDESCALE(1338, r - t);
-    const v8i k = m - n;
-    const v8i z1 = SDESCALE(724, k), z2 = SDESCALE(724, g - h), z3 = SDESCALE(724, u - w);
-    const v8i y = z1 + n + m;
-    out[0] = ((f + e) * 362 + 256) >> 9;
-    out[1] = u + w + y;
-    out[2] = g + h + z2;
-    out[3] = y + z3;
-    out[4] = SDESCALE(724, e - f);
-    out[5] = z3 + z1;
-    out[6] = z2;
-    out[7] = SDESCALE(724, k);
-}
+// One 8-point forward transform on eight lanes at once: x[8] in, out[8].
+#define FDCT_LANES(x, out)                                                                \
+    do {                                                                                  \
+        const v8i a = x[0] + x[7], b = x[3] + x[4], e = a + b;                            \
+        const v8i p = SDESCALE(522, x[0] - x[7]), q = SDESCALE(2624, x[3] - x[4]);        \
+        const v8i r = SDESCALE(616, x[1] - x[6]), t = SDESCALE(922, x[2] - x[5]);         \
+        const v8i c = x[2] + x[5], f = c + x[1] + x[6];                                   \
+        const v8i u = q + p, w = t + r;                                                   \
+        const v8i m = SDESCALE(553, p - q), g = SDESCALE(553, a - b);                     \
+        const v8i h = SDESCALE(1338, x[1] + x[6] - c), n = SDESCALE(1338, r - t);         \
+        const v8i k = m - n;                                                              \
+        const v8i z1 = SDESCALE(724, k), z2 = SDESCALE(724, g - h);                       \
+        const v8i z3 = SDESCALE(724, u - w);                                              \
+        const v8i y = z1 + n + m;                                                         \
+        out[0] = ((f + e) * 362 + 256) >> 9;                                              \
+        out[1] = u + w + y;                                                               \
+        out[2] = g + h + z2;                                                              \
+        out[3] = y + z3;                                                                  \
+        out[4] = SDESCALE(724, e - f);                                                    \
+        out[5] = z3 + z1;                                                                 \
+        out[6] = z2;                                                                      \
+        out[7] = SDESCALE(724, k);                                                        \
+    } while (0)
+
+// Sign-extends the low 16 bits of every lane.
+#define KEEP16(v) (reinterpret_cast<v8i>(reinterpret_cast<v8u>(v) << 16) >> 16)
 
 __attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples, int stride,
                                                           int16_t* out) {
-    // Lanes are sample rows: x[k] holds column k of every row.
-    v8i x[8], t[8];
-    for (int k = 0; k < 8; ++k)
-        for (int r = 0; r < 8; ++r) x[k][r] = samples[r * stride + k];
-    fdct_lanes(x, t);
-    // t[k][r]: coefficient k of sample row r, kept to 16 bits. Lanes for the
-    // second pass are the horizontal frequencies: x[r][k] = t[k][r].
-    for (int r = 0; r < 8; ++r)
-        for (int k = 0; k < 8; ++k) x[r][k] = static_cast<int16_t>(t[k][r]);
-    fdct_lanes(x, t);
+    // Sample rows are loaded as vectors and transposed, so that the lanes
+    // of the first pass are the rows: x[k] lane r is sample (r, k).
+    v8u rows[8], cols[8];
+    for (int r = 0; r < 8; ++r) {
+        v8s v;
+        std::memcpy(&v, samples + r * stride, 16);
+        rows[r] = reinterpret_cast<v8u>(__builtin_convertvector(v, v8i));
+    }
+    TRANSPOSE8(rows, cols);
+    v8i x[8], res[8];
+    for (int k = 0; k < 8; ++k) x[k] = reinterpret_cast<v8i>(cols[k]);
+    FDCT_LANES(x, res);  // res[k] lane r: coefficient k of sample row r
+    for (int k = 0; k < 8; ++k) rows[k] = reinterpret_cast<v8u>(KEEP16(res[k]));
+    TRANSPOSE8(rows, cols);  // cols[r] lane k: the same value
+    for (int r = 0; r < 8; ++r) x[r] = reinterpret_cast<v8i>(cols[r]);
+    FDCT_LANES(x, res);  // res[j] lane k: coefficient (j, k)
     for (int j = 0; j < 8; ++j) {
-        const v8s s = __builtin_convertvector(t[j], v8s);
-        std::memcpy(out + j * 8, &s, 16);
+        const v8s v = __builtin_convertvector(res[j], v8s);
+        std::memcpy(out + j * 8, &v, 16);
     }
 }
 
@@ -225,13 +240,77 @@ void fdct_block_generic(const int16_t* samples, int stride, int16_t* out) {
 }
 
 #if defined(__x86_64__)
+// The forward transform in 16-bit lanes. For samples within -128..128
+// every intermediate value of both passes stays below 6,700 in magnitude
+// (bounded through the transform's linear form), so 16 bits hold them, and
+// (c * x + 512) >> 10 is one rounding high multiplication by 32c: pmulhrsw
+// gives (a * b + 2^14) >> 15. Constants above 1023 are split: 1338 x =
+// 1024 x + 314 x and 2624 x = 2048 x + 576 x, the whole part added exactly.
+#define RM(c, v) _mm_mulhrs_epi16(v, _mm_set1_epi16(static_cast<int16_t>(32 * (c))))
+#define FDCT16(x, out)                                                                    \
+    do {                                                                                  \
+        const __m128i a = _mm_add_epi16(x[0], x[7]), b = _mm_add_epi16(x[3], x[4]);       \
+        const __m128i e = _mm_add_epi16(a, b);                                            \
+        const __m128i d34 = _mm_sub_epi16(x[3], x[4]);                                    \
+        const __m128i p = RM(522, _mm_sub_epi16(x[0], x[7]));                             \
+        const __m128i q = _mm_add_epi16(_mm_add_epi16(d34, d34), RM(576, d34));           \
+        const __m128i r = RM(616, _mm_sub_epi16(x[1], x[6]));                             \
+        const __m128i t = RM(922, _mm_sub_epi16(x[2], x[5]));                             \
+        const __m128i c = _mm_add_epi16(x[2], x[5]);                                      \
+        const __m128i s16 = _mm_add_epi16(x[1], x[6]);                                    \
+        const __m128i f = _mm_add_epi16(c, s16);                                          \
+        const __m128i u = _mm_add_epi16(q, p), w = _mm_add_epi16(t, r);                   \
+        const __m128i m = RM(553, _mm_sub_epi16(p, q)), g = RM(553, _mm_sub_epi16(a, b)); \
+        const __m128i hv = _mm_sub_epi16(s16, c);                                         \
+        const __m128i h = _mm_add_epi16(hv, RM(314, hv));                                 \
+        const __m128i nv = _mm_sub_epi16(r, t);                                           \
+        const __m128i n = _mm_add_epi16(nv, RM(314, nv));                                 \
+        const __m128i k = _mm_sub_epi16(m, n);                                            \
+        const __m128i z1 = RM(724, k), z2 = RM(724, _mm_sub_epi16(g, h));                 \
+        const __m128i z3 = RM(724, _mm_sub_epi16(u, w));                                  \
+        const __m128i y = _mm_add_epi16(_mm_add_epi16(z1, n), m);                         \
+        out[0] = RM(724, _mm_add_epi16(f, e)); /* ((f + e) 362 + 256) >> 9 */             \
+        out[1] = _mm_add_epi16(_mm_add_epi16(u, w), y);                                   \
+        out[2] = _mm_add_epi16(_mm_add_epi16(g, h), z2);                                  \
+        out[3] = _mm_add_epi16(y, z3);                                                    \
+        out[4] = RM(724, _mm_sub_epi16(e, f));                                            \
+        out[5] = _mm_add_epi16(z3, z1);                                                   \
+        out[6] = z2;                                                                      \
+        out[7] = z1;                                                                      \
+    } while (0)
+
+#define TRANSPOSE16(r, o)                                                                 \
+    do {                                                                                  \
+        const __m128i a0 = _mm_unpacklo_epi16(r[0], r[1]), a1 = _mm_unpackhi_epi16(r[0], r[1]); \
+        const __m128i a2 = _mm_unpacklo_epi16(r[2], r[3]), a3 = _mm_unpackhi_epi16(r[2], r[3]); \
+        const __m128i a4 = _mm_unpacklo_epi16(r[4], r[5]), a5 = _mm_unpackhi_epi16(r[4], r[5]); \
+        const __m128i a6 = _mm_unpacklo_epi16(r[6], r[7]), a7 = _mm_unpackhi_epi16(r[6], r[7]); \
+        const __m128i b0 = _mm_unpacklo_epi32(a0, a2), b1 = _mm_unpackhi_epi32(a0, a2);   \
+        const __m128i b2 = _mm_unpacklo_epi32(a1, a3), b3 = _mm_unpackhi_epi32(a1, a3);   \
+        const __m128i b4 = _mm_unpacklo_epi32(a4, a6), b5 = _mm_unpackhi_epi32(a4, a6);   \
+        const __m128i b6 = _mm_unpacklo_epi32(a5, a7), b7 = _mm_unpackhi_epi32(a5, a7);   \
+        o[0] = _mm_unpacklo_epi64(b0, b4), o[1] = _mm_unpackhi_epi64(b0, b4);             \
+        o[2] = _mm_unpacklo_epi64(b1, b5), o[3] = _mm_unpackhi_epi64(b1, b5);             \
+        o[4] = _mm_unpacklo_epi64(b2, b6), o[5] = _mm_unpackhi_epi64(b2, b6);             \
+        o[6] = _mm_unpacklo_epi64(b3, b7), o[7] = _mm_unpackhi_epi64(b3, b7);             \
+    } while (0)
+
+__attribute__((target("ssse3"))) void fdct_block_ssse3(const int16_t* samples, int stride,
+                                                       int16_t* out) {
+    __m128i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
+    TRANSPOSE16(rows, cols);  // cols[k] lane i: sample (i, k)
+    FDCT16(cols, tmp);        // tmp[k] lane i: coefficient k of sample row i
+    TRANSPOSE16(tmp, rows);   // rows[i] lane k: the same
+    FDCT16(rows, cols);       // cols[j] lane k: coefficient (j, k)
+    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
+}
+bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
+
 __attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t rows_used,
                                                      int8_t* out, int stride) {
     idct_block_vec(coef, rows_used, out, stride);
-}
-__attribute__((target("avx2"))) void fdct_block_avx2(const int16_t* samples, int stride,
-                                                     int16_t* out) {
-    fdct_block_vec(samples, stride, out);
 }
 bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 #endif
@@ -286,7 +365,7 @@ IdctFn idct_block() {
 
 FdctFn fdct_block() {
 #if defined(__GNUC__) && defined(__x86_64__)
-    static const FdctFn fn = has_avx2() ? fdct_block_avx2 : fdct_block_generic;
+    static const FdctFn fn = has_ssse3() ? fdct_block_ssse3 : fdct_block_generic;
     return fn;
 #elif defined(__GNUC__)
     return fdct_block_generic;

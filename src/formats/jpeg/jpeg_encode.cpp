@@ -6,6 +6,10 @@
 #include <memory>
 #include <new>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include "core/io.h"
 #include "core/settings.h"
 #include "formats/jpeg/jpeg.h"
@@ -36,31 +40,61 @@ const HuffmanEncode& dc_chroma() { static const HuffmanEncode t(kDcChroma); retu
 const HuffmanEncode& ac_luma() { static const HuffmanEncode t(kAcLuma); return t; }
 const HuffmanEncode& ac_chroma() { static const HuffmanEncode t(kAcChroma); return t; }
 
-// Quantisation of coefficients four times the T.81 scale by table entry Q:
-// sign(x) * (|x| / 4) for Q = 1, else sign(x) * ((|x| + 2Q) / (4Q)). The
-// division is a multiplication by a 32-bit reciprocal, exact for every
-// 16-bit |x| (the remainder error stays below one part in 2^32 / 4Q).
-struct Quantiser {
-    uint32_t add[64];    // 2Q, or 0 for Q = 1
-    uint64_t recip[64];  // floor(2^32 / 4Q) + 1, or 2^30 for Q = 1
-    void set(const uint8_t* natural) {
-        for (int i = 0; i < 64; ++i) {
-            const uint32_t q = natural[i] ? natural[i] : 1;
-            if (q == 1) {
-                add[i] = 0;
-                recip[i] = uint64_t(1) << 30;
-            } else {
-                add[i] = 2 * q;
-                recip[i] = (uint64_t(1) << 32) / (4 * q) + 1;
-            }
-        }
+}  // namespace
+
+uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* zz) {
+    uint64_t mask = 0;
+    for (int k = 0; k < 64; ++k) {
+        const int n = kZigzag[k];
+        zz[k] = static_cast<int16_t>(q(n, coef[n]));
+        mask |= static_cast<uint64_t>(zz[k] != 0) << k;
     }
-    int32_t operator()(int i, int32_t x) const {
-        const uint32_t a = static_cast<uint32_t>(x < 0 ? -x : x) + add[i];
-        const int32_t v = static_cast<int32_t>((a * recip[i]) >> 32);
-        return x < 0 ? -v : v;
+    return mask;
+}
+
+namespace {
+
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, const Quantiser& q,
+                                                       int16_t* zz) {
+    alignas(32) int16_t natural[64];
+    for (int i = 0; i < 64; i += 8) {
+        const __m256i x = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + i)));
+        const __m256i n = _mm256_add_epi32(_mm256_abs_epi32(x),
+                                           _mm256_load_si256(reinterpret_cast<const __m256i*>(q.add + i)));
+        const __m256i hi = _mm256_mullo_epi32(n, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.recip_hi + i)));
+        const __m256i lo = _mm256_srli_epi32(
+            _mm256_mullo_epi32(n, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.recip_lo + i))), 16);
+        const __m256i v = _mm256_sign_epi32(_mm256_srli_epi32(_mm256_add_epi32(hi, lo), 16), x);
+        const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+        _mm_store_si128(reinterpret_cast<__m128i*>(natural + i), packed);
     }
-};
+    for (int k = 0; k < 64; ++k) zz[k] = natural[kZigzag[k]];
+    uint64_t mask = 0;
+    for (int i = 0; i < 64; i += 32) {
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i a = _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(zz + i)), zero);
+        const __m256i b = _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(zz + i + 16)), zero);
+        // Bytes of the 16-bit compare results, restored to position order.
+        const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
+        mask |= static_cast<uint64_t>(~static_cast<uint32_t>(_mm256_movemask_epi8(bytes))) << i;
+    }
+    return mask;
+}
+#endif
+
+}  // namespace
+
+QuantiseFn quantise_block() {
+#if defined(__x86_64__) && defined(__GNUC__)
+    static const QuantiseFn fn = __builtin_cpu_supports("avx2") ? quantise_avx2 : quantise_block_scalar;
+    return fn;
+#else
+    return quantise_block_scalar;
+#endif
+}
+
+namespace {
 
 // Bits most significant first; every 0xFF byte is followed by 0x00.
 class BitWriter {
@@ -261,38 +295,35 @@ void Encoder::convert(int line) {
 
 void Encoder::encode_block(BitWriter& bw, const int16_t* samples, int stride, int comp) {
     alignas(32) int16_t coef[64];
+    alignas(32) int16_t v[64];
     fdct_block()(samples, stride, coef);
-    const Quantiser& q = comp ? chroma_q : luma_q;
+    const uint64_t nonzero = quantise_block()(coef, comp ? chroma_q : luma_q, v);
     const HuffmanEncode& dc = comp ? dc_chroma() : dc_luma();
     const HuffmanEncode& ac = comp ? ac_chroma() : ac_luma();
-    int32_t v[64];
-    int last = 0;
-    for (int k = 0; k < 64; ++k) {
-        const int n = kZigzag[k];
-        v[k] = q(n, coef[n]);
-        if (v[k]) last = k;
-    }
     const int32_t diff = v[0] - pred[comp];
     pred[comp] = v[0];
     const uint32_t mag = static_cast<uint32_t>(diff < 0 ? -diff : diff);
     const int cat = magnitude_bits(mag);
-    bw.put(dc.code[cat], dc.size[cat]);
-    if (cat) bw.put(static_cast<uint32_t>(diff < 0 ? diff - 1 : diff), cat);
-    int run = 0;
-    for (int k = 1; k <= last; ++k) {
+    bw.put((static_cast<uint32_t>(dc.code[cat]) << cat) |
+               (static_cast<uint32_t>(diff < 0 ? diff - 1 : diff) & ((1u << cat) - 1)),
+           dc.size[cat] + cat);
+    // Non-zero coefficients in zig-zag order; every 16 zeros before one
+    // become a 0xF0 symbol, trailing zeros an end of block.
+    uint64_t rest = nonzero >> 1;
+    int k = 0;
+    while (rest) {
+        int run = __builtin_ctzll(rest);
+        k += run + 1;
+        rest = run + 1 < 64 ? rest >> (run + 1) : 0;
+        for (; run >= 16; run -= 16) bw.put(ac.code[0xF0], ac.size[0xF0]);
         const int32_t x = v[k];
-        if (x == 0 && run < 15) {
-            ++run;
-            continue;
-        }
-        const uint32_t m = static_cast<uint32_t>(x < 0 ? -x : x);
-        const int size = magnitude_bits(m);
+        const int size = magnitude_bits(static_cast<uint32_t>(x < 0 ? -x : x));
         const int sym = (run << 4) | size;
-        bw.put(ac.code[sym], ac.size[sym]);
-        if (size) bw.put(static_cast<uint32_t>(x < 0 ? x - 1 : x), size);
-        run = 0;
+        bw.put((static_cast<uint32_t>(ac.code[sym]) << size) |
+                   (static_cast<uint32_t>(x < 0 ? x - 1 : x) & ((1u << size) - 1)),
+               ac.size[sym] + size);
     }
-    if (last < 63) bw.put(ac.code[0], ac.size[0]);
+    if (k < 63) bw.put(ac.code[0], ac.size[0]);
 }
 
 int32_t Encoder::run(StreamWriter& out) {

@@ -83,12 +83,49 @@ using IdctFn = void (*)(const int16_t* coef, uint32_t rows_used, int8_t* out, in
 IdctFn idct_block();
 void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
 
-// Forward transform of an 8 x 8 block of level-shifted samples (rows of
-// `stride` int16 values) into 64 coefficients in natural order, four times
-// the T.81 scale, kept to 16 bits.
+// Forward transform of an 8 x 8 block of level-shifted samples within
+// -128..128 (rows of `stride` int16 values) into 64 coefficients in natural
+// order, four times the T.81 scale, kept to 16 bits.
 using FdctFn = void (*)(const int16_t* samples, int stride, int16_t* out);
 FdctFn fdct_block();
 void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out);
+
+// ---- Quantisation (encoder) -------------------------------------------------
+// Coefficients four times the T.81 scale divided by table entry Q:
+// sign(x) * (|x| / 4) for Q = 1, else sign(x) * ((|x| + 2Q) / (4Q)).
+// The division is a multiplication by r = floor(2^32 / 4Q) + 1 (2^30 for
+// Q = 1) and a shift by 32, exact for every dividend below 2^16 (the error
+// of the reciprocal stays below one part in 2^32 / 4Q). The product is
+// taken in two 16-bit halves of r so that it fits 32-bit lanes:
+// (n * r) >> 32 = (n * (r >> 16) + ((n * (r & 0xFFFF)) >> 16)) >> 16.
+struct Quantiser {
+    alignas(32) int32_t add[64];       // 2Q, or 0 for Q = 1
+    alignas(32) int32_t recip_hi[64];  // r >> 16
+    alignas(32) int32_t recip_lo[64];  // r & 0xFFFF
+    void set(const uint8_t* natural) {
+        for (int i = 0; i < 64; ++i) {
+            const uint32_t q = natural[i] ? natural[i] : 1;
+            const uint32_t r =
+                q == 1 ? (1u << 30) : static_cast<uint32_t>((uint64_t(1) << 32) / (4 * q) + 1);
+            add[i] = q == 1 ? 0 : static_cast<int32_t>(2 * q);
+            recip_hi[i] = static_cast<int32_t>(r >> 16);
+            recip_lo[i] = static_cast<int32_t>(r & 0xFFFF);
+        }
+    }
+    int32_t operator()(int i, int32_t x) const {
+        const uint32_t n = static_cast<uint32_t>(x < 0 ? -x : x) + static_cast<uint32_t>(add[i]);
+        const uint32_t hi = n * static_cast<uint32_t>(recip_hi[i]);
+        const uint32_t lo = (n * static_cast<uint32_t>(recip_lo[i])) >> 16;
+        const int32_t v = static_cast<int32_t>((hi + lo) >> 16);
+        return x < 0 ? -v : v;
+    }
+};
+
+// Quantises a block of coefficients (natural order) into zig-zag order and
+// returns the mask of the non-zero positions (bit k for position k).
+using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* zz);
+QuantiseFn quantise_block();
+uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* zz);
 
 // ---- Huffman decoding tables -----------------------------------------------
 constexpr int kLookBits = 9;
