@@ -164,7 +164,7 @@ TEST(BmpRead, BmpSuiteQuestionableAndBadFilesDecodeOrFailCleanly) {
         {"b/reallybig.bmp", IMG_ERR_BAD_IMAGE},   {"b/badwidth.bmp", IMG_ERR_BAD_IMAGE},
         {"b/badbitcount.bmp", IMG_ERR_DEPTH},     {"b/shortfile.bmp", IMG_ERR_READ},
         {"b/rletopdown.bmp", IMG_ERR_BAD_IMAGE},  {"q/pal2.bmp", IMG_ERR_DEPTH},
-        {"q/rgb24jpeg.bmp", IMG_ERR_UNSUPPORTED}, {"q/pal1huffmsb.bmp", IMG_ERR_VARIANT},
+        {"q/pal1huffmsb.bmp", IMG_ERR_VARIANT},
     };
     for (const auto& [file, status] : expected) {
         SCOPED_TRACE(file);
@@ -235,11 +235,23 @@ TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
     IMG_delete_bitmap(h);
 }
 
-TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoderWhichIsNotBuiltYet) {
+TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
+    // A JPEG stream without any scan: the JPEG decoder's refusal.
     std::vector<uint8_t> f = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
-    EXPECT_EQ(decode_bytes(f), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(decode_bytes(f), IMG_ERR_BAD_IMAGE);
     store_le32(&f[30], 0x4745504A);  // "JPEG"
-    EXPECT_EQ(decode_bytes(f), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(decode_bytes(f), IMG_ERR_BAD_IMAGE);
+    // A real one decodes as the JPEG file does (tests/jpeg_pipeline_test.cpp
+    // compares the pixels).
+    const std::vector<uint8_t> jpeg = read_file(data_path("jpeg/420.jpg"));
+    const int32_t h = decode_bytes(bmp_file(113, 74, 0, 4, {}, jpeg));
+    ASSERT_GE(h, 0);
+    int32_t w = 0, ht = 0, bits = 0;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(w, 113);
+    EXPECT_EQ(ht, 74);
+    EXPECT_EQ(bits, 24);
+    IMG_delete_bitmap(h);
 }
 
 TEST(BmpRead, RunRecordVariantDecodesRowByRow) {

@@ -303,7 +303,7 @@ TEST(Save, BmpWriterDetails) {
     IMG_delete_bitmap(cmyk);
     // Codes without an encoder.
     const int32_t any = make(8, 8, 8);
-    save_mem(any, 13, &n);
+    save_mem(any, 15, &n);  // PICT
     EXPECT_EQ(n, IMG_ERR_UNSUPPORTED);
     save_mem(any, 999, &n);
     EXPECT_EQ(n, IMG_ERR_UNSUPPORTED);

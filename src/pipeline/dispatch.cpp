@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "formats/bmp/bmp.h"
+#include "formats/jpeg/jpeg.h"
 #include "formats/png/png.h"
 #include "pipeline/plugins.h"
 #include "pipeline/probes.h"
@@ -28,7 +29,7 @@ constexpr DecoderEntry kDecoders[] = {
     {".tif", nullptr},  // TIFF reader
     {".bmp", bmp::decode},
     {".wbm", nullptr},  // WBMP reader
-    {".jpg", nullptr},  // JPEG decoder
+    {".jpg", jpeg::decode},
     {".jbg", nullptr},  // JBIG reader
     {".jb2", nullptr},  // JBIG2 reader
     {".jp2", plugins::decode_jp2},
@@ -80,7 +81,7 @@ constexpr DecoderEntry kDecoders[] = {
 // Encoders, in the order the save driver tests the codes; the variant is
 // passed to the encoder after the user value.
 constexpr EncoderEntry kEncoders[] = {
-    {13, nullptr, 0},  // JPEG
+    {13, jpeg::encode, 0},
     {70, plugins::encode_jp2, 0},
     {43, png_encode, 0},
     {59, nullptr, 0},  // PDF
