@@ -1,0 +1,216 @@
+// Helpers for the fax codec tests: bilevel pages, reference rasters, a line
+// callback that collects decoded rows, supply callbacks for the encoders and
+// encoding into memory.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "core/runs.h"
+#include "core/stream.h"
+#include "formats/ccitt/ccitt.h"
+#include "test_util.h"
+
+namespace tesslin::test {
+
+inline std::vector<uint8_t> read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
+}
+
+inline std::vector<uint8_t> bit_reversed(std::vector<uint8_t> v) {
+    for (auto& b : v) {
+        uint8_t r = 0;
+        for (int i = 0; i < 8; ++i)
+            if (b & (1 << i)) r |= uint8_t(0x80 >> i);
+        b = r;
+    }
+    return v;
+}
+
+// A bilevel page as the library holds rows: packed, 1 = white, rows of
+// row_bytes(width, 1) bytes, bits past the width set.
+struct Page {
+    uint32_t width = 0, height = 0, stride = 0;
+    std::vector<uint8_t> bits;
+    uint8_t* row(uint32_t y) { return bits.data() + size_t(y) * stride; }
+    const uint8_t* row(uint32_t y) const { return bits.data() + size_t(y) * stride; }
+    bool pixel_white(uint32_t x, uint32_t y) const { return row(y)[x >> 3] & (0x80 >> (x & 7)); }
+};
+
+inline Page blank_page(uint32_t width, uint32_t height) {
+    Page p;
+    p.width = width;
+    p.height = height;
+    p.stride = row_bytes(width, 1);
+    p.bits.assign(size_t(p.stride) * height, 0xFF);
+    return p;
+}
+
+// Reads a P4 reference (1 = black) into a page (1 = white).
+inline Page load_pbm(const std::string& path) {
+    std::vector<uint8_t> f = read_file(path);
+    Page p;
+    unsigned w = 0, h = 0;
+    int used = 0;
+    if (f.size() < 3 || std::sscanf(reinterpret_cast<const char*>(f.data()), "P4 %u %u%n", &w, &h, &used) != 2)
+        return p;
+    size_t at = size_t(used) + 1;
+    p = blank_page(w, h);
+    const uint32_t src = (w + 7) / 8;
+    for (uint32_t y = 0; y < h && at + src <= f.size(); ++y, at += src)
+        for (uint32_t i = 0; i < src; ++i) p.row(y)[i] = uint8_t(~f[at + i]);
+    for (uint32_t y = 0; y < h; ++y)
+        if (w & 7) p.row(y)[w / 8] |= uint8_t(0xFF >> (w & 7));
+    return p;
+}
+
+// First row (and column) where two pages differ, or "" when they agree.
+inline std::string page_difference(const Page& a, const Page& b) {
+    if (a.width != b.width || a.height != b.height)
+        return "size " + std::to_string(a.width) + "x" + std::to_string(a.height) + " vs " +
+               std::to_string(b.width) + "x" + std::to_string(b.height);
+    for (uint32_t y = 0; y < a.height; ++y)
+        for (uint32_t x = 0; x < a.width; ++x)
+            if (a.pixel_white(x, y) != b.pixel_white(x, y))
+                return "row " + std::to_string(y) + " column " + std::to_string(x);
+    return "";
+}
+
+// Collects decoded rows into a page; run records are expanded after their
+// form is checked.
+struct Collector {
+    Page page;
+    bool invert = false;  // rows arrive inverted: store them the right way round
+    std::vector<int> deliveries;  // per row
+    int records = 0, packed = 0;
+    std::string error;
+    int32_t fail_at = -1;  // row index at which to return -99
+
+    Collector(uint32_t width, uint32_t height) : page(blank_page(width, height)) {
+        deliveries.assign(height, 0);
+    }
+
+    static int32_t line(uint8_t* row, intptr_t user, int32_t index, uint32_t count) {
+        auto* c = reinterpret_cast<Collector*>(user);
+        return c->take(row, index, count);
+    }
+
+    int32_t take(uint8_t* row, int32_t index, uint32_t count) {
+        if (index == fail_at) return -99;
+        if (index < 0 || uint32_t(index) >= page.height) {
+            error = "row index " + std::to_string(index) + " out of range";
+            return 0;
+        }
+        ++deliveries[index];
+        uint8_t* dst = page.row(uint32_t(index));
+        if (count == page.stride) {
+            ++packed;
+            std::memcpy(dst, row, count);
+        } else {
+            ++records;
+            const auto* rec = reinterpret_cast<const uint32_t*>(row);
+            if (rec[0] != count) error = "record length word differs from the count";
+            if (count % 4 || count < 20) error = "record length " + std::to_string(count);
+            uint32_t words = count / 4;
+            for (uint32_t i = 2; i < words; ++i)
+                if (rec[i] < rec[i - 1]) error = "record positions decrease";
+            if (rec[words - 1] != page.width) error = "record does not end with the width";
+            runs::expand(rec, page.width, dst, page.stride);
+        }
+        if (invert)
+            for (uint32_t i = 0; i < page.stride; ++i) dst[i] = uint8_t(~dst[i]);
+        if (page.width & 7) dst[page.width / 8] |= uint8_t(0xFF >> (page.width & 7));
+        return 0;
+    }
+
+    bool each_row_once() const {
+        for (int d : deliveries)
+            if (d != 1) return false;
+        return true;
+    }
+};
+
+// Decodes coded data held in memory, through a memory stream for the stream
+// modes.
+inline int32_t decode_bytes(const std::vector<uint8_t>& data, ccitt::FaxParams params,
+                            Collector& out, uint32_t rows, uint32_t first_row = 0) {
+    const bool memory = params.mode == ccitt::kModeMhMemory || params.mode == ccitt::kModeG3MrMemory ||
+                        params.mode == ccitt::kModeG4Memory || params.mode == ccitt::kModeMrPlain;
+    params.data_length = uint32_t(data.size());
+    if (memory)
+        return ccitt::fax_decode(data.data(), rows, first_row, params, 0, Collector::line,
+                                 intptr_t(&out));
+    void* block = tesslin_block_alloc(uint32_t(data.size()) + 1);
+    if (!data.empty()) std::memcpy(block, data.data(), data.size());
+    int32_t s = stream::mem_create_sized(block, uint32_t(data.size()));
+    int32_t status = ccitt::fax_decode(nullptr, rows, first_row, params, s, Collector::line,
+                                       intptr_t(&out));
+    stream::mem_release(s);
+    tesslin_block_free(block);
+    return status;
+}
+
+inline ccitt::FaxParams fax_params(uint32_t width, uint32_t height, int32_t mode,
+                                   uint32_t fill_order = 1) {
+    ccitt::FaxParams p;
+    p.width = width;
+    p.height = height;
+    p.mode = mode;
+    p.fill_order = fill_order;
+    return p;
+}
+
+// Supplies a page's rows, packed or as run records.
+struct Supplier {
+    const Page* page;
+    bool records;
+    int32_t fail_at = -1;
+
+    static int32_t supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count) {
+        auto* s = reinterpret_cast<Supplier*>(user);
+        if (row == s->fail_at) return -77;
+        if (row < 0 || uint32_t(row) >= s->page->height || count != s->page->stride) return -3;
+        const uint8_t* src = s->page->row(uint32_t(row));
+        if (!s->records) {
+            std::memcpy(buffer, src, count);
+            return 0;
+        }
+        uint32_t len = runs::encode(src, s->page->width, reinterpret_cast<uint32_t*>(buffer));
+        reinterpret_cast<uint32_t*>(buffer)[0] = 0;  // the supply's records start with 0
+        return int32_t(len);
+    }
+};
+
+inline DibHeader bilevel_header(uint32_t width, uint32_t height, bool records) {
+    DibHeader h{};
+    h.biSize = 40;
+    h.biWidth = int32_t(width);
+    h.biHeight = int32_t(height);
+    h.biPlanes = 1;
+    h.biBitCount = 1;
+    h.biCompression = records ? IMG_COMPRESSION_RUNS : 0;
+    return h;
+}
+
+// Runs an encoder into a memory stream; returns its status and the bytes.
+template <typename Encode>
+int32_t encode_to_bytes(std::vector<uint8_t>& out, uint32_t capacity, Encode&& encode) {
+    void* block = tesslin_block_alloc(capacity);
+    int32_t s = stream::mem_create_sized(block, capacity);
+    int32_t status = encode(s);
+    int32_t length = stream::length(s);
+    out.assign(static_cast<uint8_t*>(block), static_cast<uint8_t*>(block) + (length > 0 ? length : 0));
+    stream::mem_release(s);
+    tesslin_block_free(block);
+    return status;
+}
+
+}  // namespace tesslin::test
