@@ -5,44 +5,44 @@ namespace tesslin::ccitt {
 
 // ---- BitReader ---------------------------------------------------------
 
-void BitReader::open_window() {
+void BitReader::open_window(BitState& s) {
     in_->ensure(kIoBlock);
-    start_ = p_ = in_->data();
-    end_ = p_ + in_->buffered();
+    start_ = s.p = in_->data();
+    s.end = s.p + in_->buffered();
 }
 
-bool BitReader::next_window() {
+bool BitReader::next_window(BitState& s) {
     if (!in_ || in_->status() < 0) return false;
-    const uint32_t used = uint32_t(end_ - start_);
+    const uint32_t used = uint32_t(s.end - start_);
     before_ += used;
     in_->advance(used);
-    open_window();
-    return p_ != end_;
+    open_window(s);
+    return s.p != s.end;
 }
 
-void BitReader::refill_slow() {
-    while (nbits_ <= 56) {
-        if (p_ == end_ && !next_window()) {
+void BitReader::refill_slow(BitState& s) {
+    while (s.nbits <= 56) {
+        if (s.p == s.end && !next_window(s)) {
             // Past the end: fill bytes, counted so that consuming one shows.
-            acc_ |= uint64_t(fill_) << (56 - nbits_);
-            nbits_ += 8;
-            if (fill_bits_ < 4096) fill_bits_ += 8;
+            s.acc |= uint64_t(fill_) << (56 - s.nbits);
+            s.nbits += 8;
+            if (s.fill_bits < 4096) s.fill_bits += 8;
             continue;
         }
-        uint8_t b = *p_++;
+        uint8_t b = *s.p++;
         if (lsb_) b = reverse_bits(b);
-        acc_ |= uint64_t(b) << (56 - nbits_);
-        nbits_ += 8;
+        s.acc |= uint64_t(b) << (56 - s.nbits);
+        s.nbits += 8;
     }
 }
 
 void BitReader::sync_stream() {
     if (!in_) return;
-    const uint64_t loaded = before_ + uint64_t(p_ - start_);
-    const int unread = nbits_ > fill_bits_ ? nbits_ - fill_bits_ : 0;
+    const uint64_t loaded = before_ + uint64_t(state_.p - start_);
+    const int64_t unread = state_.nbits > state_.fill_bits ? state_.nbits - state_.fill_bits : 0;
     const uint64_t used_bits = loaded * 8 - uint64_t(unread);
     const uint64_t used = (used_bits + 7) / 8;
-    // The window's bytes up to p_ are in the reader's buffer: moving back
+    // The window's bytes up to p are in the reader's buffer: moving back
     // within it is a buffer operation; the stream follows with sync().
     in_->seek(uint32_t(origin_ + used));
     in_->sync();

@@ -128,17 +128,18 @@ DecodeTables build_decode_tables() {
     // taken as a one-bit V0.
     struct ModeCode {
         uint8_t bits, length, kind;
+        int8_t offset;
     };
     constexpr ModeCode kModes[] = {
-        {0b1, 1, kV0},        {0b011, 3, kVR1},      {0b010, 3, kVL1},
-        {0b001, 3, kHorizontal}, {0b0001, 4, kPass},  {0b000011, 6, kVR2},
-        {0b000010, 6, kVL2},  {0b0000011, 7, kVR3},  {0b0000010, 7, kVL3},
+        {0b1, 1, kV0, 0},          {0b011, 3, kVR1, 1},     {0b010, 3, kVL1, -1},
+        {0b001, 3, kHorizontal, 0}, {0b0001, 4, kPass, 0},   {0b000011, 6, kVR2, 2},
+        {0b000010, 6, kVL2, -2},   {0b0000011, 7, kVR3, 3}, {0b0000010, 7, kVL3, -3},
     };
-    for (auto& e : t.mode) e = ModeEntry{kV0, 1};
+    for (auto& e : t.mode) e = ModeEntry{kV0, 1, 0};
     for (const ModeCode& m : kModes) {
         const unsigned spare = 7 - m.length;
         for (uint32_t i = 0; i < (1u << spare); ++i)
-            t.mode[(uint32_t(m.bits) << spare) + i] = ModeEntry{m.kind, m.length};
+            t.mode[(uint32_t(m.bits) << spare) + i] = ModeEntry{m.kind, m.length, m.offset};
     }
     return t;
 }

@@ -26,7 +26,7 @@ constexpr uint32_t kRunCap = 1u << 30;
 // One run-length code of the colour. Bits that start no code are skipped one
 // at a time; the end of the data gives kEnd.
 template <bool Black>
-inline int read_code(BitReader& br, const DecodeTables& t) {
+inline int read_code(BitCursor& br, const DecodeTables& t) {
     for (;;) {
         br.refill();
         if (br.exhausted()) return kEnd;
@@ -43,7 +43,7 @@ inline int read_code(BitReader& br, const DecodeTables& t) {
 // among them counts as a make-up code of kRunEol). Stops at the end of the
 // data with what it has.
 template <bool Black>
-inline uint32_t read_run(BitReader& br, const DecodeTables& t) {
+inline uint32_t read_run(BitCursor& br, const DecodeTables& t) {
     uint32_t run = 0;
     for (;;) {
         const int c = read_code<Black>(br, t);
@@ -57,8 +57,9 @@ inline uint32_t read_run(BitReader& br, const DecodeTables& t) {
 // One Modified Huffman row. With count_eols, three EOL codes without a run
 // between them end the page (page_end set, nothing returned); otherwise EOL
 // codes are ignored. When the data ends the row's remainder stays white.
-uint32_t decode_1d_row(BitReader& br, const DecodeTables& t, uint32_t* cur, uint32_t width,
+uint32_t decode_1d_row(BitReader& reader, const DecodeTables& t, uint32_t* cur, uint32_t width,
                        bool count_eols, int& eols, bool& page_end) {
+    BitCursor br(reader);
     uint32_t pos = 0, n = 0;
     bool black = false;
     while (pos < width) {
@@ -94,42 +95,68 @@ uint32_t decode_1d_row(BitReader& br, const DecodeTables& t, uint32_t* cur, uint
 // while not beyond a2 after horizontal mode and two forward after pass mode.
 // While a0 is below the width p never passes the first width entry by more
 // than one, so b1 and b2 stay inside the closed list.
-uint32_t decode_2d_row(BitReader& br, const DecodeTables& t, const uint32_t* ref, uint32_t* cur,
+uint32_t decode_2d_row(BitReader& reader, const DecodeTables& t, const uint32_t* ref, uint32_t* cur,
                        uint32_t width) {
-    static constexpr int8_t kOffset[7] = {0, 1, 2, 3, -1, -2, -3};
+    BitCursor br(reader);
     uint32_t a0 = 0, n = 0;
     int32_t p = 0;
     bool black = false;
     for (;;) {
         br.refill();
+        // A string of 1 bits is a string of V0 codes: a1 = b1 each time, with
+        // no need to go back to the bits between them.
+        if (const uint32_t ones = br.leading_ones()) {
+            uint32_t used = 0;
+            bool done = false;
+            while (used < ones) {
+                const uint32_t b1 = ref[p];
+                ++used;
+                if (b1 > a0) {
+                    if (b1 >= width) {
+                        cur[n++] = width;
+                        done = true;
+                        break;
+                    }
+                    cur[n++] = b1;
+                    a0 = b1;
+                } else {
+                    push(cur, n, a0);
+                }
+                p += 1;
+                black = !black;
+            }
+            br.consume(used);
+            if (done) break;
+            continue;
+        }
         const ModeEntry m = t.mode[br.peek(7)];
         br.consume(m.length);
         if (m.kind <= kVL3) {
-            const int64_t target = int64_t(ref[p]) + kOffset[m.kind];
-            const uint32_t a1 = target <= int64_t(a0) ? a0
-                                : target >= int64_t(width) ? width
-                                                           : uint32_t(target);
-            push(cur, n, a1);
+            // Vertical: a1 = b1 + offset, kept between a0 and the width. Only
+            // an a1 at a0 can meet the last change and cancel it.
+            const int32_t target = int32_t(ref[p]) + m.offset;
+            uint32_t a1;
+            if (target > int32_t(a0)) {
+                a1 = uint32_t(target);
+                if (a1 >= width) {
+                    cur[n++] = width;
+                    break;
+                }
+                cur[n++] = a1;
+            } else {
+                a1 = a0;
+                push(cur, n, a1);
+            }
             a0 = a1;
             black = !black;
-            if (a0 >= width) break;
-            switch (m.kind) {
-            case kV0:
+            if (m.kind == kV0) {
                 p += 1;
-                break;
-            case kVR1:
+            } else if (m.kind == kVR1) {
                 p += 1;
                 if (ref[p] <= a1) p += 2;
-                break;
-            case kVR2:
-            case kVR3:
-                p += 1;
+            } else {
+                p += m.offset > 0 ? 1 : -1;
                 for (int k = 0; k < 2 && ref[p] <= a1; ++k) p += 2;
-                break;
-            default:
-                p -= 1;
-                for (int k = 0; k < 2 && ref[p] <= a1; ++k) p += 2;
-                break;
             }
         } else if (m.kind == kHorizontal) {
             uint32_t r1, r2;
@@ -158,7 +185,8 @@ uint32_t decode_2d_row(BitReader& br, const DecodeTables& t, const uint32_t* ref
 }
 
 // Reads white codes until an EOL; false when the data ends first.
-bool skip_past_eol(BitReader& br, const DecodeTables& t) {
+bool skip_past_eol(BitReader& reader, const DecodeTables& t) {
+    BitCursor br(reader);
     for (;;) {
         const int c = read_code<false>(br, t);
         if (c < 0) return false;
@@ -169,7 +197,8 @@ bool skip_past_eol(BitReader& br, const DecodeTables& t) {
 // The EOL that must start a row: one white code, then one bit skipped before
 // each further code, up to the limit. 0 when found, kEnd when the data ends,
 // kNoEol when the limit is reached.
-int hunt_eol(BitReader& br, const DecodeTables& t) {
+int hunt_eol(BitReader& reader, const DecodeTables& t) {
+    BitCursor br(reader);
     for (int reads = 0; reads < kEolHuntLimit; ++reads) {
         if (reads) {
             br.refill();
@@ -228,10 +257,23 @@ public:
     }
 
     // The reference row as a run record; inverted rows start with an extra 0.
+    // The list is already what a record holds (increasing, below the width),
+    // so it is copied as it is and closed at the width.
     int32_t deliver_record(uint32_t index) {
         uint32_t* rec = out_.get();
-        const uint32_t length = invert_ ? runs::record_from_changes(ref_ - 1, ref_n_ + 1, width_, rec)
-                                        : runs::record_from_changes(ref_, ref_n_, width_, rec);
+        const uint32_t width = width_;
+        const uint32_t* from = invert_ ? ref_ - 1 : ref_;
+        const uint32_t changes = invert_ ? ref_n_ + 1 : ref_n_;
+        if (changes <= 8) {
+            for (uint32_t i = 0; i < changes; ++i) rec[1 + i] = from[i];
+        } else {
+            std::memcpy(rec + 1, from, size_t(changes) * 4);
+        }
+        // The closing position, three end markers and the length rule's word.
+        uint32_t* end = rec + 1 + changes;
+        end[0] = end[1] = end[2] = end[3] = end[4] = width;
+        const uint32_t length = runs::record_length(changes + 1, width);
+        rec[0] = length;
         return line_(reinterpret_cast<uint8_t*>(rec), user_, int32_t(index), length);
     }
 
@@ -302,7 +344,7 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                 if (int32_t st = br.status(); st < 0) return st;
                 if (index == end) break;
                 if (mode == kModeMhAligned) {
-                    br.skip_to_byte();
+                    BitCursor(br).skip_to_byte();
                 } else if (mode == kModeG3) {
                     eols = 1;
                     if (!skip_past_eol(br, t)) break;
@@ -333,9 +375,13 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                     const int h = hunt_eol(br, t);
                     if (h == kNoEol) return IMG_ERR_BAD_IMAGE;
                     if (h == kEnd) break;
-                    br.refill();
-                    const uint32_t tag = br.peek(1);
-                    br.consume(1);
+                    uint32_t tag;
+                    {
+                        BitCursor c(br);
+                        c.refill();
+                        tag = c.peek(1);
+                        c.consume(1);
+                    }
                     if (br.exhausted()) break;
                     one_d = mode == kModeMrPlain ? nth == 0 : tag == 1;
                 }

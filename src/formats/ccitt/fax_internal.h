@@ -22,6 +22,7 @@ enum ModeKind : uint8_t { kV0, kVR1, kVR2, kVR3, kVL1, kVL2, kVL3, kHorizontal, 
 struct ModeEntry {
     uint8_t kind;
     uint8_t length;
+    int8_t offset;  // vertical modes: a1 - b1
 };
 
 struct DecodeTables {
@@ -84,70 +85,106 @@ inline size_t list_words(uint32_t width) { return size_t(width) + 16; }
 
 // ---- Bit reader --------------------------------------------------------
 
-// Reads coded bits most significant first from a block of memory or through a
-// StreamReader, translating the fill order on the way. Past the end of the
-// data it delivers fill bytes (0xFF for Group 4, where missing bytes read as
-// 1 bits, 0x00 otherwise) and reports the data as exhausted once a fill bit
-// has been consumed, so that every decoding loop can stop there.
+// Position in the coded data: unread bits most significant first in acc, the
+// next bytes at p. Counters are 64-bit so that stores through the decoders'
+// uint32_t lists cannot alias them.
+struct BitState {
+    uint64_t acc = 0;
+    int64_t nbits = 0;      // valid bits in acc
+    int64_t fill_bits = 0;  // how many of them (at the end) are fill
+    const uint8_t* p = nullptr;
+    const uint8_t* end = nullptr;
+};
+
+// Reads coded bits from a block of memory or through a StreamReader,
+// translating the fill order on the way. Past the end of the data it delivers
+// fill bytes (0xFF for Group 4, where missing bytes read as 1 bits, 0x00
+// otherwise) and counts them, so that consuming one shows as exhaustion and
+// every decoding loop can stop there. Decoding goes through a BitCursor.
 class BitReader {
 public:
     BitReader(const uint8_t* data, uint32_t size, bool lsb_first, uint8_t fill)
-        : p_(data), end_(data + size), start_(data), lsb_(lsb_first), fill_(fill) {
-        if (!data) p_ = end_ = start_ = nullptr;
+        : lsb_(lsb_first), fill_(fill) {
+        if (data) {
+            state_.p = start_ = data;
+            state_.end = data + size;
+        }
     }
     BitReader(StreamReader& in, bool lsb_first, uint8_t fill)
         : in_(&in), lsb_(lsb_first), fill_(fill) {
         origin_ = in.tell();
-        open_window();
+        open_window(state_);
     }
 
-    // Ensures at least 56 bits are available to peek at.
-    void refill() {
-        if (nbits_ > 56) return;
-        if (end_ - p_ >= 8) {
-            uint64_t v;
-            std::memcpy(&v, p_, 8);
-            v = __builtin_bswap64(v);
-            if (lsb_) v = reverse_bits_in_bytes(v);
-            acc_ |= v >> nbits_;
-            p_ += (63 - nbits_) >> 3;
-            nbits_ |= 56;
-        } else {
-            refill_slow();
-        }
-    }
-    // The next n bits (1 to 32; refill first).
-    uint32_t peek(unsigned n) const { return uint32_t(acc_ >> (64 - n)); }
-    void consume(unsigned n) {
-        acc_ <<= n;
-        nbits_ -= int(n);
-    }
     // True once a bit past the end of the data has been consumed.
-    bool exhausted() const { return nbits_ < fill_bits_; }
-    // Moves to the next byte boundary of the coded data.
-    void skip_to_byte() { consume(unsigned(nbits_ & 7)); }
-
+    bool exhausted() const { return state_.nbits < state_.fill_bits; }
     // Failure of the underlying stream (0 when none).
     int32_t status() const { return in_ ? in_->status() : 0; }
     // Leaves the stream just after the last byte that decoding used.
     void sync_stream();
 
 private:
-    void refill_slow();
-    bool next_window();
-    void open_window();
+    friend class BitCursor;
+    void refill_slow(BitState& s);
+    bool next_window(BitState& s);
+    void open_window(BitState& s);
 
-    const uint8_t* p_ = nullptr;
-    const uint8_t* end_ = nullptr;
+    BitState state_;
     const uint8_t* start_ = nullptr;  // start of the current window
     StreamReader* in_ = nullptr;
-    uint64_t acc_ = 0;      // unread bits, most significant first
-    int nbits_ = 0;         // valid bits in acc_
-    int fill_bits_ = 0;     // how many of them (at the end) are fill
-    uint64_t before_ = 0;   // source bytes before the current window
-    uint32_t origin_ = 0;   // stream offset where decoding started
+    uint64_t before_ = 0;             // source bytes before the current window
+    uint32_t origin_ = 0;             // stream offset where decoding started
     bool lsb_;
     uint8_t fill_;
+};
+
+// A decoding loop's working copy of the reader's position, kept in registers
+// and written back when the cursor goes out of scope.
+class BitCursor {
+public:
+    explicit BitCursor(BitReader& r) : r_(r), s_(r.state_), lsb_(r.lsb_) {}
+    ~BitCursor() { r_.state_ = s_; }
+    BitCursor(const BitCursor&) = delete;
+    BitCursor& operator=(const BitCursor&) = delete;
+
+    // Ensures at least 56 bits are available to peek at.
+    void refill() {
+        if (s_.nbits > 56) return;
+        if (s_.end - s_.p >= 8) {
+            uint64_t v;
+            std::memcpy(&v, s_.p, 8);
+            v = __builtin_bswap64(v);
+            if (lsb_) v = reverse_bits_in_bytes(v);
+            s_.acc |= v >> s_.nbits;
+            s_.p += (63 - s_.nbits) >> 3;
+            s_.nbits |= 56;
+        } else {
+            BitState t = s_;
+            r_.refill_slow(t);
+            s_ = t;
+        }
+    }
+    // The next n bits (1 to 32; refill first).
+    uint32_t peek(unsigned n) const { return uint32_t(s_.acc >> (64 - n)); }
+    void consume(unsigned n) {
+        s_.acc <<= n;
+        s_.nbits -= n;
+    }
+    // True once a bit past the end of the data has been consumed.
+    bool exhausted() const { return s_.nbits < s_.fill_bits; }
+    // Moves to the next byte boundary of the coded data.
+    void skip_to_byte() { consume(unsigned(s_.nbits & 7)); }
+    // How many of the available bits ahead are 1 bits in a row.
+    uint32_t leading_ones() const {
+        const uint64_t zeros = ~s_.acc;
+        const int64_t ones = zeros ? __builtin_clzll(zeros) : 63;  // a shift stays below 64
+        return uint32_t(ones < s_.nbits ? ones : s_.nbits);
+    }
+
+private:
+    BitReader& r_;
+    BitState s_;
+    bool lsb_;
 };
 
 // ---- Bit writer --------------------------------------------------------
