@@ -250,10 +250,24 @@ public:
         return line_(row, user_, int32_t(index), row_bytes_);
     }
 
-    int32_t deliver_white(uint32_t index) {
+    // White rows from index up to end (the end of the page).
+    int32_t deliver_white(uint32_t index, uint32_t end) {
         auto* row = reinterpret_cast<uint8_t*>(out_.get());
-        std::memset(row, invert_ ? 0x00 : 0xFF, row_bytes_);
-        return line_(row, user_, int32_t(index), row_bytes_);
+        for (; index < end; ++index) {
+            std::memset(row, invert_ ? 0x00 : 0xFF, row_bytes_);
+            if (int32_t st = line_(row, user_, int32_t(index), row_bytes_); st < 0) return st;
+        }
+        return 0;
+    }
+
+    // Finishes a packed row and delivers it: 1 to go on, 0 when the data has
+    // ended, or a negative status.
+    int32_t next_packed(uint32_t n, uint32_t index, const BitReader& br) {
+        finish_row(n);
+        if (int32_t st = deliver_packed(index); st < 0) return st;
+        if (br.exhausted()) return 0;
+        if (int32_t st = br.status(); st < 0) return st;
+        return 1;
     }
 
     // The reference row as a run record; inverted rows start with an extra 0.
@@ -338,10 +352,11 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                 const uint32_t n =
                     decode_1d_row(br, t, s.cur(), s.width(), mode == kModeG3, eols, page_end);
                 if (page_end) break;
-                s.finish_row(n);
-                if (int32_t st = s.deliver_packed(index++); st < 0) return st;
-                if (br.exhausted()) break;
-                if (int32_t st = br.status(); st < 0) return st;
+                const int32_t go_on = s.next_packed(n, index++, br);
+                if (go_on <= 0) {
+                    if (go_on < 0) return go_on;
+                    break;
+                }
                 if (index == end) break;
                 if (mode == kModeMhAligned) {
                     BitCursor(br).skip_to_byte();
@@ -351,9 +366,7 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                 }
             }
             // End of the page: the call's remaining rows are white.
-            for (; index < end; ++index)
-                if (int32_t st = s.deliver_white(index); st < 0) return st;
-            return 0;
+            return s.deliver_white(index, end);
         });
 }
 
@@ -393,14 +406,13 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                 } else {
                     n = decode_2d_row(br, t, s.ref(), s.cur(), s.width());
                 }
-                s.finish_row(n);
-                if (int32_t st = s.deliver_packed(index++); st < 0) return st;
-                if (br.exhausted()) break;
-                if (int32_t st = br.status(); st < 0) return st;
+                const int32_t go_on = s.next_packed(n, index++, br);
+                if (go_on <= 0) {
+                    if (go_on < 0) return go_on;
+                    break;
+                }
             }
-            for (; index < end; ++index)
-                if (int32_t st = s.deliver_white(index); st < 0) return st;
-            return 0;
+            return s.deliver_white(index, end);
         });
 }
 
