@@ -149,6 +149,24 @@ TEST(CcittDecode, ThreeEolsEndTheG3Page) {
     }
 }
 
+// An EOL where a mode code is expected: each zero followed by at least five
+// more is a V0 code of one bit, so the first six zeros make two rows that copy
+// their reference row (three V0 each); "0000011" after them is a VR3.
+TEST(CcittDecode, EolInTwoDimensionalRowsReadsAsV0) {
+    // Row 0: horizontal (white 3, black 2), V0 to the end. Then an EOL.
+    std::string bits = "001" "1000" "11" "1" "000000000001";
+    while (bits.size() % 8) bits += '1';
+    std::vector<uint8_t> data;
+    for (size_t i = 0; i < bits.size(); i += 8) data.push_back(uint8_t(std::stoi(bits.substr(i, 8), nullptr, 2)));
+    Collector c(16, 8);
+    ASSERT_EQ(decode_bytes(data, fax_params(16, 8, ccitt::kModeG4Memory), c, 8), 0);
+    for (uint32_t y = 0; y < 3; ++y) {
+        EXPECT_EQ(c.page.row(y)[0], 0xE7) << y;  // black at columns 3 and 4
+        EXPECT_EQ(c.page.row(y)[1], 0xFF) << y;
+    }
+    EXPECT_NE(c.page.row(3)[0], 0xE7);
+}
+
 // A Group 3 2-D strip without an EOL in its first 2,000 codes is refused; the
 // same data too short for 2,000 codes ends the page instead.
 TEST(CcittDecode, EolHuntLimit) {
