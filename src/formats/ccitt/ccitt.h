@@ -59,8 +59,11 @@ enum FaxMode : int32_t {
 
 // FaxParams::flags
 // Group 4: after the last row of a call, do not repeat that row down to the
-// image height (the repeat lets a strip reader that stops early still leave
-// every row filled; a reader that delivers every strip may turn it off).
+// image height. The repeat leaves every row filled when a reader stops
+// early, but later strips then deliver their rows a second time, which the
+// library's own raster callback refuses (it stores each row once, in order):
+// a reader decoding several strips through it sets this flag on every call
+// but the last.
 constexpr uint32_t kFaxNoRepeatToHeight = 1;
 
 // Widths above this are refused with IMG_ERR_BAD_IMAGE by decoders and
