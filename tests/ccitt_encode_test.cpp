@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "ccitt_test_util.h"
+#include "pipeline/decode.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -280,3 +281,51 @@ TEST(CcittEncode, Failures) {
 }
 
 }  // namespace
+
+// The seam the TIFF reader uses: decoders feeding the library's own header
+// and raster callbacks. Group 4 records and Group 3 packed rows both land in
+// the run store; strips decode through it with the repeat turned off on every
+// call but the last.
+TEST(CcittEncode, DecodersFeedTheLibraryCallbacks) {
+    const Page page = load_pbm(data_path("corpus/refs/a64e889e1ba7de48.pbm"));
+    std::vector<uint8_t> g3, top, bottom;
+    const uint32_t cut = 500;
+    ASSERT_EQ(encode_page(g3, page, false, 0, ccitt::kFrameG3, false), 0);
+    ASSERT_EQ(encode_page(top, page, true, 0, ccitt::kFrameG4, true, 0, int32_t(cut)), 0);
+    ASSERT_EQ(encode_page(bottom, page, true, 0, ccitt::kFrameG4, true, int32_t(cut), int32_t(page.height - cut)), 0);
+
+    struct Strip {
+        const std::vector<uint8_t>* data;
+        int32_t mode;
+        uint32_t first, rows, flags;
+    };
+    const std::vector<std::vector<Strip>> decodes = {
+        {{&g3, ccitt::kModeMhMemory, 0, page.height, 0}},
+        {{&top, ccitt::kModeG4Memory, 0, cut, ccitt::kFaxNoRepeatToHeight},
+         {&bottom, ccitt::kModeG4Memory, cut, page.height - cut, 0}},
+    };
+    for (const auto& strips : decodes) {
+        DecodeContext ctx;
+        ASSERT_EQ(begin_decode(ctx), 0);
+        uint8_t header[48] = {};
+        DibHeader h = bilevel_header(page.width, page.height, false);
+        std::memcpy(header, &h, 40);
+        std::memset(header + 44, 0xFF, 3);  // palette: black, white
+        int32_t status = library_header(reinterpret_cast<const DibHeader*>(header), intptr_t(&ctx));
+        for (const Strip& s : strips) {
+            if (status < 0) break;
+            FaxParams p = fax_params(page.width, page.height, s.mode);
+            p.flags = s.flags;
+            p.data_length = uint32_t(s.data->size());
+            status = ccitt::fax_decode(s.data->data(), s.rows, s.first, p, 0, library_raster, intptr_t(&ctx));
+        }
+        const int32_t handle = finish_decode(ctx, status);
+        ASSERT_GE(handle, 0);
+        for (uint32_t y = 0; y < page.height; ++y) {
+            const std::vector<uint8_t> row = get_row(handle, int32_t(y));
+            for (uint32_t x = 0; x < page.width; ++x)
+                ASSERT_EQ((row[x >> 3] >> (7 - (x & 7))) & 1, page.pixel_white(x, y) ? 1 : 0) << y << " " << x;
+        }
+        IMG_delete_bitmap(handle);
+    }
+}
