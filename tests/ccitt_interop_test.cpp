@@ -83,10 +83,7 @@ Page pillow_decode(const std::vector<uint8_t>& tiff, uint32_t width, uint32_t he
     const auto dir = std::filesystem::temp_directory_path();
     const std::string stem = (dir / ("ccitt_interop_" + std::to_string(::getpid()))).string();
     const std::string in = stem + ".tif", out = stem + ".grey";
-    {
-        std::ofstream f(in, std::ios::binary);
-        f.write(reinterpret_cast<const char*>(tiff.data()), std::streamsize(tiff.size()));
-    }
+    write_file(in, tiff);
     const std::string cmd = "/usr/bin/python3 -c \"import sys; from PIL import Image; "
                             "im = Image.open(sys.argv[1]); im.load(); "
                             "open(sys.argv[2], 'wb').write(im.convert('L').tobytes())\" " +

@@ -7,23 +7,16 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "core/runs.h"
 #include "core/stream.h"
 #include "formats/ccitt/ccitt.h"
+#include "image_util.h"
 #include "test_util.h"
 
 namespace tesslin::test {
-
-inline std::vector<uint8_t> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
-                                std::istreambuf_iterator<char>());
-}
 
 inline std::vector<uint8_t> bit_reversed(std::vector<uint8_t> v) {
     for (auto& b : v) {
@@ -54,21 +47,13 @@ inline Page blank_page(uint32_t width, uint32_t height) {
     return p;
 }
 
-// Reads a P4 reference (1 = black) into a page (1 = white).
+// A P4 reference raster as a page.
 inline Page load_pbm(const std::string& path) {
-    std::vector<uint8_t> f = read_file(path);
-    Page p;
-    unsigned w = 0, h = 0;
-    int used = 0;
-    if (f.size() < 3 || std::sscanf(reinterpret_cast<const char*>(f.data()), "P4 %u %u%n", &w, &h, &used) != 2)
-        return p;
-    size_t at = size_t(used) + 1;
-    p = blank_page(w, h);
-    const uint32_t src = (w + 7) / 8;
-    for (uint32_t y = 0; y < h && at + src <= f.size(); ++y, at += src)
-        for (uint32_t i = 0; i < src; ++i) p.row(y)[i] = uint8_t(~f[at + i]);
-    for (uint32_t y = 0; y < h; ++y)
-        if (w & 7) p.row(y)[w / 8] |= uint8_t(0xFF >> (w & 7));
+    const Raster r = read_netpbm(path);
+    Page p = blank_page(uint32_t(r.width), uint32_t(r.height));
+    for (int32_t y = 0; y < r.height; ++y)
+        for (int32_t x = 0; x < r.width; ++x)
+            if (*r.at(x, y) < 128) runs::fill_bits(p.row(uint32_t(y)), uint32_t(x), uint32_t(x) + 1, false);
     return p;
 }
 
@@ -148,8 +133,7 @@ inline int32_t decode_bytes(const std::vector<uint8_t>& data, ccitt::FaxParams p
     if (memory)
         return ccitt::fax_decode(data.data(), rows, first_row, params, 0, Collector::line,
                                  intptr_t(&out));
-    void* block = tesslin_block_alloc(uint32_t(data.size()) + 1);
-    if (!data.empty()) std::memcpy(block, data.data(), data.size());
+    void* block = to_block(data);
     int32_t s = stream::mem_create_sized(block, uint32_t(data.size()));
     int32_t status = ccitt::fax_decode(nullptr, rows, first_row, params, s, Collector::line,
                                        intptr_t(&out));
