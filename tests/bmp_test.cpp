@@ -235,23 +235,24 @@ TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
     IMG_delete_bitmap(h);
 }
 
+// Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
+// JPEG decoder: the same image as the JPEG file itself, and the JPEG
+// decoder's refusal for a stream without any scan.
 TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
-    // A JPEG stream without any scan: the JPEG decoder's refusal.
-    std::vector<uint8_t> f = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
-    EXPECT_EQ(decode_bytes(f), IMG_ERR_BAD_IMAGE);
-    store_le32(&f[30], 0x4745504A);  // "JPEG"
-    EXPECT_EQ(decode_bytes(f), IMG_ERR_BAD_IMAGE);
-    // A real one decodes as the JPEG file does (tests/jpeg_pipeline_test.cpp
-    // compares the pixels).
-    const std::vector<uint8_t> jpeg = read_file(data_path("jpeg/420.jpg"));
-    const int32_t h = decode_bytes(bmp_file(113, 74, 0, 4, {}, jpeg));
-    ASSERT_GE(h, 0);
-    int32_t w = 0, ht = 0, bits = 0;
-    IMG_bitmap_info(h, &w, &ht, &bits);
-    EXPECT_EQ(w, 113);
-    EXPECT_EQ(ht, 74);
-    EXPECT_EQ(bits, 24);
-    IMG_delete_bitmap(h);
+    std::vector<uint8_t> bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
+    EXPECT_EQ(decode_bytes(bad), IMG_ERR_BAD_IMAGE);
+    const std::string jpg = data_path("corpus/jpeg/444.jpg");
+    std::vector<uint8_t> f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
+    const int32_t direct = IMG_decompress_bitmap(jpg.c_str());
+    ASSERT_GE(direct, 0);
+    for (uint32_t code : {4u, 0x4745504Au}) {
+        store_le32(&f[30], code);
+        const int32_t h = decode_bytes(f);
+        ASSERT_GE(h, 0);
+        EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
+        IMG_delete_bitmap(h);
+    }
+    IMG_delete_bitmap(direct);
 }
 
 TEST(BmpRead, RunRecordVariantDecodesRowByRow) {

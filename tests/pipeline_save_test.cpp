@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "core/runs.h"
+#include "core/stream.h"
 #include "image_util.h"
 #include "pipeline/save.h"
 
@@ -340,4 +341,52 @@ TEST(Save, LowLevelSaveWithTheCallersSupply) {
     EXPECT_EQ(IMGLOW_save_bitmap_mem(tiny, h, 1, gradient_supply, intptr_t(&g)), IMG_ERR_WRITE);
     tesslin_block_free(tiny);
     tesslin_block_free(out);
+}
+
+namespace {
+// A multi-page writer for the driver's file rules: appends "PAGE" and the
+// first byte of every row at the end of the stream; the failing variant
+// appends its page and then reports a short write.
+int32_t page_encoder(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
+                     intptr_t user, int32_t fail) {
+    stream::seek(stream, 0, 2);
+    stream::write(stream, "PAGE", 4);
+    std::vector<uint8_t> row(row_bytes(uint32_t(header->biWidth), header->biBitCount));
+    for (int32_t r = 0; r < header->biHeight; ++r) {
+        if (int32_t s = supply(user, row.data(), r, uint32_t(row.size())); s < 0) return s;
+        stream::write(stream, row.data(), 1);
+    }
+    return fail ? IMG_ERR_WRITE : 0;
+}
+
+size_t pages_in(const std::string& path) {
+    const std::vector<uint8_t> d = read_file(path);
+    size_t n = 0;
+    for (size_t i = 0; i + 4 <= d.size(); ++i) n += std::memcmp(&d[i], "PAGE", 4) == 0;
+    return n;
+}
+}  // namespace
+
+TEST(Save, MultiPageCodesAppendAndFailedSavesCleanUpOnlyWhatTheyCreated) {
+    const int32_t h = make(8, 3, 8);
+    const std::string path = temp_path("pages.bin");
+    std::filesystem::remove(path);
+    const dispatch::EncoderEntry tiff{0, page_encoder, 0}, bmp{1, page_encoder, 0};
+    const dispatch::EncoderEntry tiff_failing{0, page_encoder, 1};
+    // Code 0 (TIFF) twice into one name: two pages.
+    ASSERT_EQ(save_named(h, path.c_str(), 0, &tiff), 0);
+    ASSERT_EQ(save_named(h, path.c_str(), 0, &tiff), 0);
+    EXPECT_EQ(pages_in(path), 2u);
+    // A failed append leaves the file there.
+    EXPECT_EQ(save_named(h, path.c_str(), 0, &tiff_failing), IMG_ERR_WRITE);
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(pages_in(path), 3u);
+    // Code 1 (BMP) replaces the file.
+    ASSERT_EQ(save_named(h, path.c_str(), 1, &bmp), 0);
+    EXPECT_EQ(pages_in(path), 1u);
+    std::filesystem::remove(path);
+    // A failed save into a file it created leaves nothing.
+    EXPECT_EQ(save_named(h, path.c_str(), 0, &tiff_failing), IMG_ERR_WRITE);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    IMG_delete_bitmap(h);
 }

@@ -15,8 +15,9 @@
 namespace tesslin {
 
 int32_t run_encoder(int32_t stream, const DibHeader* header, int32_t code,
-                    IMG_SUPPLY_CALLBACK supply, intptr_t user) {
-    const dispatch::EncoderEntry* e = dispatch::encoder_for(code);
+                    IMG_SUPPLY_CALLBACK supply, intptr_t user,
+                    const dispatch::EncoderEntry* entry) {
+    const dispatch::EncoderEntry* e = entry ? entry : dispatch::encoder_for(code);
     if (!e || !e->encoder) return IMG_ERR_UNSUPPORTED;
     if (!header || !supply) return IMG_ERR_BAD_IMAGE;
     const int32_t r = e->encoder(stream, header, supply, user, e->variant);
@@ -153,13 +154,14 @@ int32_t prepare_save(int32_t handle, int32_t code, SaveContext* c, uint8_t* bloc
     return 0;
 }
 
-int32_t save_handle(int32_t handle, int32_t stream, int32_t code) {
+int32_t save_handle(int32_t handle, int32_t stream, int32_t code,
+                    const dispatch::EncoderEntry* entry) {
     SaveContext c;
     alignas(DibHeader) uint8_t block[kHeaderBlockSize];
     if (int32_t s = prepare_save(handle, code, &c, block)) return s;
     IMG_SUPPLY_CALLBACK supply = uses_run_supply(code, c.obj->bits()) ? run_supply : packed_supply;
     return run_encoder(stream, reinterpret_cast<DibHeader*>(block), code, supply,
-                       reinterpret_cast<intptr_t>(&c));
+                       reinterpret_cast<intptr_t>(&c), entry);
 }
 
 namespace {
@@ -208,6 +210,23 @@ int32_t into_memory(void* block, F&& body) {
 }
 
 }  // namespace
+
+int32_t save_named(int32_t handle, const char* file, int32_t code,
+                   const dispatch::EncoderEntry* entry) {
+    if (!bitmap_get(handle)) return IMG_ERR_HANDLE;
+    if (!file) return IMG_ERR_CREATE;
+    if (code == -1) code = code_from_name(file);
+    // A code without an encoder fails before the file is touched.
+    if (!entry && !has_encoder(code)) return IMG_ERR_UNSUPPORTED;
+    const bool append = multi_page(code) && platform::file_open(file, 3) >= 0;
+    const int32_t fd = platform::file_open(file, append ? 1 : 2);
+    if (fd < 0) return IMG_ERR_CREATE;
+    const int32_t r = save_handle(handle, fd, code, entry);
+    platform::file_close(fd);
+    if (r < 0 && !append) platform::file_delete(file);
+    return r;
+}
+
 }  // namespace tesslin
 
 using namespace tesslin;
@@ -242,20 +261,7 @@ TESSLIN_API int32_t IMG_save_bitmap_mem(int32_t handle, void* block, int32_t for
 }
 
 TESSLIN_API int32_t IMG_save_bitmap(int32_t handle, const char* file, int32_t format_code) {
-    return api_call([&]() -> int32_t {
-        if (!bitmap_get(handle)) return IMG_ERR_HANDLE;
-        if (!file) return IMG_ERR_CREATE;
-        if (format_code == -1) format_code = code_from_name(file);
-        // A code without an encoder fails before the file is touched.
-        if (!has_encoder(format_code)) return IMG_ERR_UNSUPPORTED;
-        const bool append = multi_page(format_code) && platform::file_open(file, 3) >= 0;
-        const int32_t fd = platform::file_open(file, append ? 1 : 2);
-        if (fd < 0) return IMG_ERR_CREATE;
-        const int32_t r = save_handle(handle, fd, format_code);
-        platform::file_close(fd);
-        if (r < 0 && !append) platform::file_delete(file);
-        return r;
-    });
+    return api_call([&] { return save_named(handle, file, format_code); });
 }
 
 }  // extern "C"

@@ -7,13 +7,15 @@
 
 #include "core/bitmap.h"
 #include "pipeline/codec.h"
+#include "pipeline/dispatch.h"
 
 namespace tesslin {
 
-// Calls the encoder of the format code. 0, the encoder's negative status,
-// or -7 for a code without an encoder.
+// Calls the encoder of the format code (or of `entry` when given). 0, the
+// encoder's negative status, or -7 for a code without an encoder.
 int32_t run_encoder(int32_t stream, const DibHeader* header, int32_t code,
-                    IMG_SUPPLY_CALLBACK supply, intptr_t user);
+                    IMG_SUPPLY_CALLBACK supply, intptr_t user,
+                    const dispatch::EncoderEntry* entry = nullptr);
 
 // True when the format code has an encoder.
 bool has_encoder(int32_t code);
@@ -54,6 +56,13 @@ const uint8_t* save_tone_map(const BitmapObject& obj, DibHeader* encoder_header,
 int32_t prepare_save(int32_t handle, int32_t code, SaveContext* context, uint8_t* header_block);
 
 // Saves a bitmap's crop rectangle with the library's supply callbacks.
-int32_t save_handle(int32_t handle, int32_t stream, int32_t code);
+int32_t save_handle(int32_t handle, int32_t stream, int32_t code,
+                    const dispatch::EncoderEntry* entry = nullptr);
+
+// Saves into a named file (IMG_save_bitmap): code -1 from the name's ending,
+// multi-page codes append to an existing file, a file this call created is
+// deleted when the save fails.
+int32_t save_named(int32_t handle, const char* file, int32_t code,
+                   const dispatch::EncoderEntry* entry = nullptr);
 
 }  // namespace tesslin
