@@ -34,7 +34,7 @@ struct DecodeContext {
     RgbQuad palette[256] = {};
     enum class Mode { kStore, kScale, kRect } mode = Mode::kStore;
     int32_t rect_x = 0, rect_y = 0;
-    std::vector<uint8_t> reduced, work;
+    std::vector<uint8_t> reduced, work, padded;
     std::vector<uint32_t> record, record2;
 };
 

@@ -98,7 +98,8 @@ int32_t header_body(const DibHeader* h, DecodeContext* ctx) {
     std::memcpy(ctx->palette, dib_palette(h), palette_bytes(src_bits));
     const uint32_t widest = static_cast<uint32_t>(std::max(width, stored_w));
     ctx->reduced.assign(size_t(row_bytes(uint32_t(width), bits)) + 8, 0);
-    ctx->work.assign(size_t(std::max(ctx->src_row_bytes, row_bytes(widest, bits))) + 8, 0);
+    ctx->work.assign(size_t(row_bytes(widest, bits)) + 8, 0);
+    ctx->padded.assign(size_t(ctx->src_row_bytes) + 8, 0);
     ctx->record.assign(runs::max_record_bytes(widest) / 4 + 2, 0);
     ctx->record2.assign(ctx->record.size(), 0);
     return 1;
@@ -140,9 +141,9 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
         data = nullptr;
     } else if (count < ctx->src_row_bytes) {
         // A short packed row: the rest is taken as 0.
-        std::memcpy(ctx->work.data(), row, count);
-        std::memset(ctx->work.data() + count, 0, ctx->src_row_bytes - count);
-        data = ctx->work.data();
+        std::memcpy(ctx->padded.data(), row, count);
+        std::memset(ctx->padded.data() + count, 0, ctx->src_row_bytes - count);
+        data = ctx->padded.data();
     }
     if (data && ctx->reduction) {
         rowops::reduce(data, ctx->src_bits, ctx->palette, src_w, ctx->bits, r, ctx->reduced.data());

@@ -220,7 +220,7 @@ int32_t read_rows(Reader& rd, const Layout& l, uint32_t out_bits, bool invert) {
     StreamReader& in = rd.in;
     const uint32_t src_row_bytes = row_bytes(rd.width, l.bits);
     const uint32_t last_row_data = static_cast<uint32_t>((uint64_t(rd.width) * l.bits + 7) / 8);
-    std::vector<uint8_t> src(src_row_bytes + 4);
+    std::vector<uint8_t> src(src_row_bytes + 4), converted(rd.out_row_bytes + 4);
     const bool convert = out_bits != l.bits || l.have_masks;
     Field fb, fg, fr, fa;
     if (convert) {
@@ -246,7 +246,7 @@ int32_t read_rows(Reader& rd, const Layout& l, uint32_t out_bits, bool invert) {
         }
         const uint8_t* data = src.data();
         if (convert) {
-            uint8_t* out = rd.row.data();
+            uint8_t* out = converted.data();
             for (uint32_t x = 0; x < rd.width; ++x) {
                 const uint8_t* p = src.data() + x * in_bpp;
                 const uint32_t v = in_bpp == 2 ? load_le16(p) : load_le32(p);
