@@ -261,20 +261,6 @@ TEST(Save, RunSupply) {
     IMG_delete_bitmap(runs_h);
 }
 
-TEST(Save, EncoderHeaderCarriesCropSizeAndTransparentColour) {
-    const int32_t h = make(30, 20, 8);
-    IMG_set_croprect(h, 5, 5, 10, 7);
-    IMGLOW_set_transp_color(h, 3);
-    uint8_t block[kHeaderBlockSize];
-    SaveContext c;
-    ASSERT_EQ(prepare_save(h, 1, &c, block), 0);
-    const auto* e = reinterpret_cast<const DibHeader*>(block);
-    EXPECT_EQ(e->biWidth, 10);
-    EXPECT_EQ(e->biHeight, 7);
-    EXPECT_EQ(e->biClrUsed, 3u | 0x1000u);
-    IMG_delete_bitmap(h);
-}
-
 TEST(Save, BmpWriterDetails) {
     // 4 bits as code 12: compression 2, the data ends with end of bitmap.
     const int32_t four = make(33, 5, 4);
