@@ -184,10 +184,10 @@ TEST(Save, FileNamesCodesAndCleanUp) {
     ASSERT_EQ(IMG_save_bitmap(h, lower.c_str(), 1), 0);
     EXPECT_EQ(std::filesystem::file_size(lower), size);
     std::filesystem::remove(lower);
-    // Codes without a writer yet fail before the file is touched.
-    const std::string tif = temp_path("x.tif");
-    EXPECT_EQ(IMG_save_bitmap(h, tif.c_str(), -1), IMG_ERR_UNSUPPORTED);
-    EXPECT_FALSE(std::filesystem::exists(tif));
+    // Codes without a writer fail before the file is touched.
+    const std::string pct = temp_path("x.pct");
+    EXPECT_EQ(IMG_save_bitmap(h, pct.c_str(), -1), IMG_ERR_UNSUPPORTED);
+    EXPECT_FALSE(std::filesystem::exists(pct));
     EXPECT_EQ(IMG_save_bitmap(h, "/nonexistent/dir/x.bmp", 1), IMG_ERR_CREATE);
     EXPECT_EQ(IMG_save_bitmap(-1, lower.c_str(), 1), IMG_ERR_HANDLE);
     EXPECT_EQ(IMG_save_bitmap_fd(10000, 0, 1), IMG_ERR_HANDLE);
