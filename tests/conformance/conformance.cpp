@@ -1,0 +1,409 @@
+// Conformance suite: walks the corpus manifest, identifies and decodes every
+// listed page through the public interface, expands the bitmap to the form of
+// the reference raster and compares as the row's rule says.
+//
+//   tesslin_conformance [--corpus DIR] [--expected FILE] [--doc FILE]
+//                       [--check-doc FILE] [--only SUBSTRING]
+//
+// One line per row: PASS, FAIL (first differing pixel, or the PSNR), XFAIL
+// (listed in the expected-failures file, with its reason) or XPASS (listed but
+// passing: remove it from the list). Then "N passed, N failed". The exit
+// status is non-zero when any row fails or passes while listed. --doc writes
+// the per-format table to a Markdown file; --check-doc fails when that file
+// does not hold the current table.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tesslin/tesslin.h"
+
+namespace {
+
+struct Row {
+    std::string file;
+    int pages = 0;
+    int page = 0;
+    int width = 0, height = 0;
+    std::string format_code;  // empty: no signature (raw data)
+    std::string reference;
+    std::string compare;
+    std::string note;
+};
+
+std::vector<std::string> split(const std::string& line, char sep) {
+    std::vector<std::string> out;
+    std::string field;
+    std::istringstream in(line);
+    while (std::getline(in, field, sep)) out.push_back(field);
+    if (!line.empty() && line.back() == sep) out.emplace_back();
+    return out;
+}
+
+std::vector<Row> read_manifest(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<Row> rows;
+    std::string line;
+    bool header = true;
+    while (std::getline(in, line)) {
+        if (header) {
+            header = false;
+            continue;
+        }
+        if (line.empty()) continue;
+        auto f = split(line, '\t');
+        f.resize(9);
+        Row r;
+        r.file = f[0];
+        r.pages = std::atoi(f[1].c_str());
+        r.page = std::atoi(f[2].c_str());
+        r.width = std::atoi(f[3].c_str());
+        r.height = std::atoi(f[4].c_str());
+        r.format_code = f[5];
+        r.reference = f[6];
+        r.compare = f[7];
+        r.note = f[8];
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+// file<TAB>page<TAB>reason; '#' starts a comment line.
+std::map<std::string, std::string> read_expected(const std::string& path) {
+    std::map<std::string, std::string> out;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        auto f = split(line, '\t');
+        if (f.size() < 3) continue;
+        out[f[0] + "#" + f[1]] = f[2];
+    }
+    return out;
+}
+
+// ---- Reference rasters ----------------------------------------------------
+
+enum class Form { Bilevel, Grey, Rgb, Rgba, Cmyk };
+
+struct Raster {
+    Form form = Form::Rgb;
+    int width = 0, height = 0, channels = 0;
+    std::vector<uint8_t> data;  // bilevel: 1 = black, one byte per pixel
+};
+
+bool read_token(std::istream& in, std::string& tok) {
+    tok.clear();
+    int c;
+    while ((c = in.get()) != EOF) {
+        if (c == '#') {
+            while ((c = in.get()) != EOF && c != '\n') {
+            }
+            continue;
+        }
+        if (!std::isspace(c)) {
+            tok.push_back(char(c));
+            break;
+        }
+    }
+    while ((c = in.peek()) != EOF && !std::isspace(c)) tok.push_back(char(in.get()));
+    return !tok.empty();
+}
+
+bool read_netpbm(const std::string& path, Raster& r) {
+    std::ifstream in(path, std::ios::binary);
+    std::string magic, tok;
+    if (!read_token(in, magic)) return false;
+    if (magic == "P7") {
+        int depth = 0;
+        std::string tupl;
+        while (read_token(in, tok) && tok != "ENDHDR") {
+            std::string v;
+            read_token(in, v);
+            if (tok == "WIDTH") r.width = std::atoi(v.c_str());
+            if (tok == "HEIGHT") r.height = std::atoi(v.c_str());
+            if (tok == "DEPTH") depth = std::atoi(v.c_str());
+            if (tok == "TUPLTYPE") tupl = v;
+        }
+        in.get();
+        r.channels = depth;
+        r.form = tupl == "CMYK" ? Form::Cmyk : tupl == "RGB_ALPHA" ? Form::Rgba
+                 : depth == 1   ? Form::Grey
+                                : Form::Rgb;
+    } else {
+        read_token(in, tok);
+        r.width = std::atoi(tok.c_str());
+        read_token(in, tok);
+        r.height = std::atoi(tok.c_str());
+        if (magic != "P4") read_token(in, tok);  // maxval
+        in.get();
+        r.form = magic == "P4" ? Form::Bilevel : magic == "P5" ? Form::Grey : Form::Rgb;
+        r.channels = magic == "P6" ? 3 : 1;
+    }
+    const size_t n = size_t(r.width) * r.height * r.channels;
+    if (r.form == Form::Bilevel) {
+        const size_t rb = (size_t(r.width) + 7) / 8;
+        std::vector<uint8_t> packed(rb * r.height);
+        in.read(reinterpret_cast<char*>(packed.data()), std::streamsize(packed.size()));
+        r.data.resize(n);
+        for (int y = 0; y < r.height; ++y)
+            for (int x = 0; x < r.width; ++x)
+                r.data[size_t(y) * r.width + x] = (packed[y * rb + x / 8] >> (7 - x % 8)) & 1;
+    } else {
+        r.data.resize(n);
+        in.read(reinterpret_cast<char*>(r.data.data()), std::streamsize(n));
+    }
+    return bool(in);
+}
+
+// ---- Our bitmap in the reference's form -----------------------------------
+
+struct Pixel {
+    uint8_t c[4];
+};
+
+// Reads pixel x of a stored row as blue, green, red, fourth byte.
+Pixel pixel_of(const uint8_t* row, int x, int bits, const IMG_RGBQUAD* pal) {
+    Pixel p{{0, 0, 0, 255}};
+    auto from_pal = [&](unsigned i) {
+        p.c[0] = pal[i].rgbBlue;
+        p.c[1] = pal[i].rgbGreen;
+        p.c[2] = pal[i].rgbRed;
+    };
+    switch (bits) {
+        case 1: from_pal((row[x / 8] >> (7 - x % 8)) & 1); break;
+        case 4: from_pal((row[x / 2] >> (x % 2 ? 0 : 4)) & 15); break;
+        case 8: from_pal(row[x]); break;
+        case 16: from_pal(row[2 * x + 1]); break;  // little-endian grey sample: high byte
+        case 24: std::memcpy(p.c, row + 3 * x, 3); break;
+        case 32: std::memcpy(p.c, row + 4 * x, 4); break;
+    }
+    return p;
+}
+
+struct Result {
+    bool pass = false;
+    std::string detail;
+};
+
+std::string describe(const uint8_t* v, int n) {
+    std::string s = "(";
+    for (int i = 0; i < n; ++i) s += (i ? "," : "") + std::to_string(v[i]);
+    return s + ")";
+}
+
+Result compare(int handle, const Raster& ref, const std::string& rule) {
+    int32_t w = 0, h = 0, bits = 0;
+    intptr_t hdr = IMG_bitmap_info(handle, &w, &h, &bits);
+    if (hdr < 0) return {false, "no bitmap"};
+    if (w != ref.width || h != ref.height)
+        return {false, "size " + std::to_string(w) + "x" + std::to_string(h) + ", want " +
+                           std::to_string(ref.width) + "x" + std::to_string(ref.height)};
+    const auto* header = reinterpret_cast<const IMG_BITMAPINFOHEADER*>(hdr);
+    const bool alpha = bits == 32 && header->biCompression == IMG_COMPRESSION_ALPHA;
+    IMG_RGBQUAD pal[256] = {};
+    IMGLOW_get_palette(handle, pal);
+    const uint32_t rb = uint32_t(((int64_t(w) * bits + 31) / 32) * 4);
+    std::vector<uint8_t> row(rb);
+    const int n = ref.channels;
+    const bool exact = rule == "exact";
+    double sq = 0;
+    for (int y = 0; y < h; ++y) {
+        if (IMGLOW_get_raster(handle, row.data(), y, 0) != 0) return {false, "row read failed"};
+        for (int x = 0; x < w; ++x) {
+            Pixel p = pixel_of(row.data(), x, bits, pal);
+            uint8_t got[4];
+            switch (ref.form) {
+                case Form::Bilevel:
+                    got[0] = (int(p.c[0]) + p.c[1] + p.c[2]) < 384 ? 1 : 0;
+                    break;
+                case Form::Grey:
+                    got[0] = (p.c[0] == p.c[1] && p.c[1] == p.c[2])
+                                 ? p.c[1]
+                                 : uint8_t((299 * p.c[2] + 587 * p.c[1] + 114 * p.c[0] + 500) / 1000);
+                    break;
+                case Form::Rgb:
+                    if (bits == 32 && !alpha) {  // CMYK shown as RGB
+                        for (int i = 0; i < 3; ++i)
+                            got[i] = uint8_t((255 - p.c[i]) * (255 - p.c[3]) / 255);
+                    } else {
+                        got[0] = p.c[2];
+                        got[1] = p.c[1];
+                        got[2] = p.c[0];
+                    }
+                    break;
+                case Form::Rgba:
+                    got[0] = p.c[2];
+                    got[1] = p.c[1];
+                    got[2] = p.c[0];
+                    got[3] = alpha ? p.c[3] : 255;
+                    break;
+                case Form::Cmyk:
+                    if (bits == 32 && !alpha) {
+                        std::memcpy(got, p.c, 4);
+                    } else {
+                        got[3] = 0;
+                        for (int i = 0; i < 3; ++i) got[i] = uint8_t(255 - p.c[2 - i]);
+                    }
+                    break;
+            }
+            const uint8_t* want = ref.data.data() + (size_t(y) * w + x) * n;
+            if (exact) {
+                if (std::memcmp(got, want, size_t(n)) != 0)
+                    return {false, "first difference at (" + std::to_string(x) + "," +
+                                       std::to_string(y) + "): got " + describe(got, n) +
+                                       ", want " + describe(want, n)};
+            } else {
+                for (int i = 0; i < n; ++i) {
+                    double d = double(got[i]) - want[i];
+                    sq += d * d;
+                }
+            }
+        }
+    }
+    if (exact) return {true, ""};
+    const double mse = sq / (double(w) * h * n);
+    const double psnr = mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
+    const double need = std::atof(rule.c_str() + 5);
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "PSNR %.2f dB (need %.0f)", psnr, need);
+    return {psnr >= need, buf};
+}
+
+// ---- Running a row ---------------------------------------------------------
+
+Result run_row(const std::string& corpus, const Row& row) {
+    const std::string path = corpus + "/" + row.file;
+    if (!row.format_code.empty()) {
+        int32_t code = IMGLOW_get_filetype(path.c_str());
+        if (code != std::atoi(row.format_code.c_str()))
+            return {false, "identified as " + std::to_string(code) + ", want " + row.format_code};
+        int32_t pages = IMGLOW_get_pages(path.c_str());
+        if (pages != row.pages)
+            return {false, std::to_string(pages) + " pages, want " + std::to_string(row.pages)};
+    }
+    if (row.compare == "refuse") {
+        int32_t h = IMG_decompress_bitmap_page(path.c_str(), row.page);
+        if (h >= 0) {
+            IMG_delete_bitmap(h);
+            return {false, "decoded, want a negative status"};
+        }
+        return {true, std::string("refused with ") + IMG_status_name(h)};
+    }
+    if (row.format_code.empty()) return {false, "raw data: decoded by the fax tests, not here"};
+    int32_t h = IMG_decompress_bitmap_page(path.c_str(), row.page);
+    if (h < 0)
+        return {false, std::string("decode failed: ") + IMG_status_name(h) + " (" +
+                           std::to_string(h) + ")"};
+    Raster ref;
+    Result r;
+    if (!read_netpbm(corpus + "/" + row.reference, ref))
+        r = {false, "cannot read reference " + row.reference};
+    else
+        r = compare(h, ref, row.compare);
+    IMG_delete_bitmap(h);
+    return r;
+}
+
+// Format name for the table: the corpus directory and, for suites, the suite.
+std::string family(const Row& row) {
+    auto parts = split(row.file, '/');
+    if (parts.size() >= 3 && parts[0] == "suites") return "suites/" + parts[1];
+    return parts.empty() ? "?" : parts[0];
+}
+
+std::string make_doc(const std::map<std::string, std::vector<int>>& table) {
+    std::ostringstream out;
+    out << "# Conformance\n\n"
+           "Written by the conformance suite (`tesslin_conformance --doc docs/conformance.md`),\n"
+           "which decodes every page listed in the corpus manifest "
+           "(`tests/data/corpus/MANIFEST.tsv`)\n"
+           "through the public interface and compares it with its reference raster.\n"
+           "Rows that cannot pass yet are listed with their reasons in\n"
+           "`tests/conformance/expected_failures.tsv`.\n\n"
+           "| Corpus folder | Rows | Passing | Expected failures |\n"
+           "|---|---|---|---|\n";
+    int rows = 0, pass = 0, xfail = 0;
+    for (const auto& [name, v] : table) {
+        out << "| " << name << " | " << v[0] << " | " << v[1] << " | " << v[2] << " |\n";
+        rows += v[0];
+        pass += v[1];
+        xfail += v[2];
+    }
+    out << "| **all** | " << rows << " | " << pass << " | " << xfail << " |\n";
+    return out.str();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string corpus = TESSLIN_CORPUS, expected_path = TESSLIN_EXPECTED, doc, check_doc, only;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        std::string a = argv[i];
+        if (a == "--corpus") corpus = argv[i + 1];
+        else if (a == "--expected") expected_path = argv[i + 1];
+        else if (a == "--doc") doc = argv[i + 1];
+        else if (a == "--check-doc") check_doc = argv[i + 1];
+        else if (a == "--only") only = argv[i + 1];
+    }
+    auto rows = read_manifest(corpus + "/MANIFEST.tsv");
+    if (rows.empty()) {
+        std::fprintf(stderr, "no rows in %s/MANIFEST.tsv\n", corpus.c_str());
+        return 2;
+    }
+    auto expected = read_expected(expected_path);
+    int passed = 0, failed = 0, xfailed = 0, xpassed = 0;
+    std::map<std::string, std::vector<int>> table;
+    for (const Row& row : rows) {
+        if (!only.empty() && row.file.find(only) == std::string::npos) continue;
+        const std::string key = row.file + "#" + std::to_string(row.page);
+        Result r = run_row(corpus, row);
+        auto listed = expected.find(key);
+        auto& t = table[family(row)];
+        t.resize(3);
+        t[0]++;
+        const std::string name = row.file + "[" + std::to_string(row.page) + "]";
+        if (listed != expected.end()) {
+            if (r.pass) {
+                std::printf("XPASS %s: passes but is listed as expected to fail\n", name.c_str());
+                ++xpassed;
+                ++failed;
+            } else {
+                std::printf("XFAIL %s: %s (%s)\n", name.c_str(), listed->second.c_str(),
+                            r.detail.c_str());
+                ++xfailed;
+                t[2]++;
+            }
+        } else if (r.pass) {
+            std::printf("PASS  %s%s%s\n", name.c_str(), r.detail.empty() ? "" : ": ",
+                        r.detail.c_str());
+            ++passed;
+            t[1]++;
+        } else {
+            std::printf("FAIL  %s: %s\n", name.c_str(), r.detail.c_str());
+            ++failed;
+        }
+    }
+    std::printf("%d passed, %d failed (%d expected failures, %d unexpected passes)\n", passed,
+                failed, xfailed, xpassed);
+    const std::string text = make_doc(table);
+    int status = failed ? 1 : 0;
+    if (!doc.empty()) std::ofstream(doc) << text;
+    if (!check_doc.empty() && only.empty()) {
+        std::ifstream in(check_doc);
+        std::stringstream have;
+        have << in.rdbuf();
+        if (have.str() != text) {
+            std::printf("%s is out of date: run tesslin_conformance --doc %s\n", check_doc.c_str(),
+                        check_doc.c_str());
+            status = 1;
+        }
+    }
+    return status;
+}
