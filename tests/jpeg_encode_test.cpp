@@ -98,6 +98,20 @@ TEST_F(JpegEncode, BytesEqualTheReferenceEncoder) {
             expect_reference_bytes(p, std::to_string(bits) + "-bit " + (grey ? "grey" : "colour"));
             tesslin_block_free(p);
         }
+    // Every value of every channel through the colour conversion, with and
+    // without chroma decimation.
+    void* ramp = make_dib(256, 40, 24, [](uint8_t* row, uint32_t, int32_t y) {
+        for (int x = 0; x < 256; ++x) {
+            row[3 * x] = uint8_t(x * 13 + y * 5);
+            row[3 * x + 1] = uint8_t(x * 7 + y * 3);
+            row[3 * x + 2] = uint8_t(x);
+        }
+    });
+    for (int h : {1, 2}) {
+        IMGLOW_set_jpg_interleave(h, 1);
+        expect_reference_bytes(ramp, "every value, " + std::to_string(h) + "x1");
+    }
+    tesslin_block_free(ramp);
     void* inverted = palette_dib(1, true, true);
     expect_reference_bytes(inverted, "1-bit white/black");
     for (void* p : {photo, grey8, cmyk, tiny, odd, inverted}) tesslin_block_free(p);

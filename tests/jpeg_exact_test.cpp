@@ -226,3 +226,32 @@ TEST(JpegExact, QuantisationEqualsDivision) {
         ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
     }
 }
+
+// The encoder's vectorised colour conversion against its tables, for every
+// value of every channel.
+TEST(JpegExact, EncoderColourConversionCoversEveryValue) {
+    const jpeg::RgbTables& t = jpeg::rgb_tables();
+    for (int h : {0, 1, 2}) {
+        for (int shift = 0; shift < 256; shift += 15) {
+            std::vector<uint8_t> bgr(256 * 3);
+            for (int x = 0; x < 256; ++x) {
+                bgr[3 * x] = uint8_t(x * 11 + shift);
+                bgr[3 * x + 1] = uint8_t(x * 7 + 3 * shift);
+                bgr[3 * x + 2] = uint8_t(x);
+            }
+            std::vector<int16_t> y(256, 999), cb(256, 999), cr(256, 999);
+            const int done = jpeg::bgr_to_ycc_fast(bgr.data(), 256, h, y.data(), cb.data(), cr.data());
+            EXPECT_TRUE(done == 256 || done == 0);  // 0 without SSE4.1
+            for (int x = 0; x < done; ++x) {
+                const int b = bgr[3 * x], g = bgr[3 * x + 1], r = bgr[3 * x + 2];
+                ASSERT_EQ(y[x], t.y_r[r] + t.y_g[g] + t.y_b[b] - 128) << x;
+                if (h == 0 || x % h) continue;
+                ASSERT_EQ(cb[x / h], t.cb_r[r] + t.cb_g[g] + t.cb_b[b]) << x;
+                ASSERT_EQ(cr[x / h], t.cr_r[r] + t.cr_g[g] + t.cr_b[b]) << x;
+            }
+            if (h == 0) {
+                EXPECT_EQ(cb[0], 999);
+            }
+        }
+    }
+}

@@ -81,9 +81,96 @@ __attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, cons
     }
     return mask;
 }
+
+// Colour conversion of 16 blue, green, red pixels per step. The colour
+// tables trunc(c * v + 0.5) are exact as (v * M + 2^15) >> 16 with these
+// 16-bit constants (checked against the tables by the tests), and that is
+// an unsigned high multiplication plus the top bit of the low half.
+constexpr uint16_t kYR = 19595, kYG = 38470, kYB = 7472, kCbR = 11059, kCbG = 21709, kHalf = 32768,
+                   kCrG = 27439, kCrB = 5329;
+
+// Byte shuffles that split 48 bytes of blue, green, red into the three
+// channels: mask [input vector][channel].
+struct SplitMasks {
+    alignas(16) uint8_t m[3][3][16];
+    constexpr SplitMasks() : m() {
+        for (int in = 0; in < 3; ++in)
+            for (int ch = 0; ch < 3; ++ch)
+                for (int p = 0; p < 16; ++p) {
+                    const int b = 3 * p + ch - 16 * in;
+                    m[in][ch][p] = static_cast<uint8_t>(b >= 0 && b < 16 ? b : 0x80);
+                }
+    }
+};
+constexpr SplitMasks kSplit;
+
+__attribute__((target("sse4.1"))) inline __m128i colour_term(__m128i v, uint16_t m) {
+    const __m128i k = _mm_set1_epi16(static_cast<int16_t>(m));
+    return _mm_add_epi16(_mm_mulhi_epu16(v, k), _mm_srli_epi16(_mm_mullo_epi16(v, k), 15));
+}
+
+// Y of every pixel, and Cb, Cr of every h-th pixel when h is 1 or 2 (none
+// when h is 0); returns the pixels done, a multiple of 16.
+__attribute__((target("sse4.1"))) int bgr_to_ycc_sse41(const uint8_t* bgr, int n, int h,
+                                                       int16_t* y, int16_t* cb, int16_t* cr) {
+    const __m128i* mk = reinterpret_cast<const __m128i*>(kSplit.m);
+    const __m128i shift = _mm_set1_epi16(128);
+    const __m128i evens = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1, -1, -1, -1, -1);
+    int x = 0;
+    for (; x + 16 <= n; x += 16, bgr += 48) {
+        const __m128i in[3] = {_mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr)),
+                               _mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr + 16)),
+                               _mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr + 32))};
+        __m128i ch[3];
+        for (int c = 0; c < 3; ++c)
+            ch[c] = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(in[0], _mm_load_si128(mk + c)),
+                                              _mm_shuffle_epi8(in[1], _mm_load_si128(mk + 3 + c))),
+                                 _mm_shuffle_epi8(in[2], _mm_load_si128(mk + 6 + c)));
+        for (int half = 0; half < 2; ++half) {
+            const __m128i b = _mm_cvtepu8_epi16(half ? _mm_srli_si128(ch[0], 8) : ch[0]);
+            const __m128i g = _mm_cvtepu8_epi16(half ? _mm_srli_si128(ch[1], 8) : ch[1]);
+            const __m128i r = _mm_cvtepu8_epi16(half ? _mm_srli_si128(ch[2], 8) : ch[2]);
+            const __m128i lum = _mm_sub_epi16(
+                _mm_add_epi16(_mm_add_epi16(colour_term(r, kYR), colour_term(g, kYG)), colour_term(b, kYB)),
+                shift);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x + 8 * half), lum);
+        }
+        if (h == 0) continue;
+        for (int half = 0; half < (h == 1 ? 2 : 1); ++half) {
+            __m128i b8 = ch[0], g8 = ch[1], r8 = ch[2];
+            if (h == 2) {
+                b8 = _mm_shuffle_epi8(b8, evens), g8 = _mm_shuffle_epi8(g8, evens), r8 = _mm_shuffle_epi8(r8, evens);
+            } else if (half) {
+                b8 = _mm_srli_si128(b8, 8), g8 = _mm_srli_si128(g8, 8), r8 = _mm_srli_si128(r8, 8);
+            }
+            const __m128i b = _mm_cvtepu8_epi16(b8), g = _mm_cvtepu8_epi16(g8), r = _mm_cvtepu8_epi16(r8);
+            const __m128i u = _mm_sub_epi16(_mm_sub_epi16(colour_term(b, kHalf), colour_term(r, kCbR)),
+                                            colour_term(g, kCbG));
+            const __m128i v = _mm_sub_epi16(_mm_sub_epi16(colour_term(r, kHalf), colour_term(g, kCrG)),
+                                            colour_term(b, kCrB));
+            const int at = x / h + 8 * half;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(cb + at), u);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(cr + at), v);
+        }
+    }
+    return x;
+}
+
+bool has_sse41() {
+    static const bool yes = __builtin_cpu_supports("sse4.1");
+    return yes;
+}
 #endif
 
 }  // namespace
+
+int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, int16_t* cr) {
+#if defined(__x86_64__) && defined(__GNUC__)
+    if (has_sse41()) return bgr_to_ycc_sse41(bgr, n, h, y, cb, cr);
+#endif
+    (void)bgr, (void)n, (void)h, (void)y, (void)cb, (void)cr;
+    return 0;
+}
 
 QuantiseFn quantise_block() {
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -123,8 +210,16 @@ public:
     }
 
 private:
+    // Four bytes at once when none of them is 0xFF.
     void drain() {
-        while (n_ >= 8) emit_byte();
+        const uint32_t w = static_cast<uint32_t>(acc_ >> (n_ - 32));
+        if ((((~w) - 0x01010101u) & w & 0x80808080u) == 0) {
+            store_be32(buf_ + used_, w);
+            used_ += 4;
+            n_ -= 32;
+        } else {
+            while (n_ >= 8) emit_byte();
+        }
         if (used_ >= kFlushAt) flush();
     }
     void emit_byte() {
@@ -274,17 +369,20 @@ void Encoder::convert(int line) {
     // places of red, green and blue.
     const int ri = nf == 3 ? 2 : 0, bi = nf == 3 ? 0 : 2;
     const int step = channels;
-    for (int x = 0; x < padded_w; ++x) {
-        const uint8_t* px = p + static_cast<size_t>(x) * step;
-        y[x] = static_cast<int16_t>(t.y_r[px[ri]] + t.y_g[px[1]] + t.y_b[px[bi]] - 128);
-    }
-    if (line % v1) return;
+    const bool chroma = line % v1 == 0;
     const int cw = padded_w / h1;
     const size_t row = static_cast<size_t>(line / v1) * cw;
     int16_t* cb = planes[1].get() + row;
     int16_t* cr = planes[2].get() + row;
+    int start = 0;  // pixels already converted
+    if (nf == 3 && h1 <= 2) start = bgr_to_ycc_fast(p, padded_w, chroma ? h1 : 0, y, cb, cr);
+    for (int x = start; x < padded_w; ++x) {
+        const uint8_t* px = p + static_cast<size_t>(x) * step;
+        y[x] = static_cast<int16_t>(t.y_r[px[ri]] + t.y_g[px[1]] + t.y_b[px[bi]] - 128);
+    }
+    if (!chroma) return;
     int16_t* k = nf == 4 ? planes[3].get() + row : nullptr;
-    for (int j = 0; j < cw; ++j) {
+    for (int j = start / h1; j < cw; ++j) {
         const uint8_t* px = p + static_cast<size_t>(j) * h1 * step;
         const uint8_t r = px[ri], g = px[1], b = px[bi];
         cb[j] = static_cast<int16_t>(t.cb_r[r] + t.cb_g[g] + t.cb_b[b]);

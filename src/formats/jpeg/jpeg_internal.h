@@ -54,6 +54,13 @@ struct RgbTables {
 };
 const RgbTables& rgb_tables();
 
+// The colour tables applied to a row of blue, green, red bytes: Y of every
+// pixel (level-shifted), Cb and Cr of every h-th pixel for h = 1 or 2 (none
+// for h = 0), as fast as the processor allows. Returns how many leading
+// pixels it converted (a multiple of 16, possibly 0); the caller does the
+// rest with the tables.
+int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, int16_t* cr);
+
 // ---- Integer transforms -----------------------------------------------------
 // All arithmetic is 32-bit two's complement; wrap-around on absurd inputs is
 // part of the definition (and never undefined behaviour here).
