@@ -151,20 +151,25 @@ typedef int8_t v32c __attribute__((vector_size(32)));
 
 // Coefficients column-major: ct + 8 * u holds column u (horizontal
 // frequency u) for the eight rows, which are the lanes of the first pass.
-__attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uint32_t rows_used,
-                                                          int8_t* out, int stride) {
-    if (rows_used <= 1) {
-        idct_first_row_only(ct, out, stride);
-        return;
-    }
+// Only the first C columns and the first R rows may hold values; the others
+// are known zeros, which lets the compiler drop the work they would cost
+// (the results are the same as with the zeros computed).
+template <int R, int C>
+__attribute__((always_inline)) inline void idct_block_rc(const int16_t* ct, int8_t* out,
+                                                         int stride) {
     v8u x[8], y[8], p[8];
     for (int k = 0; k < 8; ++k) {
+        if (k >= C) {
+            x[k] = v8u{};
+            continue;
+        }
         v8s c;
         std::memcpy(&c, ct + 8 * k, 16);
         x[k] = reinterpret_cast<v8u>(__builtin_convertvector(c, v8i));
     }
     IDCT_LANES(x, y);  // y[j] lane v: result at column j of coefficient row v
     TRANSPOSE8(y, p);  // p[v] lane j: the same, one coefficient row per vector
+    for (int v = R; v < 8; ++v) p[v] = v8u{};  // rows without coefficients
     IDCT_LANES(p, y);  // y[j] lane x: sample row j
     const v8i lo = {-127, -127, -127, -127, -127, -127, -127, -127};
     const v8i hi = {127, 127, 127, 127, 127, 127, 127, 127};
@@ -178,6 +183,27 @@ __attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uin
         const v32c bytes = reinterpret_cast<v32c>(v);
         const v8c b = SHUF(bytes, bytes, 0, 4, 8, 12, 16, 20, 24, 28);
         std::memcpy(out + j * stride, &b, 8);
+    }
+}
+
+// 2, 4 or 8: the class of the highest set bit of an 8-bit mask.
+inline int extent_class(uint32_t bits) { return bits < 4 ? 2 : bits < 16 ? 4 : 8; }
+
+__attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uint32_t used,
+                                                          int8_t* out, int stride) {
+    const uint32_t rows = used & 0xFF;
+    if (rows <= 1) {
+        idct_first_row_only(ct, out, stride);
+        return;
+    }
+    const uint32_t columns = (used >> 8) & 0xFF;
+    const int r = extent_class(rows), c = columns ? extent_class(columns) : 8;
+    switch (r * 16 + c) {
+        case 2 * 16 + 2: idct_block_rc<2, 2>(ct, out, stride); break;
+        case 2 * 16 + 4: idct_block_rc<2, 4>(ct, out, stride); break;
+        case 4 * 16 + 2: idct_block_rc<4, 2>(ct, out, stride); break;
+        case 4 * 16 + 4: idct_block_rc<4, 4>(ct, out, stride); break;
+        default: idct_block_rc<8, 8>(ct, out, stride); break;
     }
 }
 
@@ -232,8 +258,8 @@ __attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples
     }
 }
 
-void idct_block_generic(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride) {
-    idct_block_vec(coef, rows_used, out, stride);
+void idct_block_generic(const int16_t* coef, uint32_t used, int8_t* out, int stride) {
+    idct_block_vec(coef, used, out, stride);
 }
 void fdct_block_generic(const int16_t* samples, int stride, int16_t* out) {
     fdct_block_vec(samples, stride, out);
@@ -308,9 +334,9 @@ __attribute__((target("ssse3"))) void fdct_block_ssse3(const int16_t* samples, i
 }
 bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
 
-__attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t rows_used,
+__attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t used,
                                                      int8_t* out, int stride) {
-    idct_block_vec(coef, rows_used, out, stride);
+    idct_block_vec(coef, used, out, stride);
 }
 bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 #endif
@@ -318,8 +344,8 @@ bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 
 }  // namespace
 
-void idct_block_scalar(const int16_t* ct, uint32_t rows_used, int8_t* out, int stride) {
-    if (rows_used <= 1) {
+void idct_block_scalar(const int16_t* ct, uint32_t used, int8_t* out, int stride) {
+    if ((used & 0xFF) <= 1) {
         idct_first_row_only(ct, out, stride);
         return;
     }

@@ -483,8 +483,8 @@ bool Decoder::find_marker(uint64_t from, uint64_t* at, int* marker) {
 // Entropy-coded data
 
 // Baseline block: dequantised coefficients, column-major, into `block`
-// (cleared by the caller); *rows gets a bit per coefficient row that holds a
-// value.
+// (cleared by the caller); *rows gets the rows and columns that hold values
+// (bit v for row v, bit 8 + u for column u).
 int32_t Decoder::decode_block(Component& c, int16_t* block, uint32_t* rows) {
     const uint16_t* q = c.tq == 0 ? quant_[0] : quant_[1];
     int s = br_.decode(*c.dc);
@@ -493,7 +493,7 @@ int32_t Decoder::decode_block(Component& c, int16_t* block, uint32_t* rows) {
     const int32_t diff = s ? extend(br_.get(s), s) : 0;
     c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
     block[0] = static_cast<int16_t>(wrap_mul(c.pred, q[0]));
-    uint32_t used = 1;
+    uint32_t used = 0x101;  // row 0 and column 0: the DC coefficient
     const HuffmanDecode& ac = *c.ac;
     for (int k = 1; k < 64;) {
         if (br_.bits_held() < 32) br_.fill();
@@ -518,7 +518,7 @@ int32_t Decoder::decode_block(Component& c, int16_t* block, uint32_t* rows) {
         if (value) {
             const int n = kZigzagColumns[k];
             block[n] = static_cast<int16_t>(wrap_mul(value, q[k]));
-            used |= 1u << (n & 7);
+            used |= (1u << (n & 7)) | (0x100u << (n >> 3));
         }
         ++k;
     }
@@ -841,7 +841,7 @@ int32_t Decoder::multi_scan(uint64_t first_sos) {
                         if (!zz[k]) continue;
                         const int n = kZigzagColumns[k];
                         block[n] = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
-                        used |= 1u << (n & 7);
+                        used |= (1u << (n & 7)) | (0x100u << (n >> 3));
                     }
                     emit_block(c, block, used, bx, by);
                 }

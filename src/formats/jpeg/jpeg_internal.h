@@ -83,12 +83,13 @@ void fdct_1d(const int32_t* in, int32_t* out);
 
 // Inverse transform of one block of 64 dequantised coefficients stored
 // column-major (coef[u * 8 + v], u the horizontal and v the vertical
-// frequency) into 8 rows of signed samples clamped to -127..127. rows_used
-// has bit v set when row v of the block holds a non-zero coefficient (a
-// superset is fine).
-using IdctFn = void (*)(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
+// frequency) into 8 rows of signed samples clamped to -127..127. `used`
+// has bit v set when row v of the block holds a non-zero coefficient and
+// bit 8 + u when column u does (a superset is fine; no column bits at all
+// means any column may).
+using IdctFn = void (*)(const int16_t* coef, uint32_t used, int8_t* out, int stride);
 IdctFn idct_block();
-void idct_block_scalar(const int16_t* coef, uint32_t rows_used, int8_t* out, int stride);
+void idct_block_scalar(const int16_t* coef, uint32_t used, int8_t* out, int stride);
 
 // Forward transform of an 8 x 8 block of level-shifted samples within
 // -128..128 (rows of `stride` int16 values) into 64 coefficients in natural
