@@ -29,7 +29,6 @@ struct DefaultQuant {
         }
     }
 };
-const DefaultQuant kDefaults;
 
 const uint8_t kDcSymbols[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
 
@@ -68,7 +67,10 @@ int16_t rounded(double c, int v) {
 
 }  // namespace
 
-const uint16_t* default_quant(int table) { return kDefaults.t[table ? 1 : 0]; }
+const uint16_t* default_quant(int table) {
+    static const DefaultQuant defaults;
+    return defaults.t[table ? 1 : 0];
+}
 
 const HuffmanSpec kDcLuma = {{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, kDcSymbols, 12};
 const HuffmanSpec kDcChroma = {{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, kDcSymbols, 12};
