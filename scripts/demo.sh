@@ -5,7 +5,10 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
 cmake --build build -j "$(nproc)" --target tesslin_cli
+mkdir -p build/demo
+sample=tests/data/corpus/jpeg/420.jpg
 build/tesslin --version
-build/tesslin info tests/data/corpus/bmp/rgb24.bmp
-build/tesslin convert tests/data/corpus/bmp/pal8-rle.bmp build/demo.bmp 1
-build/tesslin info build/demo.bmp
+build/tesslin info "$sample"
+build/tesslin convert "$sample" build/demo/sample.png
+build/tesslin info build/demo/sample.png
+echo "wrote build/demo/sample.png"

@@ -299,6 +299,25 @@ TESSLIN_API void *IMG_get_profile(const char *file_name, int32_t reserved, uint3
  * name; each signature test runs only while its format's detection switch
  * is on (IMGLOW_set_auto_detect). */
 
+
+/* What the library knows of a format code. reads: 0 not read, 1 read by the
+ * library, 2 read through a plug-in module. writes: 1 when saving the code
+ * is supported. multipage: bit 0 the reader counts and selects pages, bit 1
+ * saving into an existing file appends a page. The strings are static. */
+typedef struct IMG_FORMAT_INFO {
+    int32_t code;
+    const char *name;        /* short name for command lines: "tiff-g4", "png" */
+    const char *description; /* "TIFF, CCITT Group 4" */
+    const char *extension;   /* usual file extension without the dot */
+    int32_t reads;
+    int32_t writes;
+    int32_t multipage;
+} IMG_FORMAT_INFO;
+
+/* Fills info for a format code 0..77; -7 for a code that names no format
+ * (45, 50, anything out of range). */
+TESSLIN_API int32_t IMGLOW_get_format_info(int32_t code, IMG_FORMAT_INFO *info);
+
 /* Format code of a file, an open stream or a memory block. The _fd variant
  * detects from offset 0 and puts the stream back where it was, except that
  * TIFF, BMP and GIF files are then read from that position to tell their

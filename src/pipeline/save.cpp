@@ -185,16 +185,6 @@ int32_t code_from_name(const char* file) {
     return -1;
 }
 
-// Codes whose encoders append a page to an existing file.
-bool multi_page(int32_t code) {
-    switch (code) {
-        case 0: case 7: case 8: case 9: case 10: case 11: case 16: case 40: case 46: case 47:
-        case 49: case 51: case 59: case 66: case 67: case 74: case 77:
-            return true;
-        default:
-            return false;
-    }
-}
 
 // body(stream) on a memory stream over the caller's block; returns the
 // bytes written (the stream's final position) or the body's failure.
@@ -210,6 +200,17 @@ int32_t into_memory(void* block, F&& body) {
 }
 
 }  // namespace
+
+// Codes whose encoders append a page to an existing file.
+bool multi_page(int32_t code) {
+    switch (code) {
+        case 0: case 7: case 8: case 9: case 10: case 11: case 16: case 40: case 46: case 47:
+        case 49: case 51: case 59: case 66: case 67: case 74: case 77:
+            return true;
+        default:
+            return false;
+    }
+}
 
 int32_t save_named(int32_t handle, const char* file, int32_t code,
                    const dispatch::EncoderEntry* entry) {

@@ -20,6 +20,9 @@ int32_t run_encoder(int32_t stream, const DibHeader* header, int32_t code,
 // True when the format code has an encoder.
 bool has_encoder(int32_t code);
 
+// True when saving the code into an existing file appends a page.
+bool multi_page(int32_t code);
+
 // State of one save: the user value of the supply callbacks.
 struct SaveContext {
     BitmapObject* obj = nullptr;

@@ -1,0 +1,227 @@
+// The tesslin command-line tool, run as users run it, on corpus files.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "tesslin/tesslin.h"
+#include "test_util.h"
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string temp_dir() {
+    const char* d = getenv("TMPDIR");
+    return d && *d ? d : "/tmp";
+}
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::string quote(const std::string& s) { return "'" + s + "'"; }
+
+CliRun run_cli(const std::string& args) {
+    const std::string base = temp_dir() + "/cli-" + std::to_string(getpid());
+    const std::string cmd = quote(TESSLIN_CLI) + " " + args + " > " + quote(base + ".out") +
+                            " 2> " + quote(base + ".err") + " < /dev/null";
+    CliRun r;
+    int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(base + ".out");
+    r.err = slurp(base + ".err");
+    unlink((base + ".out").c_str());
+    unlink((base + ".err").c_str());
+    return r;
+}
+
+std::string corpus(const std::string& name) { return tesslin::test::data_path("corpus/" + name); }
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+// Files beside `path` whose names start with its name (leftover temporaries).
+int leftovers(const std::string& path) {
+    const std::string cmd = "ls " + quote(path) + "* 2>/dev/null | wc -l";
+    FILE* p = popen(cmd.c_str(), "r");
+    int n = 0;
+    if (p) {
+        if (fscanf(p, "%d", &n) != 1) n = -1;
+        pclose(p);
+    }
+    return n;
+}
+
+int json_int(const std::string& json, const std::string& key) {
+    std::smatch m;
+    std::regex re("\"" + key + "\": (-?[0-9]+)");
+    return std::regex_search(json, m, re) ? std::stoi(m[1]) : INT32_MIN;
+}
+
+bool have_pillow() { return std::system("/usr/bin/python3 -c 'import PIL' 2>/dev/null") == 0; }
+
+}  // namespace
+
+TEST(Cli, InfoJsonReportsWhatTheManifestSays) {
+    std::ifstream manifest(corpus("MANIFEST.tsv"));
+    std::string line;
+    std::getline(manifest, line);
+    int checked = 0, sized = 0;
+    while (std::getline(manifest, line)) {
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        std::string field;
+        while (std::getline(ss, field, '\t')) f.push_back(field);
+        if (f.size() < 8 || f[2] != "0" || f[5].empty() || f[5] == "-7" || f[7] == "refuse")
+            continue;
+        SCOPED_TRACE(f[0]);
+        CliRun r = run_cli("info --json " + quote(corpus(f[0])));
+        EXPECT_EQ(json_int(r.out, "format_code"), std::stoi(f[5]));
+        IMG_FORMAT_INFO info{};
+        IMGLOW_get_format_info(std::stoi(f[5]), &info);
+        if (info.multipage & 1 || f[1] == "1") {
+            EXPECT_EQ(json_int(r.out, "pages"), std::stoi(f[1]));
+        }
+        if (r.status == 0) {
+            EXPECT_EQ(json_int(r.out, "width"), std::stoi(f[3]));
+            EXPECT_EQ(json_int(r.out, "height"), std::stoi(f[4]));
+            EXPECT_GT(json_int(r.out, "bits"), 0);
+            ++sized;
+        } else {
+            EXPECT_EQ(info.reads, 0) << "a format the library reads failed: " << r.err;
+            EXPECT_NE(r.err.find("tesslin: "), std::string::npos);
+        }
+        ++checked;
+    }
+    EXPECT_GT(checked, 80);
+    EXPECT_GT(sized, 20);
+}
+
+TEST(Cli, InfoDescribesSeveralFilesAndReportsEachFailure) {
+    CliRun r = run_cli("info " + quote(corpus("bmp/rgb24.bmp")) + " /no/such/file " +
+                    quote(corpus("png/grey.png")));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("227 x 149 pixels, 24 bits"), std::string::npos);
+    EXPECT_NE(r.out.find("43 png"), std::string::npos);
+    EXPECT_EQ(r.err, "tesslin: /no/such/file: cannot open: cannot open file (IMG_ERR_OPEN, -2)\n");
+    CliRun dpi = run_cli("info --json " + quote(corpus("jpeg/dpi300.jpg")));
+    EXPECT_EQ(json_int(dpi.out, "xdpi"), 300);
+    EXPECT_EQ(json_int(dpi.out, "ydpi"), 300);
+}
+
+TEST(Cli, ConvertWritesFilesOtherToolsReadExactly) {
+    if (!have_pillow()) GTEST_SKIP() << "Pillow is not installed";
+    const std::string out = temp_dir() + "/cli-rgb24.png";
+    CliRun r = run_cli("convert " + quote(corpus("bmp/rgb24.bmp")) + " " + quote(out));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // Pillow's decode of our PNG equals the corpus reference of the BMP.
+    const std::string check =
+        "/usr/bin/python3 -c \"import sys; from PIL import Image; "
+        "a = Image.open(sys.argv[1]).convert('RGB').tobytes(); "
+        "b = Image.open(sys.argv[2]).convert('RGB').tobytes(); sys.exit(a != b)\" " +
+        quote(out) + " " + quote(corpus("refs/b8d8b9b4501bf26d.ppm"));
+    EXPECT_EQ(std::system(check.c_str()), 0);
+    unlink(out.c_str());
+
+    const std::string bmp = temp_dir() + "/cli-mono.bmp";
+    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format bmp-rle");
+    EXPECT_NE(r.status, 0) << "run-length BMP has no 1-bit form";
+    EXPECT_FALSE(exists(bmp));
+    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format 1");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_filetype(bmp.c_str()), 1);
+    unlink(bmp.c_str());
+}
+
+TEST(Cli, ConvertHonoursQualityAndReplacesAnExistingOutput) {
+    const std::string out = temp_dir() + "/cli-q.jpg";
+    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
+                      " --quality 20").status, 0);
+    const size_t small = slurp(out).size();
+    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
+                      " --quality 95").status, 0);
+    EXPECT_GT(slurp(out).size(), small * 2) << "quality 95 is larger than 20, not appended";
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
+    unlink(out.c_str());
+    IMGLOW_set_comp_quality(50);
+}
+
+TEST(Cli, FailuresNameTheStatusAndLeaveNoOutput) {
+    const std::string out = temp_dir() + "/cli-fail.png";
+    CliRun r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --page 3");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "tesslin: " + corpus("jpeg/420.jpg") +
+                         ": cannot decode page 3: page does not exist (IMG_ERR_NO_PAGE, -11)\n");
+    EXPECT_EQ(leftovers(out), 0);
+
+    // Truncated data fails while decoding; nothing is left behind.
+    const std::string cut = temp_dir() + "/cli-cut.png";
+    std::string png = slurp(corpus("png/rgb.png"));
+    std::ofstream(cut, std::ios::binary) << png.substr(0, png.size() / 3);
+    r = run_cli("convert " + quote(cut) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot decode page 1"), std::string::npos) << r.err;
+    EXPECT_EQ(leftovers(out), 0);
+    unlink(cut.c_str());
+
+    // An existing output is left as it was.
+    std::ofstream(out) << "keep";
+    r = run_cli("convert " + quote(corpus("jpeg/arithmetic.jpg")) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(slurp(out), "keep");
+    EXPECT_EQ(leftovers(out), 1);
+    unlink(out.c_str());
+
+    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out + ".nosuchformat"));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("give --format"), std::string::npos);
+    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --format 99");
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(leftovers(out), 0);
+}
+
+TEST(Cli, AllPagesOfASinglePageFormatAreNumbered) {
+    const std::string out = temp_dir() + "/cli-all.bmp";
+    CliRun r = run_cli("convert " + quote(corpus("png/palette8.png")) + " " + quote(out) +
+                    " --all-pages");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(exists(out)) << "one page: the output name as given";
+    unlink(out.c_str());
+}
+
+TEST(Cli, HelpVersionAndFormats) {
+    for (const char* cmd : {"--help", "info --help", "convert --help", "formats --help"}) {
+        CliRun r = run_cli(cmd);
+        EXPECT_EQ(r.status, 0) << cmd;
+        EXPECT_NE(r.out.find("usage: tesslin"), std::string::npos) << cmd;
+    }
+    CliRun v = run_cli("--version");
+    EXPECT_EQ(v.status, 0);
+    EXPECT_NE(v.out.find("(interface 13.0)"), std::string::npos);
+    CliRun f = run_cli("formats");
+    EXPECT_EQ(f.status, 0);
+    EXPECT_TRUE(std::regex_search(f.out, std::regex("\\n +43  png +yes +yes")));
+    EXPECT_TRUE(std::regex_search(f.out, std::regex("\\n +59  pdf +plug-in")));
+    EXPECT_EQ(f.out.find("\n  45 "), std::string::npos) << "code 45 names no format";
+    EXPECT_EQ(run_cli("").status, 2);
+    EXPECT_EQ(run_cli("frobnicate").status, 2);
+    EXPECT_EQ(run_cli("info").status, 2);
+    EXPECT_EQ(run_cli("convert a").status, 2);
+    EXPECT_EQ(run_cli("convert a b --page 0").status, 2);
+    EXPECT_EQ(run_cli("convert a b --page 2 --all-pages").status, 2);
+}
