@@ -11,6 +11,7 @@
 // same integer steps lane by lane, so their results are identical.
 #include <cstring>
 
+#include "core/cpu.h"
 #include "formats/jpeg/jpeg_internal.h"
 
 #if defined(__x86_64__)
@@ -332,13 +333,11 @@ __attribute__((target("ssse3"))) void fdct_block_ssse3(const int16_t* samples, i
     FDCT16(rows, cols);       // cols[j] lane k: coefficient (j, k)
     for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
 }
-bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
 
 __attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t used,
                                                      int8_t* out, int stride) {
     idct_block_vec(coef, used, out, stride);
 }
-bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 #endif
 #endif  // __GNUC__
 
@@ -380,7 +379,7 @@ void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
 
 IdctFn idct_block() {
 #if defined(__GNUC__) && defined(__x86_64__)
-    static const IdctFn fn = has_avx2() ? idct_block_avx2 : idct_block_generic;
+    static const IdctFn fn = cpu::has_avx2() ? idct_block_avx2 : idct_block_generic;
     return fn;
 #elif defined(__GNUC__)
     return idct_block_generic;
@@ -391,7 +390,7 @@ IdctFn idct_block() {
 
 FdctFn fdct_block() {
 #if defined(__GNUC__) && defined(__x86_64__)
-    static const FdctFn fn = has_ssse3() ? fdct_block_ssse3 : fdct_block_generic;
+    static const FdctFn fn = cpu::has_ssse3() ? fdct_block_ssse3 : fdct_block_generic;
     return fn;
 #elif defined(__GNUC__)
     return fdct_block_generic;

@@ -10,6 +10,7 @@
 #include <immintrin.h>
 #endif
 
+#include "core/cpu.h"
 #include "core/io.h"
 #include "core/settings.h"
 #include "formats/jpeg/jpeg.h"
@@ -156,17 +157,13 @@ __attribute__((target("sse4.1"))) int bgr_to_ycc_sse41(const uint8_t* bgr, int n
     return x;
 }
 
-bool has_sse41() {
-    static const bool yes = __builtin_cpu_supports("sse4.1");
-    return yes;
-}
 #endif
 
 }  // namespace
 
 int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, int16_t* cr) {
 #if defined(__x86_64__) && defined(__GNUC__)
-    if (has_sse41()) return bgr_to_ycc_sse41(bgr, n, h, y, cb, cr);
+    if (cpu::has_sse41()) return bgr_to_ycc_sse41(bgr, n, h, y, cb, cr);
 #endif
     (void)bgr, (void)n, (void)h, (void)y, (void)cb, (void)cr;
     return 0;
@@ -174,7 +171,7 @@ int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, i
 
 QuantiseFn quantise_block() {
 #if defined(__x86_64__) && defined(__GNUC__)
-    static const QuantiseFn fn = __builtin_cpu_supports("avx2") ? quantise_avx2 : quantise_block_scalar;
+    static const QuantiseFn fn = cpu::has_avx2() ? quantise_avx2 : quantise_block_scalar;
     return fn;
 #else
     return quantise_block_scalar;

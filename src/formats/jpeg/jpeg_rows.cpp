@@ -1,6 +1,7 @@
 // Conversion of sample planes into delivered rows. Every component is
 // replicated to the full resolution: pixel x of line y takes the sample at
 // (x / (hmax / h), y / (vmax / v)) of its plane.
+#include "core/cpu.h"
 #include "formats/jpeg/jpeg_rows.h"
 
 #include <cstring>
@@ -130,10 +131,6 @@ __attribute__((target("sse4.1"))) int ycc_sse41(const int8_t* lum, const int8_t*
     return x;
 }
 
-bool has_sse41() {
-    static const bool yes = __builtin_cpu_supports("sse4.1");
-    return yes;
-}
 #endif
 
 }  // namespace
@@ -148,7 +145,7 @@ void RowConverter::ycc(int y, uint8_t* out) const {
         const int f = fx_[1];
         int start = 0;
 #if defined(__x86_64__)
-        if ((f == 1 || f == 2) && has_sse41()) start = ycc_sse41(lum, cb, cr, f, w, out);
+        if ((f == 1 || f == 2) && cpu::has_sse41()) start = ycc_sse41(lum, cb, cr, f, w, out);
 #endif
         out += 3 * start;
         for (int x = start, j = start / f; x < w; x += f, ++j) {
