@@ -196,9 +196,10 @@ TEST(Detect, PageCounts) {
 }
 
 TEST(Detect, Orientation) {
-    const std::string t6 = write_temp("o6.tif", tiff_with({{259, 1}, {274, 6}}));
-    const std::string t8 = write_temp("o8.tif", tiff_with({{274, 8}}));
-    const std::string t5 = write_temp("o5.tif", tiff_with({{274, 5}}));
+    // The orientation walk wants directories of 3 entries or more.
+    const std::string t6 = write_temp("o6.tif", tiff_with({{256, 8}, {259, 1}, {274, 6}}));
+    const std::string t8 = write_temp("o8.tif", tiff_with({{256, 8}, {257, 8}, {274, 8}}));
+    const std::string t5 = write_temp("o5.tif", tiff_with({{256, 8}, {257, 8}, {274, 5}}));
     EXPECT_EQ(IMGLOW_get_image_orientation(t6.c_str()), 90);
     EXPECT_EQ(IMGLOW_get_image_orientation(t8.c_str()), 270);
     EXPECT_EQ(IMGLOW_get_image_orientation(t5.c_str()), 5);

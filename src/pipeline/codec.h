@@ -61,6 +61,14 @@ struct TileInfo {
 // Called with the stream at offset 0.
 using TileQuery = int32_t (*)(int32_t stream, int32_t page, TileInfo* out);
 
+// Tag query (IMGLOW_get_tiff_tag and its variants): reads the value of
+// `tag` on `page` of the file at offset 0 of the stream. Values that fit in
+// a number go to *value (result 0); longer ones are copied into `buffer`
+// (at most `size` bytes; the result is the count copied). Negative status
+// on failure (-31 when the tag is absent).
+using TagQuery = int32_t (*)(int32_t stream, int32_t tag, int32_t size, int32_t* value,
+                             void* buffer, int32_t page);
+
 // Parameters of ABIC-compressed data, read by the fallback of the decode
 // entry points (after a decoder answered -27).
 struct AbicParams {

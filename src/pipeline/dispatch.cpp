@@ -13,6 +13,7 @@
 #include "formats/bmp/bmp.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/png/png.h"
+#include "formats/tiff/tiff.h"
 #include "pipeline/plugins.h"
 #include "pipeline/probes.h"
 
@@ -26,7 +27,7 @@ struct DecoderEntry {
 
 // Decoders, in the order the decode driver compares the tags.
 constexpr DecoderEntry kDecoders[] = {
-    {".tif", nullptr},  // TIFF reader
+    {".tif", tiff::decode},
     {".bmp", bmp::decode},
     {".wbm", nullptr},  // WBMP reader
     {".jpg", jpeg::decode},
@@ -85,7 +86,7 @@ constexpr EncoderEntry kEncoders[] = {
     {70, plugins::encode_jp2, 0},
     {43, png_encode, 0},
     {59, nullptr, 0},  // PDF
-    {0, nullptr, 0},   // TIFF uncompressed
+    {0, tiff::encode, 0},
     {1, bmp::encode, 1},
     {68, nullptr, 0},  // WBMP
     {48, bmp::encode, 48},
@@ -96,14 +97,14 @@ constexpr EncoderEntry kEncoders[] = {
     {44, nullptr, 0},  // GIF interlaced
     {5, nullptr, 0},   // WordPerfect graphics
     {6, nullptr, 0},   // metafile
-    {7, nullptr, 0},   // TIFF modified Huffman
-    {8, nullptr, 0},   // TIFF Group 3
-    {9, nullptr, 0},   // TIFF LZW
-    {66, nullptr, 0},  // TIFF JBIG
-    {16, nullptr, 0},  // TIFF PackBits
-    {10, nullptr, 0},  // TIFF Group 4
-    {67, nullptr, 0},  // TIFF Group 4, fill order 1, in strips
-    {40, nullptr, 0},  // TIFF JPEG
+    {7, tiff::encode, 7},
+    {8, tiff::encode, 8},
+    {9, tiff::encode, 9},
+    {66, tiff::encode, 66},
+    {16, tiff::encode, 16},
+    {10, tiff::encode, 10},
+    {67, tiff::encode, 67},
+    {40, tiff::encode, 40},
     {57, nullptr, 0},  // PCL unencoded rows
     {56, nullptr, 0},  // JED
     {62, nullptr, 0},  // EPS four-plate separation
@@ -128,7 +129,7 @@ constexpr EncoderEntry kEncoders[] = {
     {24, nullptr, 0},  // IOCA
     {49, nullptr, 0},  // MO:DCA, variant 0
     {74, nullptr, 1},  // MO:DCA, variant 1
-    {51, nullptr, 0},  // TIFF Group 4, fill order 1
+    {51, tiff::encode, 51},
     {53, nullptr, 0},  // raw Group 3, variant 0
     {52, nullptr, 0},  // raw Group 4, variant 0
     {76, nullptr, 0},  // PCL mode 2 rows
@@ -145,7 +146,7 @@ struct PageEntry {
 
 // Page counters, in the order IMGLOW_get_pages_fd tests the tags.
 constexpr PageEntry kPageCounters[] = {
-    {"tif", probes::tiff_count_pages, true},
+    {"tif", tiff::count_pages, true},
     {"dcx", nullptr, true},  // DCX page count
     {"ica", nullptr, true},  // MO:DCA page count
     {"mca", nullptr, true},  // MO:DCA page count
@@ -167,7 +168,7 @@ struct OrientationEntry {
 };
 
 constexpr OrientationEntry kOrientation[] = {
-    {"tif", probes::tiff_orientation},
+    {"tif", tiff::orientation},
     {"pcd", probes::pcd_orientation},
     {"cal", probes::cal_orientation},
     {"ncr", nullptr},  // NCR header orientation
@@ -180,8 +181,20 @@ struct TileEntry {
 };
 
 constexpr TileEntry kTileQueries[] = {
-    {"tif", nullptr},  // TIFF tile directory
+    {"tif", tiff::tile_query},
     {"cal", nullptr},  // CALS tiled raster
+};
+
+struct TagEntry {
+    const char* tag;
+    TagQuery query;
+};
+
+constexpr TagEntry kTagQueries[] = {
+    {"tif", tiff::tag_query},
+    {"dcm", nullptr},  // DICOM elements
+    {"eps", nullptr},  // EPS tagged values
+    {"psd", nullptr},  // Photoshop image resources
 };
 
 }  // namespace
@@ -219,13 +232,20 @@ TileQuery tile_query_for(const char* tag) {
     return nullptr;
 }
 
+TagQuery tag_query_for(const char* tag) {
+    if (!tag || !tag[0]) return nullptr;
+    for (const TagEntry& e : kTagQueries)
+        if (std::strcmp(e.tag, tag) == 0) return e.query;
+    return nullptr;
+}
+
 const EncoderEntry* encoder_for(int32_t code) {
     for (const EncoderEntry& e : kEncoders)
         if (e.code == code) return &e;
     return nullptr;
 }
 
-AbicParamReader abic_tiff_params() { return nullptr; }   // TIFF directory parameters
+AbicParamReader abic_tiff_params() { return tiff::abic_params; }
 AbicParamReader abic_modca_params() { return nullptr; }  // MO:DCA structured fields
 
 }  // namespace tesslin::dispatch

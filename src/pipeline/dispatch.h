@@ -31,6 +31,10 @@ OrientationReader orientation_for(const char* tag);
 // The tile-information query of a tag, or null (-32: not tiled).
 TileQuery tile_query_for(const char* tag);
 
+// The tag query of a tag ("tif", and the formats whose tagged values the
+// same call reads), or null (-7).
+TagQuery tag_query_for(const char* tag);
+
 struct EncoderEntry {
     int32_t code;
     Encoder encoder;  // null while the format's writer is not built

@@ -297,7 +297,10 @@ Result run_row(const std::string& corpus, const Row& row) {
         return {true, std::string("refused with ") + IMG_status_name(h)};
     }
     if (row.format_code.empty()) return {false, "raw data: decoded by the fax tests, not here"};
-    int32_t h = IMG_decompress_bitmap_page(path.c_str(), row.page);
+    // Tiled pages are assembled tile by tile.
+    const bool tiled = row.note.rfind("tiled", 0) == 0;
+    int32_t h = tiled ? IMG_decompress_tiled_bitmap(path.c_str(), row.page)
+                      : IMG_decompress_bitmap_page(path.c_str(), row.page);
     if (h < 0)
         return {false, std::string("decode failed: ") + IMG_status_name(h) + " (" +
                            std::to_string(h) + ")"};
