@@ -439,6 +439,63 @@ TESSLIN_API int32_t IMG_save_bitmap_fd(int32_t handle, int32_t stream, int32_t f
 TESSLIN_API int32_t IMG_save_bitmap_mem(int32_t handle, void *block, int32_t format_code);
 
 /* ------------------------------------------------------------------ */
+/* TIFF tags, tiles and writing                                         */
+/* ------------------------------------------------------------------ */
+
+/* Value of a tag of a TIFF file's first page (_page: of page `page`; _page_fd:
+ * on an open stream, read from its offset 0; other formats' tagged values
+ * answer through the same calls as their readers provide them). ASCII
+ * values and values of more than 4 items are copied into `buffer`, at most
+ * `size` bytes, and the count copied is returned; other values are stored
+ * in *value (a RATIONAL as numerator / denominator, two SHORTs as the whole
+ * 32-bit field, the first in its file-order position) and 0 is returned.
+ * -31 when the page has no such tag, -11 for a page beyond the directory
+ * chain, -3 for a directory of fewer than 3 or more than 1000 entries on
+ * the way, -7 for files that are not TIFF (the _fd variant: not TIFF or
+ * DICOM), -2 when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_get_tiff_tag(int32_t tag, int32_t size, int32_t *value,
+                                        const char *file, void *buffer);
+TESSLIN_API int32_t IMGLOW_get_tiff_tag_page(int32_t tag, int32_t size, int32_t *value,
+                                             const char *file, void *buffer, int32_t page);
+TESSLIN_API int32_t IMGLOW_get_tiff_tag_page_fd(int32_t tag, int32_t size, int32_t *value,
+                                                int32_t stream, void *buffer, int32_t page);
+
+/* 1 when the file's first page is tiled: a TIFF (or a CALS file carrying a
+ * TIFF at offset 1431) with a non-zero TileWidth and no JPEGQTables, or a
+ * JED file; else 0, also when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_is_tiled_image(const char *file);
+
+/* Tile geometry of a page: info[0..4] = image width, image length, tile
+ * width, tile length, tile count (tiles across times tiles down). Returns 0
+ * for TIFF (and CALS-embedded TIFF), 1 for JED files (512 x 512 tiles);
+ * -32 when the page has no TileLength, or no TileWidth on page 0; -11 when
+ * another page has no TileWidth or does not exist; -3 for a tile width or
+ * length of 0; -7 for other formats; -2 when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_get_tile_info(const char *file, int32_t *info, int32_t page);
+
+/* Extra tags the TIFF writer adds to every page it writes from now on, in
+ * the order set, after its own tags: a count below 5 writes a LONG with
+ * `value`; a count of 5 or more writes `count` ASCII bytes copied from
+ * `data` now. A negative tag clears the list. Returns 0; -3 for a tag above
+ * 65535 or a missing `data`. Process-wide, like the other settings. */
+TESSLIN_API int32_t IMGLOW_set_tiff_tag(int32_t tag, int32_t count, int32_t value,
+                                        const void *data);
+
+/* Writes one TIFF page whose data the caller has already compressed: the
+ * header's width, height, bit count, palette and resolution and the given
+ * compression value describe it, and `length` bytes of `data` form its
+ * single strip. Appends to the named file when it holds a little-endian
+ * TIFF, else writes a new file (from its start, without a page index).
+ * Carries the extra tags (IMGLOW_set_tiff_tag), the orientation setting and
+ * the library's date and notice strings. 0; -6 when the file can be neither
+ * opened nor created, -3 when an existing file's directory chain cannot be
+ * read or the header is invalid, -21 for a bit count DIBs do not have, -9
+ * on a short write. */
+TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header, const void *data,
+                                             uint32_t length, int32_t compression,
+                                             const char *file);
+
+/* ------------------------------------------------------------------ */
 /* Plug-in modules                                                      */
 /* ------------------------------------------------------------------ */
 

@@ -206,7 +206,10 @@ int32_t PageReader::build_palette(RgbQuad* pal, uint32_t bits) {
         }
         const uint32_t third = count / 3;
         if (!file_.values(dir_.color_map, third * 3, &map)) return IMG_ERR_READ;
-        auto level = [](uint32_t v) { return uint8_t(v >= 256 ? v >> 8 : v); };
+        // 16-bit levels keep their high byte; a map whose values all stay
+        // below 256 was written with 8-bit levels and is taken as it is.
+        const bool wide = std::any_of(map.begin(), map.end(), [](uint32_t v) { return v >= 256; });
+        auto level = [wide](uint32_t v) { return uint8_t(wide ? v >> 8 : v); };
         for (uint32_t i = 0; i < n; ++i)
             pal[i] = RgbQuad{level(map[2 * third + i]), level(map[third + i]), level(map[i]), 0};
         return 0;
