@@ -240,8 +240,9 @@ Raster pillow(const std::string& path, const std::string& mode, int page) {
     const std::string out = temp_path("pillow.raw");
     const std::string cmd =
         "/usr/bin/python3 -c \"import sys; from PIL import Image; im = Image.open(sys.argv[1]); "
-        "im.seek(int(sys.argv[3])); im = im if im.mode.startswith(sys.argv[4]) else im.convert(sys.argv[4]); "
-        "open(sys.argv[2], 'wb').write(b'%d %d ' % im.size + im.tobytes())\" '" +
+        "im.seek(int(sys.argv[3])); im = im if im.mode == sys.argv[4] or (sys.argv[4] == 'I;16' and im.mode.startswith('I;16')) else im.convert(sys.argv[4]); "
+        "data = im.tobytes('raw', 'I;16B') if im.mode.startswith('I;16') else im.tobytes(); "
+        "open(sys.argv[2], 'wb').write(b'%d %d ' % im.size + data)\" '" +
         path + "' '" + out + "' " + std::to_string(page) + " '" + mode + "'";
     Raster r;
     if (!run(cmd)) return r;

@@ -96,8 +96,8 @@ bool have_pillow();
 // Runs a shell command; true on exit status 0. Its output goes to `output`.
 bool run(const std::string& command, std::string* output = nullptr);
 // Pillow's pixels of page `page`, converted to `mode` ("RGB", "RGBA", "L",
-// "CMYK"; "I;16": 16-bit grey kept as Pillow holds it, two bytes a pixel in
-// the file's order): an empty raster when Pillow fails.
+// "CMYK"; "I;16": 16-bit grey, two bytes a pixel, big-endian): an empty
+// raster when Pillow fails.
 Raster pillow(const std::string& path, const std::string& mode, int page = 0);
 // A scratch file name in the test's temporary directory.
 std::string temp_path(const std::string& name);
