@@ -39,21 +39,32 @@ inline void copy_string(uint8_t* dst, const uint8_t* src, uint32_t n) {
 
 }  // namespace
 
-bool LzwDecoder::make_room(uint32_t need) {
-    if (out_ + need + kSlack <= window_.size()) return true;
-    // Everything before the last clear code and the row being filled is no
-    // longer referenced: move the rest to the front.
-    const uint32_t keep = std::min(clear_at_, row_start_);
-    if (keep > 0) {
-        std::memmove(window_.data(), window_.data() + keep, out_ - keep);
-        out_ -= keep;
-        row_start_ -= keep;
-        clear_at_ -= keep;
-        prev_pos_ -= keep;
-        for (uint32_t c = kFirst; c < next_; ++c) pos_[c] -= keep;
+// The window starts with the 256 single bytes, the strings of the literal
+// codes; the strip's output follows them.
+constexpr uint32_t kBase = 256;
+
+LzwDecoder::LzwDecoder() {
+    for (uint32_t c = 0; c < 256; ++c) table_[c] = Entry{c, 1};
+}
+
+bool LzwDecoder::make_room(uint32_t& out, uint32_t& row_end, uint32_t row_bytes,
+                           uint32_t& prev_pos, uint32_t next) {
+    // Strings before the first entry since the last clear code (or before
+    // the previous string) and before the row being filled are no longer
+    // needed: move the rest down to the start of the output.
+    const uint32_t row_start = row_end - row_bytes;
+    const uint32_t keep = std::min(row_start, next > kFirst ? table_[kFirst].pos : prev_pos);
+    if (keep > kBase) {
+        const uint32_t shift = keep - kBase;
+        std::memmove(window_.data() + kBase, window_.data() + keep, out - keep);
+        out -= shift;
+        row_end -= shift;
+        prev_pos -= shift;
+        for (uint32_t c = kFirst; c < next; ++c) table_[c].pos -= shift;
     }
-    if (out_ + need + kSlack > window_.size()) {
-        const size_t grown = std::max(window_.size() * 2, size_t(out_) + need + kSlack);
+    const size_t need = size_t(out) + kMaxString + 1 + kSlack;
+    if (need > window_.size()) {
+        const size_t grown = std::max(window_.size() * 2, need);
         if (grown > (size_t(1) << 31)) return false;
         window_.resize(grown);
     }
@@ -68,11 +79,14 @@ uint32_t LzwDecoder::partial_row(uint8_t* out, uint32_t n) const {
 
 int32_t LzwDecoder::decode_rows(const uint8_t* data, size_t size, uint32_t row_bytes,
                                 uint32_t rows, RowFn emit, void* context) {
-    out_ = row_start_ = clear_at_ = prev_pos_ = prev_len_ = 0;
-    next_ = kFirst;
+    out_ = row_start_ = kBase;
     if (rows == 0 || row_bytes == 0) return 0;
-    const size_t initial = std::max<size_t>(size_t(row_bytes) * 2 + 2 * kMaxString, 1u << 16);
-    if (window_.size() < initial) window_.resize(initial);
+    const size_t initial =
+        std::max<size_t>(size_t(kBase) + size_t(row_bytes) * 2 + 2 * kMaxString, 1u << 16);
+    if (window_.size() < initial) {
+        window_.resize(initial);
+        for (uint32_t c = 0; c < 256; ++c) window_[c] = uint8_t(c);
+    }
     if (size >= 2 && data[0] == 0 && (data[1] & 1))
         return run<true>(data, size, row_bytes, rows, emit, context);
     return run<false>(data, size, row_bytes, rows, emit, context);
@@ -82,24 +96,28 @@ template <bool kCompat>
 int32_t LzwDecoder::run(const uint8_t* p, size_t size, uint32_t row_bytes, uint32_t rows,
                         RowFn emit, void* context) {
     const uint8_t* const end = p + size;
-    uint64_t acc = 0;     // standard: next bit highest; compat: next bit lowest
+    uint64_t acc = 0;  // standard: next bit highest; compat: next bit lowest
     uint32_t nbits = 0;
-    uint32_t width = 9;
-    uint32_t done = 0;
-    bool have_prev = false, first = true;
     // The width grows when the next entry reaches 511 (standard, one code
     // early) or 512 (compat).
     constexpr uint32_t kEarly = kCompat ? 0 : 1;
+    uint32_t width = 9, grow_at = 512 - kEarly;
+    uint32_t next = kFirst;
+    // The loop keeps its state in locals: stores into the window could
+    // otherwise alias members and force reloads after every string.
     uint8_t* w = window_.data();
+    uint32_t limit = uint32_t(window_.size() - kMaxString - 1 - kSlack);
+    uint32_t out = kBase, row_end = kBase + row_bytes, done = 0;
+    uint32_t prev_pos = 0, prev_len = 0;
+    Entry* const table = table_;
+    int32_t status = 0;
 
-    for (;;) {
+    // The next code in *code; false at the end of the data.
+    auto get = [&](uint32_t* code) {
         if (nbits < width) {
             if (end - p >= 8) {
-                if (kCompat) {
-                    acc |= load_le64(p) << nbits;
-                } else {
-                    acc |= load_be64(p) >> nbits;
-                }
+                if (kCompat) acc |= load_le64(p) << nbits;
+                else acc |= load_be64(p) >> nbits;
                 const uint32_t take = (63 - nbits) >> 3;
                 p += take;
                 nbits += take * 8;
@@ -109,65 +127,101 @@ int32_t LzwDecoder::run(const uint8_t* p, size_t size, uint32_t row_bytes, uint3
                     else acc |= uint64_t(*p++) << (56 - nbits);
                     nbits += 8;
                 }
-                if (nbits < width) return 0;  // the data ends without an end code
+                if (nbits < width) return false;
             }
         }
-        uint32_t code;
         if (kCompat) {
-            code = uint32_t(acc & ((1u << width) - 1));
+            *code = uint32_t(acc & ((1u << width) - 1));
             acc >>= width;
         } else {
-            code = uint32_t(acc >> (64 - width));
+            *code = uint32_t(acc >> (64 - width));
             acc <<= width;
         }
         nbits -= width;
-
-        if (first) {
-            if (code != kClear && !kCompat) return IMG_ERR_BAD_IMAGE;
-            first = false;
+        return true;
+    };
+    // Hands out the rows completed by the last string; true when the strip
+    // is done or the callback failed (status set).
+    auto rows_out = [&]() {
+        while (out >= row_end) {
+            const int32_t r = emit(context, w + row_end - row_bytes);
+            if (r < 0) {
+                status = r;
+                return true;
+            }
+            row_end += row_bytes;
+            if (++done == rows) return true;
         }
-        if (code == kClear) {
-            next_ = kFirst;
-            width = 9;
-            have_prev = false;
-            clear_at_ = out_;
-            continue;
-        }
-        if (code == kEnd) return 0;
-        if (!make_room(kMaxString + 1)) return IMG_ERR_MEMORY;
+        return false;
+    };
+    auto room = [&]() {
+        if (!make_room(out, row_end, row_bytes, prev_pos, next)) return false;
         w = window_.data();
-        const uint32_t start = out_;
-        if (code < 256) {
-            w[out_++] = uint8_t(code);
-        } else if (code < next_ && have_prev) {
-            copy_string(w + out_, w + pos_[code], len_[code]);
-            out_ += len_[code];
-        } else if (code == next_ && have_prev) {
-            // The string of the previous code and its own first byte.
-            copy_string(w + out_, w + prev_pos_, prev_len_);
-            w[out_ + prev_len_] = w[prev_pos_];
-            out_ += prev_len_ + 1;
-        } else {
-            return IMG_ERR_BAD_IMAGE;
-        }
-        if (have_prev && next_ < kMaxCodes) {
-            // The previous string and this one's first byte stand together
-            // in the window already.
-            pos_[next_] = prev_pos_;
-            len_[next_] = uint16_t(std::min<uint32_t>(prev_len_ + 1, kMaxString));
-            ++next_;
-            if (next_ + kEarly >= (1u << width) && width < 12) ++width;
-        }
-        have_prev = true;
-        prev_pos_ = start;
-        prev_len_ = out_ - start;
-        while (out_ - row_start_ >= row_bytes) {
-            const int32_t r = emit(context, w + row_start_);
-            if (r < 0) return r;
-            row_start_ += row_bytes;
-            if (++done == rows) return 0;
-        }
+        limit = uint32_t(window_.size() - kMaxString - 1 - kSlack);
+        return true;
+    };
+
+    uint32_t code = 0;
+    if (!get(&code)) goto finished;
+    if (code != kClear && !kCompat) {
+        status = IMG_ERR_BAD_IMAGE;  // a strip starts with a clear code
+        goto finished;
     }
+    for (;;) {
+        // After a clear code: a literal starts the new table.
+        while (code == kClear) {
+            next = kFirst;
+            width = 9;
+            grow_at = 512 - kEarly;
+            if (!get(&code)) goto finished;
+        }
+        if (code == kEnd) goto finished;
+        if (code > kEnd) {
+            status = IMG_ERR_BAD_IMAGE;
+            goto finished;
+        }
+        prev_pos = out;
+        prev_len = 1;
+        w[out++] = uint8_t(code);
+        if (rows_out()) goto finished;
+        for (;;) {
+            if (!get(&code)) goto finished;
+            const uint32_t start = out;
+            if (code < next) [[likely]] {
+                if (code - kClear < 2) [[unlikely]]
+                    break;
+                const Entry e = table[code];
+                copy_string(w + out, w + e.pos, e.len);
+                out += e.len;
+            } else if (code == next) {
+                // The string of the previous code and its own first byte.
+                copy_string(w + out, w + prev_pos, prev_len);
+                w[out + prev_len] = w[prev_pos];
+                out += prev_len + 1;
+            } else {
+                status = IMG_ERR_BAD_IMAGE;
+                goto finished;
+            }
+            if (next < kMaxCodes) {
+                // The previous string and this one's first byte stand
+                // together in the window already.
+                table[next] = Entry{prev_pos, prev_len + 1};
+                if (++next >= grow_at && width < 12) grow_at = (1u << ++width) - kEarly;
+            }
+            prev_pos = start;
+            prev_len = out - start;
+            if (out >= row_end && rows_out()) goto finished;
+            if (out > limit && !room()) {
+                status = IMG_ERR_MEMORY;
+                goto finished;
+            }
+        }
+        if (code == kEnd) goto finished;
+    }
+finished:
+    out_ = out;
+    row_start_ = row_end - row_bytes;
+    return status;
 }
 
 template int32_t LzwDecoder::run<true>(const uint8_t*, size_t, uint32_t, uint32_t, RowFn, void*);
@@ -181,30 +235,17 @@ constexpr uint32_t kHashBits = 14, kHashSize = 1u << kHashBits;
 constexpr uint32_t kRestartAt = 4080;
 }  // namespace
 
-LzwEncoder::LzwEncoder() : keys_(kHashSize, 0), codes_(kHashSize, 0) {}
+LzwEncoder::LzwEncoder() : slots_(kHashSize, 0) {}
 
 void LzwEncoder::reset_table() {
     next_ = kFirst;
     width_ = 9;
-    if (++generation_ == 4096) {
-        std::fill(keys_.begin(), keys_.end(), 0);
-        generation_ = 1;
-    }
+    std::memset(slots_.data(), 0, kHashSize * sizeof(uint32_t));
 }
 
-void LzwEncoder::put(uint32_t code, uint32_t width) {
-    acc_ = (acc_ << width) | code;
-    bits_ += width;
-    if (bits_ >= 32) {
-        bits_ -= 32;
-        const uint32_t v = uint32_t(acc_ >> bits_);
-        const size_t at = out_.size();
-        out_.resize(at + 4);
-        out_[at] = uint8_t(v >> 24);
-        out_[at + 1] = uint8_t(v >> 16);
-        out_[at + 2] = uint8_t(v >> 8);
-        out_[at + 3] = uint8_t(v);
-    }
+uint8_t* LzwEncoder::reserve(size_t n) {
+    if (out_.size() < used_ + n) out_.resize(std::max(used_ + n, out_.size() * 2));
+    return out_.data() + used_;
 }
 
 void LzwEncoder::begin() {
@@ -212,59 +253,79 @@ void LzwEncoder::begin() {
     bits_ = 0;
     prefix_ = -1;
     reset_table();
-    put(kClear, 9);
+    acc_ = kClear;
+    bits_ = 9;
 }
 
 void LzwEncoder::add(const uint8_t* data, size_t n) {
-    out_.reserve(out_.size() + n * 2 + 64);
+    if (!n) return;
+    // Each byte gives at most one code of 12 bits, plus the clear codes.
+    uint8_t* o = reserve(n * 2 + 64);
+    uint64_t acc = acc_;
+    uint32_t bits = bits_, next = next_, width = width_;
+    uint32_t* const slots = slots_.data();
     size_t i = 0;
-    if (prefix_ < 0 && n) prefix_ = data[i++];
-    uint32_t prefix = uint32_t(prefix_);
-    const uint32_t gen = generation_ << 20;
-    uint32_t* const keys = keys_.data();
-    uint16_t* const codes = codes_.data();
-    uint32_t g = gen;
+    uint32_t prefix = prefix_ < 0 ? data[i++] : uint32_t(prefix_);
+    auto put = [&](uint32_t code, uint32_t w) {
+        acc = (acc << w) | code;
+        bits += w;
+        if (bits >= 32) {
+            bits -= 32;
+            const uint32_t v = uint32_t(acc >> bits);
+            o[0] = uint8_t(v >> 24);
+            o[1] = uint8_t(v >> 16);
+            o[2] = uint8_t(v >> 8);
+            o[3] = uint8_t(v);
+            o += 4;
+        }
+    };
     for (; i < n; ++i) {
         const uint32_t c = data[i];
-        const uint32_t key = (prefix << 8) | c;
-        uint32_t h = ((c << 6) ^ prefix) & (kHashSize - 1);
-        for (;;) {
-            const uint32_t k = keys[h];
-            if (k == (g | key)) break;
-            if ((k >> 20) != (g >> 20)) break;
-            h = (h + 1) & (kHashSize - 1);
-        }
-        if (keys[h] == (g | key)) {
-            prefix = codes[h];
+        const uint32_t key = ((prefix << 8) | c) + 1;
+        uint32_t h = (key * 0x9E3779B1u) >> (32 - kHashBits);
+        uint32_t slot;
+        while ((slot = slots[h]) != 0 && (slot >> 12) != key) h = (h + 1) & (kHashSize - 1);
+        if (slot) {
+            prefix = slot & 0xFFF;
             continue;
         }
-        put(prefix, width_);
-        keys[h] = g | key;
-        codes[h] = uint16_t(next_);
-        ++next_;
-        if (next_ == (1u << width_) && width_ < 12) ++width_;
-        if (width_ == 12 && next_ >= kRestartAt) {
+        put(prefix, width);
+        slots[h] = (key << 12) | next;
+        if (++next == (1u << width) && width < 12) ++width;
+        if (width == 12 && next >= kRestartAt) {
             put(kClear, 12);
-            reset_table();
-            g = generation_ << 20;
+            next = kFirst;
+            width = 9;
+            std::memset(slots, 0, kHashSize * sizeof(uint32_t));
         }
         prefix = c;
     }
+    used_ = size_t(o - out_.data());
+    acc_ = acc;
+    bits_ = bits;
+    next_ = next;
+    width_ = width;
     prefix_ = int32_t(prefix);
 }
 
 void LzwEncoder::finish() {
+    uint8_t* o = reserve(16);
+    auto put = [&](uint32_t code, uint32_t w) {
+        acc_ = (acc_ << w) | code;
+        bits_ += w;
+        while (bits_ >= 8) {
+            bits_ -= 8;
+            *o++ = uint8_t(acc_ >> bits_);
+        }
+    };
     if (prefix_ >= 0) put(uint32_t(prefix_), width_);
     // The reader adds an entry for the last code before it reads the end
     // code, and may reach its next width with it.
     const uint32_t w = (prefix_ >= 0 && next_ + 1 == (1u << width_) && width_ < 12) ? width_ + 1
                                                                                   : width_;
     put(kEnd, w);
-    while (bits_ >= 8) {
-        bits_ -= 8;
-        out_.push_back(uint8_t(acc_ >> bits_));
-    }
-    if (bits_) out_.push_back(uint8_t(acc_ << (8 - bits_)));
+    if (bits_) *o++ = uint8_t(acc_ << (8 - bits_));
+    used_ = size_t(o - out_.data());
     bits_ = 0;
     acc_ = 0;
     prefix_ = -1;

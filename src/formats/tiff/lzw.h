@@ -21,6 +21,8 @@ class LzwDecoder {
 public:
     using RowFn = int32_t (*)(void* context, const uint8_t* row);
 
+    LzwDecoder();
+
     // Decodes `size` bytes of one strip, handing each complete row of
     // `row_bytes` to emit(row) until `rows` rows are done. Returns 0 when
     // the rows are done or the strip ends (end code, or no more data);
@@ -42,45 +44,51 @@ public:
     uint32_t partial_row(uint8_t* out, uint32_t n) const;
 
 private:
+    // A code's string: where it stands in the window, and its length.
+    struct Entry {
+        uint32_t pos, len;
+    };
     template <bool kCompat>
     int32_t run(const uint8_t* data, size_t size, uint32_t row_bytes, uint32_t rows, RowFn emit,
                 void* context);
-    bool make_room(uint32_t need);
+    // Makes room for the longest string behind `out`, moving the window's
+    // live part to the front or growing it. False without memory.
+    bool make_room(uint32_t& out, uint32_t& row_end, uint32_t row_bytes, uint32_t& prev_pos,
+                   uint32_t next);
 
-    std::vector<uint8_t> window_;
-    uint32_t out_ = 0;        // decoded up to here
-    uint32_t row_start_ = 0;  // start of the row being filled
-    uint32_t clear_at_ = 0;   // window position of the last clear code
-    uint32_t prev_pos_ = 0;   // string of the previous code
-    uint32_t prev_len_ = 0;
-    uint32_t next_ = 258;
-    uint32_t pos_[4096];
-    uint16_t len_[4096];
+    std::vector<uint8_t> window_;  // bytes 0-255 hold themselves: the literal codes' strings
+    uint32_t out_ = 0;             // decoded up to here
+    uint32_t row_start_ = 0;       // start of the row being filled
+    Entry table_[4096];
 };
 
 // Encodes strips: begin(), add() the strip's bytes in any pieces, finish().
-// The codes collect in bytes(), which the caller may drain between calls.
+// The codes collect in data() / size(), which the caller may take and
+// clear() between calls.
 class LzwEncoder {
 public:
     LzwEncoder();
     void begin();
     void add(const uint8_t* data, size_t n);
     void finish();
-    std::vector<uint8_t>& bytes() { return out_; }
+    const uint8_t* data() const { return out_.data(); }
+    size_t size() const { return used_; }
+    void clear() { used_ = 0; }
 
 private:
-    void put(uint32_t code, uint32_t width);
     void reset_table();
+    uint8_t* reserve(size_t n);
 
     std::vector<uint8_t> out_;
-    uint64_t acc_ = 0;
+    size_t used_ = 0;
+    uint64_t acc_ = 0;  // pending bits, the oldest highest
     uint32_t bits_ = 0;
     int32_t prefix_ = -1;
     uint32_t next_ = 258;
     uint32_t width_ = 9;
-    uint32_t generation_ = 1;
-    std::vector<uint32_t> keys_;  // generation << 20 | prefix << 8 | byte
-    std::vector<uint16_t> codes_;
+    // Open-addressed table of (prefix, byte) -> code: (key + 1) << 12 | code,
+    // 0 for a free slot.
+    std::vector<uint32_t> slots_;
 };
 
 }  // namespace tesslin::tiff

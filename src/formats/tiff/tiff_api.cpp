@@ -39,11 +39,11 @@ int32_t query_directory(TiffFile& f, int32_t page, std::vector<Field>* fields) {
 void keep_date_and_artist(TiffFile& f, const Directory& d) {
     std::vector<uint8_t> bytes;
     Settings& s = settings();
-    if (d.date.present() && f.bytes(d.date, sizeof s.date, &bytes)) {
+    if (d.date.present() && f.bytes(d.date, sizeof s.date, &bytes) && !bytes.empty()) {
         std::memset(s.date, 0, sizeof s.date);
         std::memcpy(s.date, bytes.data(), bytes.size());
     }
-    if (d.artist.present() && f.bytes(d.artist, sizeof s.notice - 1, &bytes)) {
+    if (d.artist.present() && f.bytes(d.artist, sizeof s.notice - 1, &bytes) && !bytes.empty()) {
         std::memset(s.notice, 0, sizeof s.notice);
         std::memcpy(s.notice, bytes.data(), bytes.size());
     }

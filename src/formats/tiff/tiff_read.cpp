@@ -8,6 +8,7 @@
 
 #include "core/settings.h"
 #include "core/stream.h"
+#include "formats/tiff/swap.h"
 #include "formats/tiff/tiff.h"
 #include "process/palette.h"
 
@@ -70,7 +71,8 @@ int32_t PageReader::run() {
     if (height_ == 0) height_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : 0;
     if (rows_per_strip_ == 0)
         rows_per_strip_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : height_;
-    if (width_ == 0 || height_ == 0) return IMG_ERR_BAD_IMAGE;
+    if (width_ == 0 || height_ == 0 || width_ > 0x7FFFFFFF || height_ > 0x7FFFFFFF)
+        return IMG_ERR_BAD_IMAGE;
     rows_per_strip_ = std::min(rows_per_strip_, height_);
     samples_ = d.samples ? d.samples : 1;
     bits_ = d.bits;
@@ -174,6 +176,8 @@ int32_t PageReader::plan() {
     const uint64_t out_row = row_bytes64(width_, out_bits_);
     if (out_row > (uint64_t(1) << 28) || out_row * height_ > 0x7FFFFFFFu) return IMG_ERR_BAD_IMAGE;
     out_row_ = uint32_t(out_row);
+    direct_ = kind_ == Kind::kCopy && !invert_ && !predictor_ && planes_ == 1 &&
+              !(reverse_bits_ && compression_ == 1);
     return 0;
 }
 
@@ -246,14 +250,17 @@ uint32_t PageReader::strip_index(uint32_t plane, uint32_t strip) const {
 }
 
 int32_t PageReader::load_strip_table() {
-    const uint32_t needed = strip_index(planes_ - 1, strips_per_plane_ - 1) + 1;
+    const uint64_t needed = uint64_t(strip_index(planes_ - 1, strips_per_plane_ - 1)) + 1;
     const Field& so = dir_.strip_offsets;
     if (!so.present() || so.count == 0) return IMG_ERR_BAD_IMAGE;
     if (so.count < needed) return dir_.tiled ? IMG_ERR_NO_PAGE : IMG_ERR_BAD_IMAGE;
-    if (!file_.values(so, needed, &offsets_)) return IMG_ERR_READ;
+    if (!file_.values(so, uint32_t(needed), &offsets_) || offsets_.size() != needed)
+        return IMG_ERR_READ;
     have_counts_ = false;
     const Field& sc = dir_.strip_counts;
-    if (sc.present() && sc.count >= needed && file_.values(sc, needed, &counts_)) have_counts_ = true;
+    if (sc.present() && sc.count >= needed && file_.values(sc, uint32_t(needed), &counts_) &&
+        counts_.size() == needed)
+        have_counts_ = true;
     return 0;
 }
 
@@ -270,10 +277,10 @@ bool PageReader::strip_bounds(uint32_t index, uint32_t* offset, uint32_t* count)
 
 // Reads a compressed strip into memory, growing the buffer only as data
 // arrives so that a count the stream cannot back costs nothing.
-int32_t PageReader::read_strip(uint32_t index, std::vector<uint8_t>* out) {
+int32_t PageReader::read_strip(uint32_t index, Bytes* out) {
     uint32_t offset = 0, count = 0;
     if (!strip_bounds(index, &offset, &count)) return IMG_ERR_BAD_IMAGE;
-    out->clear();
+    out->resize(0);
     if (!file_.seek(offset)) return IMG_ERR_READ;
     constexpr uint32_t kChunk = 1u << 20;
     uint32_t have = 0;
@@ -307,6 +314,11 @@ void PageReader::undo_predictor(uint8_t* row) const {
 }
 
 int32_t PageReader::row_out(uint32_t plane, uint32_t unit, uint8_t* raw, bool owned) {
+    if (direct_ && owned) {
+        // The raw row is the DIB row already: its buffer holds the padding.
+        std::memset(raw + raw_row_, 0, out_row_ - raw_row_);
+        return unit < height_ ? raster_(raw, user_, int32_t(unit), out_row_) : 0;
+    }
     if (predictor_ || (reverse_bits_ && compression_ == 1)) {
         if (!owned) {
             std::memcpy(fix_.data(), raw, raw_row_);
@@ -389,11 +401,7 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             break;
         case Kind::kRgb8:
             if (n == 3) {
-                for (uint32_t x = 0; x < w; ++x, raw += 3, out += 3) {
-                    out[0] = raw[2];
-                    out[1] = raw[1];
-                    out[2] = raw[0];
-                }
+                swap_rgb24(raw, out, w);
             } else {
                 for (uint32_t x = 0; x < w; ++x, raw += n, out += 3) {
                     out[0] = raw[2];
@@ -403,6 +411,10 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             }
             break;
         case Kind::kRgba8:
+            if (n == 4) {
+                swap_rgb32(raw, out, w);
+                break;
+            }
             for (uint32_t x = 0; x < w; ++x, raw += n, out += 4) {
                 out[0] = raw[2];
                 out[1] = raw[1];
@@ -543,7 +555,7 @@ int32_t PageReader::finish_planar() {
 }
 
 int32_t PageReader::run_strips() {
-    fix_.assign(size_t(raw_row_) + 16, 0);
+    fix_.assign(size_t(std::max(raw_row_, out_row_)) + 16, 0);
     out_.assign(size_t(out_row_) + 16, 0);
     if (planes_ > 1) {
         planes_store_.assign(size_t(planes_) * height_ * raw_row_, 0);

@@ -4,10 +4,13 @@
 // tiff_fax.cpp (CCITT and JBIG pages).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
+#include "formats/tiff/lzw.h"
 #include "formats/tiff/tiff_dir.h"
 #include "pipeline/codec.h"
 
@@ -35,6 +38,34 @@ enum class Kind : uint8_t {
     kChannel,   // channel mode: one byte of each pixel as 8-bit grey
 };
 
+// A byte buffer that keeps its memory between uses and does not clear
+// what it adds (a strip is read over it at once).
+class Bytes {
+public:
+    uint8_t* data() { return bytes_.get(); }
+    const uint8_t* data() const { return bytes_.get(); }
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    uint8_t operator[](size_t i) const { return bytes_[i]; }
+    const uint8_t* begin() const { return bytes_.get(); }
+    const uint8_t* end() const { return bytes_.get() + size_; }
+    // Sets the size, keeping the first min(old, n) bytes.
+    void resize(size_t n) {
+        if (n > capacity_) {
+            const size_t c = std::max(n, capacity_ * 2);
+            std::unique_ptr<uint8_t[]> b(new uint8_t[c]);
+            if (size_) std::memcpy(b.get(), bytes_.get(), size_);
+            bytes_ = std::move(b);
+            capacity_ = c;
+        }
+        size_ = n;
+    }
+
+private:
+    std::unique_ptr<uint8_t[]> bytes_;
+    size_t size_ = 0, capacity_ = 0;
+};
+
 class PageReader {
 public:
     PageReader(TiffFile& file, const Directory& dir, IMG_RASTER_CALLBACK raster, intptr_t user,
@@ -54,10 +85,10 @@ private:
     int32_t check_size(uint64_t ratio) const;
     uint32_t strip_index(uint32_t plane, uint32_t strip) const;
     bool strip_bounds(uint32_t index, uint32_t* offset, uint32_t* count);
-    int32_t read_strip(uint32_t index, std::vector<uint8_t>* out);
+    int32_t read_strip(uint32_t index, Bytes* out);
     // A raw row of plane `plane`, unit row `unit` (an image row, or v rows of
     // subsampled YCbCr). `owned`: the decoder does not need the bytes again,
-    // so they may be changed in place.
+    // so they may be changed in place, and the buffer holds out_row_ bytes.
     int32_t row_out(uint32_t plane, uint32_t unit, uint8_t* raw, bool owned);
     int32_t deliver_unit(uint32_t unit, const uint8_t* raw);
     void convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out);
@@ -107,6 +138,7 @@ private:
     bool invert_ = false;
     bool reverse_bits_ = false;     // fill order 2 outside the CCITT path
     bool predictor_ = false;
+    bool direct_ = false;           // raw rows are DIB rows (their buffers hold the padding)
     uint32_t out_bits_ = 1;
     uint32_t out_row_ = 0;          // DIB row bytes
     std::vector<uint8_t> header_block_;
@@ -120,7 +152,8 @@ private:
     std::vector<uint8_t> out_;      // DIB row handed to the callback
     std::vector<uint8_t> planes_store_;
     std::vector<uint8_t> chunky_;   // planar rows interleaved
-    std::vector<uint8_t> strip_;    // compressed strip
+    Bytes strip_;                   // compressed strip
+    std::unique_ptr<LzwDecoder> lzw_;
 
 };
 

@@ -35,8 +35,9 @@ int32_t PageReader::strip_packbits(uint32_t index, uint32_t plane, uint32_t unit
     const uint8_t* const end = p + strip_.size();
     const uint32_t size = raw_row_;
     std::vector<uint8_t>& row = fix_;
-    if (row.size() < size_t(size) + 130) row.resize(size_t(size) + 130);
+    if (row.size() < size_t(std::max(size, out_row_)) + 130) row.resize(size_t(std::max(size, out_row_)) + 130);
     uint8_t* const out = row.data();
+    uint8_t spill[128];
     uint32_t have = 0;
     for (uint32_t u = 0; u < units; ++u) {
         while (have < size) {
@@ -55,10 +56,12 @@ int32_t PageReader::strip_packbits(uint32_t index, uint32_t plane, uint32_t unit
                 have += n;
             }
         }
+        // A run that went past the row's end starts the next row.
+        have -= size;
+        if (have) std::memcpy(spill, out + size, have);
         r = row_out(plane, unit0 + u, out, true);
         if (r < 0) return r;
-        have -= size;
-        if (have) std::memmove(out, out + size, have);
+        if (have) std::memcpy(out, spill, have);
     }
     return 0;
 }
@@ -66,7 +69,8 @@ int32_t PageReader::strip_packbits(uint32_t index, uint32_t plane, uint32_t unit
 int32_t PageReader::strip_lzw(uint32_t index, uint32_t plane, uint32_t unit0, uint32_t units) {
     int32_t r = read_strip(index, &strip_);
     if (r < 0) return r;
-    LzwDecoder lzw;
+    if (!lzw_) lzw_.reset(new LzwDecoder);
+    LzwDecoder& lzw = *lzw_;
     uint32_t done = 0;
     int32_t callback = 0;
     r = lzw.decode(strip_.data(), strip_.size(), raw_row_, units, [&](const uint8_t* row) {

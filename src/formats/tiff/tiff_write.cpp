@@ -12,6 +12,7 @@
 #include "formats/ccitt/ccitt.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/tiff/lzw.h"
+#include "formats/tiff/swap.h"
 #include "formats/tiff/tiff.h"
 #include "formats/tiff/tiff_dir.h"
 
@@ -87,11 +88,8 @@ namespace {
 // Rows as TIFF orders samples: BGR to RGB, BGRA to RGBA (alpha images);
 // CMYK and everything narrower as stored.
 void to_file_order(uint8_t* row, uint32_t width, uint32_t bits, bool alpha) {
-    if (bits == 24) {
-        for (uint32_t x = 0; x < width; ++x, row += 3) std::swap(row[0], row[2]);
-    } else if (bits == 32 && alpha) {
-        for (uint32_t x = 0; x < width; ++x, row += 4) std::swap(row[0], row[2]);
-    }
+    if (bits == 24) swap_rgb24(row, row, width);
+    else if (bits == 32 && alpha) swap_rgb32(row, row, width);
 }
 
 // PackBits of one row: runs of 3 to 127 equal bytes as 257 - n and the
@@ -390,17 +388,14 @@ int32_t write_lzw(PageWriter& w, Rows& rows, uint32_t first, uint32_t count, Lzw
         const int32_t r = rows.get(int32_t(y), &row);
         if (r < 0) return r;
         lzw.add(row, n);
-        std::vector<uint8_t>& codes = lzw.bytes();
-        if (codes.size() >= 16384) {
-            // Whole 32-bit groups are final; keep them flowing out.
-            if (!w.out().write(codes.data(), uint32_t(codes.size()))) return w.out().status();
-            codes.clear();
+        if (lzw.size() >= 65536) {
+            if (!w.out().write(lzw.data(), uint32_t(lzw.size()))) return w.out().status();
+            lzw.clear();
         }
     }
     lzw.finish();
-    std::vector<uint8_t>& codes = lzw.bytes();
-    if (!w.out().write(codes.data(), uint32_t(codes.size()))) return w.out().status();
-    codes.clear();
+    if (!w.out().write(lzw.data(), uint32_t(lzw.size()))) return w.out().status();
+    lzw.clear();
     return 0;
 }
 

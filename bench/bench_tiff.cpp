@@ -1,0 +1,370 @@
+// TIFF decoding and LZW writing beside libtiff in the same run, on pages of
+// the size users scan:
+//
+//   BM_DecodeLzwRgb/ours, /libtiff: a 2,550 x 3,300 RGB photograph (the
+//     corpus picture enlarged with a little noise) written by libtiff with
+//     LZW in its default strips of 8 KB, decoded strip by strip (libtiff:
+//     TIFFReadEncodedStrip into one buffer; ours: every row converted to
+//     BGR and handed to a callback). .../predictor: the same with
+//     horizontal differencing.
+//   BM_DecodePackBits/ours, /libtiff: the 2,550 x 3,300 bilevel letter page
+//     written by libtiff with PackBits.
+//   BM_EncodeLzw/ours, /libtiff: the RGB page written with LZW into memory
+//     (ours: format code 9 from BGR rows, one strip; libtiff:
+//     TIFFWriteEncodedStrip from RGB rows in its default strips).
+#include <benchmark/benchmark.h>
+#include <tiffio.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/dib.h"
+#include "core/stream.h"
+#include "formats/tiff/tiff.h"
+#include "page.h"
+
+using namespace tesslin;
+
+namespace {
+
+constexpr uint32_t kWidth = 2550, kHeight = 3300;
+
+// ---- libtiff on memory ------------------------------------------------------
+
+struct MemFile {
+    std::vector<uint8_t> data;
+    toff_t pos = 0;
+};
+
+tsize_t mem_read(thandle_t h, tdata_t buf, tsize_t n) {
+    auto* m = static_cast<MemFile*>(h);
+    if (m->pos >= m->data.size()) return 0;
+    const tsize_t take = std::min<tsize_t>(n, tsize_t(m->data.size() - m->pos));
+    std::memcpy(buf, m->data.data() + m->pos, size_t(take));
+    m->pos += toff_t(take);
+    return take;
+}
+tsize_t mem_write(thandle_t h, tdata_t buf, tsize_t n) {
+    auto* m = static_cast<MemFile*>(h);
+    if (m->pos + toff_t(n) > m->data.size()) m->data.resize(size_t(m->pos + toff_t(n)));
+    std::memcpy(m->data.data() + m->pos, buf, size_t(n));
+    m->pos += toff_t(n);
+    return n;
+}
+toff_t mem_seek(thandle_t h, toff_t off, int whence) {
+    auto* m = static_cast<MemFile*>(h);
+    if (whence == SEEK_SET) m->pos = off;
+    else if (whence == SEEK_CUR) m->pos += off;
+    else m->pos = m->data.size() + off;
+    return m->pos;
+}
+int mem_close(thandle_t) { return 0; }
+toff_t mem_size(thandle_t h) { return static_cast<MemFile*>(h)->data.size(); }
+int mem_map(thandle_t, tdata_t*, toff_t*) { return 0; }
+void mem_unmap(thandle_t, tdata_t, toff_t) {}
+
+TIFF* mem_open(MemFile* m, const char* mode) {
+    m->pos = 0;
+    return TIFFClientOpen("mem", mode, m, mem_read, mem_write, mem_seek, mem_close, mem_size,
+                          mem_map, mem_unmap);
+}
+
+// Writes a page with libtiff in its default strips.
+std::vector<uint8_t> libtiff_write(const uint8_t* rows, uint32_t width, uint32_t height,
+                                   uint32_t samples, uint32_t bits, uint16_t compression,
+                                   uint16_t predictor) {
+    MemFile m;
+    TIFF* t = mem_open(&m, "w");
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, height);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, bits);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, samples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, compression);
+    if (predictor > 1) TIFFSetField(t, TIFFTAG_PREDICTOR, predictor);
+    const uint32_t rps = TIFFDefaultStripSize(t, 0);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rps);
+    const tsize_t row = TIFFScanlineSize(t);
+    for (uint32_t y = 0, s = 0; y < height; y += rps, ++s) {
+        const uint32_t n = std::min(rps, height - y);
+        if (TIFFWriteEncodedStrip(t, s, const_cast<uint8_t*>(rows + size_t(y) * size_t(row)),
+                                  tsize_t(n) * row) < 0)
+            std::abort();
+    }
+    TIFFClose(t);
+    return m.data;
+}
+
+// ---- Pages --------------------------------------------------------------
+
+struct Source {
+    std::vector<uint8_t> rgb;
+    uint32_t w = 0, h = 0;
+};
+
+int32_t keep_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
+    auto* s = reinterpret_cast<Source*>(user);
+    s->w = uint32_t(h->biWidth);
+    s->h = uint32_t(h->biHeight);
+    s->rgb.assign(size_t(s->w) * s->h * 3, 0);
+    return 1;
+}
+
+int32_t keep_row(uint8_t* row, intptr_t user, int32_t y, uint32_t) {
+    auto* s = reinterpret_cast<Source*>(user);
+    uint8_t* d = s->rgb.data() + size_t(y) * s->w * 3;
+    for (uint32_t x = 0; x < s->w; ++x) {
+        d[3 * x] = row[3 * x + 2];
+        d[3 * x + 1] = row[3 * x + 1];
+        d[3 * x + 2] = row[3 * x];
+    }
+    return 0;
+}
+
+std::vector<uint8_t> read_all(const std::string& path) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) {
+        std::fprintf(stderr, "missing %s\n", path.c_str());
+        std::exit(1);
+    }
+    std::vector<uint8_t> v;
+    uint8_t buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) v.insert(v.end(), buf, buf + n);
+    std::fclose(f);
+    return v;
+}
+
+// Rows our reader delivers, each cut to `bytes`.
+struct Collect {
+    uint32_t bytes = 0;
+    std::vector<uint8_t> data;
+};
+int32_t collect_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
+int32_t collect_row(uint8_t* row, intptr_t user, int32_t y, uint32_t) {
+    auto* c = reinterpret_cast<Collect*>(user);
+    std::memcpy(c->data.data() + size_t(y) * c->bytes, row, c->bytes);
+    return 0;
+}
+std::vector<uint8_t> our_rows(const std::vector<uint8_t>& file, uint32_t bytes, uint32_t height) {
+    Collect c;
+    c.bytes = bytes;
+    c.data.assign(size_t(bytes) * height, 0);
+    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+    if (tiff::decode(0, collect_row, reinterpret_cast<intptr_t>(&c), collect_header, s) != 0) std::abort();
+    stream::mem_release(s);
+    return c.data;
+}
+
+struct Pages {
+    std::vector<uint8_t> rgb;       // RGB page, top row first
+    std::vector<uint8_t> bgr_rows;  // the same as DIB rows
+    uint32_t dib_row = 0;
+    std::vector<uint8_t> lzw, lzw_predictor, packbits;
+};
+
+void verify(const Pages& pg, const std::vector<uint8_t>& packed);
+
+const Pages& pages() {
+    static Pages p = [] {
+        Pages pg;
+        const auto file = read_all(std::string(TESSLIN_TEST_DATA) + "/corpus/tone/rgb-none.tif");
+        Source src;
+        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+        if (tiff::decode(0, keep_row, reinterpret_cast<intptr_t>(&src), keep_header, s) != 0) std::abort();
+        stream::mem_release(s);
+        pg.rgb.resize(size_t(kWidth) * kHeight * 3);
+        uint32_t noise = 12345;
+        for (uint32_t y = 0; y < kHeight; ++y) {
+            const double fy = double(y) * (src.h - 1) / (kHeight - 1);
+            const uint32_t y0 = uint32_t(fy), y1 = y0 + 1 < src.h ? y0 + 1 : y0;
+            const double wy = fy - y0;
+            for (uint32_t x = 0; x < kWidth; ++x) {
+                const double fx = double(x) * (src.w - 1) / (kWidth - 1);
+                const uint32_t x0 = uint32_t(fx), x1 = x0 + 1 < src.w ? x0 + 1 : x0;
+                const double wx = fx - x0;
+                for (int c = 0; c < 3; ++c) {
+                    auto at = [&](uint32_t xx, uint32_t yy) {
+                        return double(src.rgb[(size_t(yy) * src.w + xx) * 3 + c]);
+                    };
+                    const double v = (at(x0, y0) * (1 - wx) + at(x1, y0) * wx) * (1 - wy) +
+                                     (at(x0, y1) * (1 - wx) + at(x1, y1) * wx) * wy;
+                    noise = noise * 1103515245u + 12345u;
+                    const int n = int(v + 0.5) + int((noise >> 16) % 5) - 2;
+                    pg.rgb[(size_t(y) * kWidth + x) * 3 + c] = uint8_t(n < 0 ? 0 : n > 255 ? 255 : n);
+                }
+            }
+        }
+        pg.dib_row = row_bytes(kWidth, 24);
+        pg.bgr_rows.assign(size_t(pg.dib_row) * kHeight, 0);
+        for (uint32_t y = 0; y < kHeight; ++y)
+            for (uint32_t x = 0; x < kWidth; ++x)
+                for (int c = 0; c < 3; ++c)
+                    pg.bgr_rows[size_t(y) * pg.dib_row + x * 3 + c] = pg.rgb[(size_t(y) * kWidth + x) * 3 + 2 - c];
+        pg.lzw = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 1);
+        pg.lzw_predictor = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 2);
+        // The letter page with 0 = white as TIFF's min-is-black wants 1 =
+        // white: our rows already hold 1 = white.
+        const bench::Page letter = bench::letter_page();
+        const uint32_t rb = (letter.width + 7) / 8;
+        std::vector<uint8_t> packed(size_t(rb) * letter.height);
+        for (uint32_t y = 0; y < letter.height; ++y)
+            std::memcpy(packed.data() + size_t(y) * rb, letter.rows.data() + size_t(y) * letter.row_bytes, rb);
+        pg.packbits = libtiff_write(packed.data(), letter.width, letter.height, 1, 1, COMPRESSION_PACKBITS, 1);
+        verify(pg, packed);
+        return pg;
+    }();
+    return p;
+}
+
+// Before timing anything: both readers agree on every file, and libtiff
+// reads our LZW file back to the page.
+std::vector<uint8_t> our_lzw_file(const Pages& p);
+std::vector<uint8_t> libtiff_rows(const std::vector<uint8_t>& file) {
+    MemFile m;
+    m.data = file;
+    TIFF* t = mem_open(&m, "r");
+    std::vector<uint8_t> out;
+    std::vector<uint8_t> strip(size_t(TIFFStripSize(t)));
+    for (uint32_t s = 0; s < TIFFNumberOfStrips(t); ++s) {
+        const tsize_t n = TIFFReadEncodedStrip(t, s, strip.data(), tsize_t(strip.size()));
+        if (n < 0) std::abort();
+        out.insert(out.end(), strip.begin(), strip.begin() + n);
+    }
+    TIFFClose(t);
+    return out;
+}
+
+void verify(const Pages& pg, const std::vector<uint8_t>& packed) {
+    std::vector<uint8_t> bgr(pg.rgb.size());
+    for (size_t i = 0; i < pg.rgb.size(); i += 3) {
+        bgr[i] = pg.rgb[i + 2];
+        bgr[i + 1] = pg.rgb[i + 1];
+        bgr[i + 2] = pg.rgb[i];
+    }
+    if (our_rows(pg.lzw, kWidth * 3, kHeight) != bgr || our_rows(pg.lzw_predictor, kWidth * 3, kHeight) != bgr ||
+        our_rows(pg.packbits, (kWidth + 7) / 8, kHeight) != packed ||
+        libtiff_rows(our_lzw_file(pg)) != pg.rgb) {
+        std::fprintf(stderr, "decoders disagree\n");
+        std::abort();
+    }
+}
+
+// ---- Decoding --------------------------------------------------------------
+
+struct Sink {
+    uint64_t sum = 0;
+};
+
+int32_t sink_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
+int32_t sink_row(uint8_t* row, intptr_t user, int32_t, uint32_t bytes) {
+    reinterpret_cast<Sink*>(user)->sum += row[bytes / 2];
+    return 0;
+}
+
+void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file, uint64_t pixels) {
+    Sink sink;
+    for (auto _ : state) {
+        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+        if (tiff::decode(0, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header, s) != 0) std::abort();
+        stream::mem_release(s);
+    }
+    benchmark::DoNotOptimize(sink.sum);
+    state.SetItemsProcessed(int64_t(state.iterations() * pixels));
+}
+
+void decode_libtiff(benchmark::State& state, const std::vector<uint8_t>& file, uint64_t pixels) {
+    MemFile m;
+    m.data = file;
+    uint64_t sum = 0;
+    std::vector<uint8_t> strip;
+    for (auto _ : state) {
+        TIFF* t = mem_open(&m, "r");
+        strip.resize(size_t(TIFFStripSize(t)));
+        const uint32_t strips = TIFFNumberOfStrips(t);
+        for (uint32_t s = 0; s < strips; ++s) {
+            const tsize_t n = TIFFReadEncodedStrip(t, s, strip.data(), tsize_t(strip.size()));
+            if (n < 0) std::abort();
+            sum += strip[size_t(n) / 2];
+        }
+        TIFFClose(t);
+    }
+    benchmark::DoNotOptimize(sum);
+    state.SetItemsProcessed(int64_t(state.iterations() * pixels));
+}
+
+constexpr uint64_t kPixels = uint64_t(kWidth) * kHeight;
+
+void BM_DecodeLzwRgb_ours(benchmark::State& s) { decode_ours(s, pages().lzw, kPixels); }
+void BM_DecodeLzwRgb_libtiff(benchmark::State& s) { decode_libtiff(s, pages().lzw, kPixels); }
+void BM_DecodeLzwRgbPredictor_ours(benchmark::State& s) { decode_ours(s, pages().lzw_predictor, kPixels); }
+void BM_DecodeLzwRgbPredictor_libtiff(benchmark::State& s) {
+    decode_libtiff(s, pages().lzw_predictor, kPixels);
+}
+void BM_DecodePackBits_ours(benchmark::State& s) { decode_ours(s, pages().packbits, kPixels); }
+void BM_DecodePackBits_libtiff(benchmark::State& s) { decode_libtiff(s, pages().packbits, kPixels); }
+
+// ---- Encoding --------------------------------------------------------------
+
+int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
+    const Pages* p = reinterpret_cast<const Pages*>(user);
+    std::memcpy(buffer, p->bgr_rows.data() + size_t(row) * p->dib_row, bytes);
+    return 0;
+}
+
+int32_t encode_ours(const Pages& p, std::vector<uint8_t>& buffer) {
+    DibHeader h{};
+    h.biSize = 40;
+    h.biWidth = kWidth;
+    h.biHeight = kHeight;
+    h.biPlanes = 1;
+    h.biBitCount = 24;
+    h.biSizeImage = p.dib_row * kHeight;
+    h.biXPelsPerMeter = h.biYPelsPerMeter = 300;
+    const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
+    buffer[0] = 0;  // no TIFF there yet: a new file, not a page appended
+    if (tiff::encode(s, &h, supply_row, reinterpret_cast<intptr_t>(&p), 9) != 0) std::abort();
+    const int32_t size = stream::seek(s, 0, 1);
+    stream::mem_release(s);
+    return size;
+}
+
+std::vector<uint8_t> our_lzw_file(const Pages& p) {
+    std::vector<uint8_t> buffer(p.rgb.size() * 2);
+    buffer.resize(size_t(encode_ours(p, buffer)));
+    return buffer;
+}
+
+void BM_EncodeLzw_ours(benchmark::State& state) {
+    const Pages& p = pages();
+    std::vector<uint8_t> buffer(p.rgb.size() * 2);
+    int32_t size = 0;
+    for (auto _ : state) size = encode_ours(p, buffer);
+    state.counters["bytes_out"] = double(size);
+    state.SetItemsProcessed(int64_t(state.iterations() * kPixels));
+}
+
+void BM_EncodeLzw_libtiff(benchmark::State& state) {
+    const Pages& p = pages();
+    size_t size = 0;
+    for (auto _ : state)
+        size = libtiff_write(p.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 1).size();
+    state.counters["bytes_out"] = double(size);
+    state.SetItemsProcessed(int64_t(state.iterations() * kPixels));
+}
+
+}  // namespace
+
+BENCHMARK(BM_DecodeLzwRgb_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodeLzwRgb_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodeLzwRgbPredictor_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodeLzwRgbPredictor_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodePackBits_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodePackBits_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_EncodeLzw_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_EncodeLzw_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+BENCHMARK_MAIN();
