@@ -9,8 +9,6 @@
 namespace tesslin::probes {
 namespace {
 
-constexpr uint32_t kMaxDirectories = 65535;
-
 // Reads 16/32-bit values in the file's byte order.
 struct TiffReader {
     StreamReader in;
@@ -72,35 +70,6 @@ int32_t tiff_tags(int32_t stream, uint32_t base, int32_t page, TiffTags* out) {
     if (!t.in.ok()) return t.in.status();
     t.in.sync();
     return 0;
-}
-
-int32_t tiff_count_pages(int32_t stream) {
-    TiffReader t(stream, 0);
-    uint32_t offset = 0;
-    if (int32_t s = t.header(&offset)) return s;
-    std::vector<uint32_t> seen;
-    int32_t pages = 0;
-    while (offset != 0 && seen.size() < kMaxDirectories) {
-        if (std::find(seen.begin(), seen.end(), offset) != seen.end()) break;
-        seen.push_back(offset);
-        uint32_t following = 0;
-        if (!t.next(offset, &following)) break;
-        ++pages;
-        offset = following;
-    }
-    return pages;
-}
-
-int32_t tiff_orientation(int32_t stream, int32_t page) {
-    TiffTags tags;
-    if (int32_t s = tiff_tags(stream, 0, page, &tags)) return s;
-    switch (tags.orientation) {
-        case 1: return 0;
-        case 6: return 90;
-        case 3: return 180;
-        case 8: return 270;
-        default: return static_cast<int32_t>(tags.orientation);
-    }
 }
 
 int32_t pcd_orientation(int32_t stream, int32_t) {

@@ -1,7 +1,7 @@
 // Small readers the detection queries need before (or without) a format's
-// full codec: the first TIFF directories (compression, T4 options,
-// orientation, directory count) and the orientation fields of Photo CD and
-// CALS files. A format's own reader may take over its lines in dispatch.cpp.
+// full codec: the TIFF directory tags format identification maps (the TIFF
+// reader in formats/tiff answers page counts and orientation) and the
+// orientation fields of Photo CD and CALS files.
 #pragma once
 
 #include <cstdint>
@@ -19,14 +19,6 @@ struct TiffTags {
 // the reading ended. 0; -12 on a short read; -3 for a header that is not
 // TIFF; -11 when the directory does not exist.
 int32_t tiff_tags(int32_t stream, uint32_t base, int32_t page, TiffTags* out);
-
-// Number of directories of the TIFF file at offset 0 (a chain that loops or
-// runs past the data ends the count), or a negative status.
-int32_t tiff_count_pages(int32_t stream);
-
-// Orientation tag of the page: 1 -> 0, 6 -> 90, 3 -> 180, 8 -> 270, any
-// other value returned as it is.
-int32_t tiff_orientation(int32_t stream, int32_t page);
 
 // Photo CD: low two bits of the byte at offset 3586: 0 -> 0, 1 -> 270,
 // 2 -> 180, 3 -> 90.

@@ -7,6 +7,12 @@
 #include "core/stream.h"
 
 namespace tesslin::tiff {
+namespace {
+
+// Most bytes of one field read from a stream whose size is unknown.
+constexpr uint64_t kMaxUnboundedRead = uint64_t(1) << 26;
+
+}  // namespace
 
 uint32_t type_size(uint16_t type) {
     switch (type) {
@@ -142,18 +148,21 @@ uint32_t TiffFile::rational(const Field& f) {
 bool TiffFile::values(const Field& f, uint32_t max, std::vector<uint32_t>* out) {
     const uint32_t size = type_size(f.type);
     const uint32_t n = std::min(f.count, max);
-    out->assign(n, 0);
+    out->clear();
     if (!size || size > 4 || !n) return n == 0;
     const uint64_t total = uint64_t(n) * size;
     std::vector<uint8_t> buf;
     const uint8_t* p = f.raw;
     if (uint64_t(f.count) * size > 4) {
-        if (capacity_ >= 0 && uint64_t(base_) + offset_of(f) + total > uint64_t(capacity_))
+        // Nothing is allocated for values the stream cannot hold.
+        if (capacity_ >= 0 ? uint64_t(base_) + offset_of(f) + total > uint64_t(capacity_)
+                           : total > kMaxUnboundedRead)
             return false;
         buf.resize(size_t(total));
         if (!seek(offset_of(f)) || in_.read_some(buf.data(), uint32_t(total)) < total) return false;
         p = buf.data();
     }
+    out->assign(n, 0);
     for (uint32_t i = 0; i < n; ++i)
         (*out)[i] = size == 1 ? p[i] : size == 2 ? load16(p + 2 * i) : load32(p + 4 * i);
     return true;
@@ -162,13 +171,16 @@ bool TiffFile::values(const Field& f, uint32_t max, std::vector<uint32_t>* out) 
 bool TiffFile::bytes(const Field& f, uint32_t max, std::vector<uint8_t>* out) {
     const uint32_t size = type_size(f.type) ? type_size(f.type) : 1;
     const uint64_t total = std::min<uint64_t>(uint64_t(f.count) * size, max);
-    out->assign(size_t(total), 0);
+    out->clear();
     if (!total) return true;
     if (uint64_t(f.count) * size <= 4) {
-        std::memcpy(out->data(), f.raw, size_t(total));
+        out->assign(f.raw, f.raw + total);
         return true;
     }
-    if (capacity_ >= 0 && uint64_t(base_) + offset_of(f) + total > uint64_t(capacity_)) return false;
+    if (capacity_ >= 0 ? uint64_t(base_) + offset_of(f) + total > uint64_t(capacity_)
+                       : total > kMaxUnboundedRead)
+        return false;
+    out->assign(size_t(total), 0);
     return seek(offset_of(f)) && in_.read_some(out->data(), uint32_t(total)) == total;
 }
 
