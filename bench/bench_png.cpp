@@ -20,6 +20,7 @@
 #include "core/dib.h"
 #include "core/stream.h"
 #include "formats/png/png.h"
+#include "page.h"
 
 using namespace tesslin;
 
@@ -34,43 +35,6 @@ struct Page {
     std::vector<uint8_t> libpng_file;  // written by libpng, default settings
     std::vector<uint8_t> our_file;     // written by our encoder
 };
-
-struct Source {
-    std::vector<uint8_t> rgb;
-    uint32_t w = 0, h = 0;
-};
-
-int32_t keep_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
-    auto* s = reinterpret_cast<Source*>(user);
-    s->w = uint32_t(h->biWidth);
-    s->h = uint32_t(h->biHeight);
-    s->rgb.assign(size_t(s->w) * s->h * 3, 0);
-    return 1;
-}
-
-int32_t keep_row(uint8_t* row, intptr_t user, int32_t y, uint32_t) {
-    auto* s = reinterpret_cast<Source*>(user);
-    uint8_t* d = s->rgb.data() + size_t(y) * s->w * 3;
-    for (uint32_t x = 0; x < s->w; ++x) {
-        d[3 * x] = row[3 * x + 2];
-        d[3 * x + 1] = row[3 * x + 1];
-        d[3 * x + 2] = row[3 * x];
-    }
-    return 0;
-}
-
-std::vector<uint8_t> read_all(const std::string& path) {
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) {
-        std::fprintf(stderr, "missing %s\n", path.c_str());
-        std::exit(1);
-    }
-    std::vector<uint8_t> v;
-    uint8_t buf[65536];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) v.insert(v.end(), buf, buf + n);
-    std::fclose(f);
-    return v;
-}
 
 void libpng_write_data(png_structp png, png_bytep data, png_size_t n) {
     auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
@@ -129,31 +93,8 @@ const Page& page() {
     static Page p = [] {
         Page pg;
         // The corpus photograph through our own reader.
-        const auto file = read_all(std::string(TESSLIN_TEST_DATA) + "/corpus/png/rgb.png");
-        Source src;
-        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
-        if (png_decode(0, keep_row, reinterpret_cast<intptr_t>(&src), keep_header, s) != 0) std::abort();
-        stream::mem_release(s);
-        pg.rgb.resize(size_t(kWidth) * kHeight * 3);
-        uint32_t noise = 12345;
-        for (uint32_t y = 0; y < kHeight; ++y) {
-            const double fy = double(y) * (src.h - 1) / (kHeight - 1);
-            const uint32_t y0 = uint32_t(fy), y1 = y0 + 1 < src.h ? y0 + 1 : y0;
-            const double wy = fy - y0;
-            for (uint32_t x = 0; x < kWidth; ++x) {
-                const double fx = double(x) * (src.w - 1) / (kWidth - 1);
-                const uint32_t x0 = uint32_t(fx), x1 = x0 + 1 < src.w ? x0 + 1 : x0;
-                const double wx = fx - x0;
-                for (int c = 0; c < 3; ++c) {
-                    auto at = [&](uint32_t xx, uint32_t yy) { return double(src.rgb[(size_t(yy) * src.w + xx) * 3 + c]); };
-                    const double v = (at(x0, y0) * (1 - wx) + at(x1, y0) * wx) * (1 - wy) +
-                                     (at(x0, y1) * (1 - wx) + at(x1, y1) * wx) * wy;
-                    noise = noise * 1103515245u + 12345u;
-                    int n = int(v + 0.5) + int((noise >> 16) % 5) - 2;
-                    pg.rgb[(size_t(y) * kWidth + x) * 3 + c] = uint8_t(n < 0 ? 0 : n > 255 ? 255 : n);
-                }
-            }
-        }
+        pg.rgb = bench::photo_page(png_decode, std::string(TESSLIN_TEST_DATA) + "/corpus/png/rgb.png",
+                                   kWidth, kHeight);
         pg.dib_row = row_bytes(kWidth, 24);
         pg.bgr_rows.assign(size_t(pg.dib_row) * kHeight, 0);
         for (uint32_t y = 0; y < kHeight; ++y)

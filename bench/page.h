@@ -1,6 +1,12 @@
-// A 2,550 x 3,300 text page (letter at 300 dpi) for the bilevel benchmarks:
-// the 200-dpi test page scaled by 1.5 with nearest neighbour, packed with
-// 1 = white as the library stores bilevel rows.
+// Pages for the benchmarks.
+//
+// letter_page(): a 2,550 x 3,300 text page (letter at 300 dpi) for the
+// bilevel benchmarks: the 200-dpi test page scaled by 1.5 with nearest
+// neighbour, packed with 1 = white as the library stores bilevel rows.
+//
+// photo_page(): a corpus photograph, decoded by one of our decoders,
+// enlarged with bilinear interpolation and a little deterministic noise so
+// that it compresses like a scan rather than like a flat drawing.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +14,9 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "core/stream.h"
+#include "pipeline/codec.h"
 
 namespace tesslin::bench {
 
@@ -45,6 +54,72 @@ inline Page letter_page() {
         }
     }
     return p;
+}
+
+// The whole of a file.
+inline std::vector<uint8_t> read_all(const std::string& path) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) {
+        std::fprintf(stderr, "missing %s\n", path.c_str());
+        std::exit(1);
+    }
+    std::vector<uint8_t> v;
+    uint8_t buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) v.insert(v.end(), buf, buf + n);
+    std::fclose(f);
+    return v;
+}
+
+// RGB pixels (red, green, blue, top row first) of a 24-bit picture that
+// `decode` reads from `path`, enlarged to width x height.
+inline std::vector<uint8_t> photo_page(Decoder decode, const std::string& path, uint32_t width,
+                                       uint32_t height) {
+    struct Source {
+        std::vector<uint8_t> rgb;
+        uint32_t w = 0, h = 0;
+    } src;
+    auto keep_header = [](const IMG_BITMAPINFOHEADER* h, intptr_t user) -> int32_t {
+        auto* s = reinterpret_cast<Source*>(user);
+        s->w = uint32_t(h->biWidth);
+        s->h = uint32_t(h->biHeight);
+        s->rgb.assign(size_t(s->w) * s->h * 3, 0);
+        return 1;
+    };
+    auto keep_row = [](uint8_t* row, intptr_t user, int32_t y, uint32_t) -> int32_t {
+        auto* s = reinterpret_cast<Source*>(user);
+        uint8_t* d = s->rgb.data() + size_t(y) * s->w * 3;
+        for (uint32_t x = 0; x < s->w; ++x) {
+            d[3 * x] = row[3 * x + 2];
+            d[3 * x + 1] = row[3 * x + 1];
+            d[3 * x + 2] = row[3 * x];
+        }
+        return 0;
+    };
+    const auto file = read_all(path);
+    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+    if (decode(0, keep_row, reinterpret_cast<intptr_t>(&src), keep_header, s) != 0) std::exit(1);
+    stream::mem_release(s);
+    std::vector<uint8_t> rgb(size_t(width) * height * 3);
+    uint32_t noise = 12345;
+    for (uint32_t y = 0; y < height; ++y) {
+        const double fy = double(y) * (src.h - 1) / (height - 1);
+        const uint32_t y0 = uint32_t(fy), y1 = y0 + 1 < src.h ? y0 + 1 : y0;
+        const double wy = fy - y0;
+        for (uint32_t x = 0; x < width; ++x) {
+            const double fx = double(x) * (src.w - 1) / (width - 1);
+            const uint32_t x0 = uint32_t(fx), x1 = x0 + 1 < src.w ? x0 + 1 : x0;
+            const double wx = fx - x0;
+            for (int c = 0; c < 3; ++c) {
+                auto at = [&](uint32_t xx, uint32_t yy) { return double(src.rgb[(size_t(yy) * src.w + xx) * 3 + c]); };
+                const double v = (at(x0, y0) * (1 - wx) + at(x1, y0) * wx) * (1 - wy) +
+                                 (at(x0, y1) * (1 - wx) + at(x1, y1) * wx) * wy;
+                noise = noise * 1103515245u + 12345u;
+                const int n = int(v + 0.5) + int((noise >> 16) % 5) - 2;
+                rgb[(size_t(y) * width + x) * 3 + c] = uint8_t(n < 0 ? 0 : n > 255 ? 255 : n);
+            }
+        }
+    }
+    return rgb;
 }
 
 }  // namespace tesslin::bench

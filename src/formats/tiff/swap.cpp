@@ -26,29 +26,22 @@ void swap32_scalar(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
     }
 }
 
-// Five pixels per 16-byte step; the sixteenth byte is passed through
-// unchanged, so a step never spoils the bytes of the next one even when
-// the swap is done in place.
-__attribute__((target("ssse3"))) void swap24_ssse3(const uint8_t* src, uint8_t* dst,
-                                                   uint32_t pixels) {
-    const __m128i order = _mm_setr_epi8(2, 1, 0, 5, 4, 3, 8, 7, 6, 11, 10, 9, 14, 13, 12, 15);
+// Five pixels (24-bit) or four (32-bit) per 16-byte step; a 24-bit step
+// passes its sixteenth byte through unchanged, so it never spoils the bytes
+// of the next step even when the swap is done in place.
+template <uint32_t kBytes>
+__attribute__((target("ssse3"))) void swap_ssse3(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
+    const __m128i order = kBytes == 3
+                              ? _mm_setr_epi8(2, 1, 0, 5, 4, 3, 8, 7, 6, 11, 10, 9, 14, 13, 12, 15)
+                              : _mm_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15);
+    constexpr uint32_t step = kBytes == 3 ? 5 : 4;
     uint32_t x = 0;
-    for (; x + 6 <= pixels; x += 5) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 3 * x));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 3 * x), _mm_shuffle_epi8(v, order));
+    for (; x + step + 1 <= pixels; x += step) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + kBytes * x));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + kBytes * x), _mm_shuffle_epi8(v, order));
     }
-    swap24_scalar(src + 3 * x, dst + 3 * x, pixels - x);
-}
-
-__attribute__((target("ssse3"))) void swap32_ssse3(const uint8_t* src, uint8_t* dst,
-                                                   uint32_t pixels) {
-    const __m128i order = _mm_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15);
-    uint32_t x = 0;
-    for (; x + 4 <= pixels; x += 4) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 4 * x));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 4 * x), _mm_shuffle_epi8(v, order));
-    }
-    swap32_scalar(src + 4 * x, dst + 4 * x, pixels - x);
+    if (kBytes == 3) swap24_scalar(src + 3 * x, dst + 3 * x, pixels - x);
+    else swap32_scalar(src + 4 * x, dst + 4 * x, pixels - x);
 }
 
 bool have_ssse3() {
@@ -59,12 +52,12 @@ bool have_ssse3() {
 }  // namespace
 
 void swap_rgb24(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
-    if (have_ssse3()) swap24_ssse3(src, dst, pixels);
+    if (have_ssse3()) swap_ssse3<3>(src, dst, pixels);
     else swap24_scalar(src, dst, pixels);
 }
 
 void swap_rgb32(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
-    if (have_ssse3()) swap32_ssse3(src, dst, pixels);
+    if (have_ssse3()) swap_ssse3<4>(src, dst, pixels);
     else swap32_scalar(src, dst, pixels);
 }
 

@@ -49,6 +49,21 @@ void keep_date_and_artist(TiffFile& f, const Directory& d) {
     }
 }
 
+// Reads the header and the directory of the page the decoder opens.
+int32_t open_page(TiffFile& f, uint32_t page, Directory* d) {
+    int32_t r = f.read_header();
+    if (r < 0) return r;
+    uint32_t ifd = 0, next = 0;
+    r = f.find_page(page, &ifd, kFirstMinEntries, kFirstMaxEntries, kChainMinEntries,
+                    kChainMaxEntries);
+    if (r < 0) return r;
+    std::vector<Field> fields;
+    r = f.read_directory(ifd, &fields, &next);
+    if (r < 0) return r;
+    parse_directory(f, fields, d);
+    return 0;
+}
+
 }  // namespace
 
 int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
@@ -68,17 +83,9 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
         }
     }
     TiffFile f(stream, base);
-    int32_t r = f.read_header();
-    if (r < 0) return r;
-    uint32_t ifd = 0, next = 0;
-    r = f.find_page(page, &ifd, kFirstMinEntries, kFirstMaxEntries, kChainMinEntries,
-                    kChainMaxEntries);
-    if (r < 0) return r;
-    std::vector<Field> fields;
-    r = f.read_directory(ifd, &fields, &next);
-    if (r < 0) return r;
     Directory d;
-    parse_directory(f, fields, &d);
+    int32_t r = open_page(f, page, &d);
+    if (r < 0) return r;
     keep_date_and_artist(f, d);
     PageReader reader(f, d, raster, user, header, tile, channel);
     r = reader.run();
@@ -185,17 +192,9 @@ int32_t abic_params(int32_t stream, int32_t page, AbicParams* out) {
     const int32_t here = stream::seek(stream, 0, 1);
     if (here < 0) return here;
     TiffFile f(stream, uint32_t(here));
-    int32_t r = f.read_header();
-    if (r < 0) return r;
-    uint32_t ifd = 0, next = 0;
-    r = f.find_page(uint32_t(std::max(page, 0)), &ifd, kFirstMinEntries, kFirstMaxEntries,
-                    kChainMinEntries, kChainMaxEntries);
-    if (r < 0) return r;
-    std::vector<Field> fields;
-    r = f.read_directory(ifd, &fields, &next);
-    if (r < 0) return r;
     Directory d;
-    parse_directory(f, fields, &d);
+    const int32_t r = open_page(f, uint32_t(std::max(page, 0)), &d);
+    if (r < 0) return r;
     if (!d.strip_offsets.present() || !d.width || !d.length) return kAbicParamsAbsent;
     out->width = int32_t(d.width);
     out->height = int32_t(d.length);

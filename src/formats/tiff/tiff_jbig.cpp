@@ -70,6 +70,14 @@ int32_t PageReader::decode_jbig() {
     if (r < 0) return r;
     if (strip_.empty()) return IMG_ERR_READ;
 
+    // The coder allocates planes as its header (BIH) declares them: only a
+    // single plane no larger than the page gets that far.
+    if (strip_.size() < 20) return IMG_ERR_READ;
+    const uint8_t* bih = strip_.data();
+    const uint32_t xd = load_be32(bih + 4), yd = load_be32(bih + 8), l0 = load_be32(bih + 12);
+    if (bih[0] != 0 || bih[1] > 16 || bih[2] != 1 || xd == 0 || xd > width_ || yd == 0 ||
+        yd > height_ || l0 == 0)
+        return IMG_ERR_BAD_IMAGE;
     JbigDecoder dec;
     jbg_dec_maxsize(&dec.state, width_, height_);
     const size_t block = std::max<size_t>(kIoBlock, raw_row_);
