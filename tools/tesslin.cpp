@@ -232,6 +232,13 @@ int32_t page_header(const std::string& file, int32_t page, IMG_BITMAPINFOHEADER*
     close(fd);
     if (s == IMG_ERR_STOP) s = 0;
     if (s == 0 && out->biWidth <= 0) s = IMG_ERR_BAD_IMAGE;
+    // A tiled page announces one tile: the page's own size comes from its
+    // tile information.
+    int32_t tiles[5];
+    if (s == 0 && IMGLOW_get_tile_info(file.c_str(), tiles, page) >= 0) {
+        out->biWidth = tiles[0];
+        out->biHeight = tiles[1];
+    }
     return s;
 }
 
@@ -419,7 +426,10 @@ private:
     int32_t decode(int32_t page, int32_t count) {
         ProgressScope scope(progress_, count > 1 ? "decoding page " + std::to_string(page)
                                                  : std::string("decoding"));
-        const int32_t h = IMG_decompress_bitmap_page(o_.input.c_str(), page - 1);
+        int32_t tiles[5];
+        const bool tiled = IMGLOW_get_tile_info(o_.input.c_str(), tiles, page - 1) >= 0;
+        const int32_t h = tiled ? IMG_decompress_tiled_bitmap(o_.input.c_str(), page - 1)
+                                : IMG_decompress_bitmap_page(o_.input.c_str(), page - 1);
         if (h < 0) {
             failed(o_.input, "cannot decode page " + std::to_string(page), h);
             return -1;

@@ -1,8 +1,12 @@
 #include "formats/tiff/swap.h"
 
+#if defined(__x86_64__)
 #include <immintrin.h>
+#endif
 
 #include <cstring>
+
+#include "core/cpu.h"
 
 namespace tesslin::tiff {
 namespace {
@@ -26,6 +30,7 @@ void swap32_scalar(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
     }
 }
 
+#if defined(__GNUC__) && defined(__x86_64__)
 // Five pixels (24-bit) or four (32-bit) per 16-byte step; a 24-bit step
 // passes its sixteenth byte through unchanged, so it never spoils the bytes
 // of the next step even when the swap is done in place.
@@ -44,21 +49,22 @@ __attribute__((target("ssse3"))) void swap_ssse3(const uint8_t* src, uint8_t* ds
     else swap32_scalar(src + 4 * x, dst + 4 * x, pixels - x);
 }
 
-bool have_ssse3() {
-    static const bool yes = __builtin_cpu_supports("ssse3");
-    return yes;
-}
+#endif
 
 }  // namespace
 
 void swap_rgb24(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
-    if (have_ssse3()) swap_ssse3<3>(src, dst, pixels);
-    else swap24_scalar(src, dst, pixels);
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (cpu::has_ssse3()) return swap_ssse3<3>(src, dst, pixels);
+#endif
+    swap24_scalar(src, dst, pixels);
 }
 
 void swap_rgb32(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
-    if (have_ssse3()) swap_ssse3<4>(src, dst, pixels);
-    else swap32_scalar(src, dst, pixels);
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (cpu::has_ssse3()) return swap_ssse3<4>(src, dst, pixels);
+#endif
+    swap32_scalar(src, dst, pixels);
 }
 
 }  // namespace tesslin::tiff
