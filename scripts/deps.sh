@@ -9,7 +9,7 @@ packages=(
   zlib1g-dev libjbig-dev libfreetype-dev libfontconfig1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   # independent tools the tests compare against
-  libtiff-tools python3-pil pngcheck libjpeg-turbo-progs poppler-utils ghostscript
+  libtiff-tools python3-pil pngcheck libjpeg-turbo-progs poppler-utils ghostscript netpbm
   # peers the benchmarks measure beside us
   libtiff-dev libjpeg62-turbo-dev libpng-dev
 )

@@ -404,6 +404,42 @@ TESSLIN_API int32_t IMG_decompress_bitmap_page(const char *file, int32_t page);
 TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
 
 /* ------------------------------------------------------------------ */
+/* Raw fax data                                                         */
+/* ------------------------------------------------------------------ */
+
+/* Decode headerless fax data, starting at the stream's position (or at the
+ * start of the block), into a new bitmap handle of `width` pixels.
+ *   mode 2: Group 3 two-dimensional (every row an EOL and a tag bit),
+ *   mode 3: Group 3 one-dimensional with EOL codes (three in a row end the
+ *           page),
+ *   mode 4: Group 4,
+ *   mode 5: bilevel ABIC, mode 6: 4-bit grey ABIC (16-level grey palette),
+ *           through the ABIC module; a height must be given; 100 dpi;
+ *   other: Modified Huffman with no EOL handling and no row alignment.
+ * fill_order 2: the first pixel of each byte is its least significant bit;
+ * any other value: its most significant bit.
+ * height > 0: that many rows; rows after the end of the page are white
+ * (Group 4: repeats of the last row). height 0: decoding stops at the end
+ * of the page (RTC, EOFB, or where nothing but padding is left of the data)
+ * and the bitmap is as tall as the rows found, not padded.
+ * The image is bilevel, held as run records, resolution 0. The decode
+ * settings apply as for IMG_decompress_bitmap (reduction, rectangle,
+ * progress).
+ * The _mem variant reads a block of the library's allocator within its
+ * size; any other address is read ahead (up to 30,000 bytes past the data)
+ * under the fault guard, so with height 0 such a block must hold an RTC or
+ * EOFB, and a fault gives -38.
+ * Returns the handle, or -3 for a width below 1 or above 16,777,216 or a
+ * negative height, -12 when the data holds no row (or, with a height, too
+ * few bytes for that many rows), -37 when the ABIC module cannot be loaded,
+ * -1 when memory runs out, -38 for a stream fault, or the status of the
+ * progress callback. Nothing is left behind on failure. */
+TESSLIN_API int32_t IMG_decompress_fax(int32_t stream, int32_t width, int32_t height,
+                                       int32_t mode, int32_t fill_order);
+TESSLIN_API int32_t IMG_decompress_fax_mem(const void *block, int32_t width, int32_t height,
+                                           int32_t mode, int32_t fill_order);
+
+/* ------------------------------------------------------------------ */
 /* Saving                                                               */
 /* ------------------------------------------------------------------ */
 

@@ -45,9 +45,14 @@ int32_t abic_fallback(int32_t stream, int32_t page, AbicParamReader tiff_reader,
     if (r == kAbicParamsAbsent && modca_reader) r = modca_reader(stream, page, &p);
     if (r == kAbicParamsAbsent) return IMG_ERR_COMPRESSION;
     if (r < 0) return r;
+    return abic_decode_image(stream, p);
+}
+
+int32_t abic_decode_image(int32_t stream, const AbicParams& p) {
     if (p.width < 1 || p.height < 1 || (p.bits != 1 && p.bits != 4 && p.bits != 8))
         return IMG_ERR_BAD_IMAGE;
 
+    int32_t r = 0;
     const uint32_t bits = uint32_t(p.bits);
     const uint64_t rb = row_bytes64(uint64_t(p.width), bits);
     const uint64_t pixel_bytes = rb * uint64_t(p.height);

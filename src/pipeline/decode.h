@@ -68,4 +68,11 @@ int32_t decode_tiled(int32_t stream, uint32_t offset, int32_t page, const TileIn
 int32_t abic_fallback(int32_t stream, int32_t page, AbicParamReader tiff_reader,
                       AbicParamReader modca_reader);
 
+// The second half of the fallback, for data whose parameters are known (the
+// ABIC modes of IMG_decompress_fax): the ABIC module decodes the data at the
+// stream's position into an assembled DIB (1 bit: palette white, black; 4
+// and 8 bits: grey ramp, from bit-plane rows), which is decoded into a new
+// handle. The handle, or -3 for bad parameters, -37 without the module, -1.
+int32_t abic_decode_image(int32_t stream, const AbicParams& params);
+
 }  // namespace tesslin

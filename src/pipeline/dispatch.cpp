@@ -11,8 +11,11 @@
 #include <cstring>
 
 #include "formats/bmp/bmp.h"
+#include "formats/cals/cals.h"
+#include "formats/faxcontainers/faxcontainers.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/png/png.h"
+#include "formats/rawfax/rawfax.h"
 #include "formats/tiff/tiff.h"
 #include "pipeline/plugins.h"
 #include "pipeline/probes.h"
@@ -43,10 +46,10 @@ constexpr DecoderEntry kDecoders[] = {
     {".wmf", nullptr},  // metafile reader
     {".eps", nullptr},  // EPS preview reader
     {".dcx", nullptr},  // DCX reader
-    {".cal", nullptr},  // CALS reader
-    {".lsd", nullptr},  // LSD reader
+    {".cal", cals::decode},
+    {".lsd", faxcontainers::decode_lsd},
     {".pcd", nullptr},  // Photo CD reader
-    {".kfx", nullptr},  // KFX reader
+    {".kfx", faxcontainers::decode_kfx},
     {".dcm", nullptr},  // DICOM reader
     {".fxs", nullptr},  // FXS reader
     {".pdf", plugins::decode_pdf},
@@ -59,7 +62,7 @@ constexpr DecoderEntry kDecoders[] = {
     {".gx2", nullptr},  // GX2 reader
     {".clp", nullptr},  // clipboard reader
     {".img", nullptr},  // GEM IMG reader
-    {".btr", nullptr},  // BTR reader
+    {".btr", faxcontainers::decode_btr},
     {".msp", nullptr},  // Microsoft Paint reader
     {".cut", nullptr},  // CUT reader
     {".xbm", nullptr},  // X bitmap reader
@@ -69,12 +72,12 @@ constexpr DecoderEntry kDecoders[] = {
     {".txt", nullptr},  // text renderer
     {".mac", nullptr},  // MacPaint reader
     {".psd", nullptr},  // Photoshop reader
-    {".imt", nullptr},  // IMT reader
+    {".imt", faxcontainers::decode_imt},
     {".ncr", nullptr},  // NCR reader
     {".fpx", plugins::decode_doc},
     {".jed", nullptr},  // JED reader
     {".sct", nullptr},  // Scitex reader
-    {".mag", nullptr},  // MAG reader
+    {".mag", faxcontainers::decode_mag},
     {".cim", nullptr},  // CIM reader
     {".pcl", plugins::decode_pcl},
 };
@@ -113,25 +116,25 @@ constexpr EncoderEntry kEncoders[] = {
     {12, bmp::encode, 12},
     {15, nullptr, 0},  // PICT
     {14, nullptr, 0},  // EPS with TIFF preview
-    {18, nullptr, 0},  // CALS
+    {18, cals::encode, 0},
     {25, nullptr, 0},  // icon
     {27, nullptr, 0},  // clipboard
-    {33, nullptr, 0},  // raw Group 3, variant 1
-    {34, nullptr, 0},  // raw Group 4, variant 1
+    {33, rawfax::encode, 33},  // raw Group 3, bit-reversed
+    {34, rawfax::encode, 34},  // raw Group 4, bit-reversed
     {20, nullptr, 0},  // X bitmap
     {35, nullptr, 0},  // X pixmap
     {36, nullptr, 0},  // X window dump
     {37, nullptr, 0},  // Sun raster
     {41, nullptr, 0},  // Photoshop
-    {42, nullptr, 0},  // IMT
+    {42, faxcontainers::encode_imt, 0},
     {26, nullptr, 0},  // IFF
-    {29, nullptr, 0},  // BTR
+    {29, faxcontainers::encode_btr, 0},
     {24, nullptr, 0},  // IOCA
     {49, nullptr, 0},  // MO:DCA, variant 0
     {74, nullptr, 1},  // MO:DCA, variant 1
     {51, tiff::encode, 51},
-    {53, nullptr, 0},  // raw Group 3, variant 0
-    {52, nullptr, 0},  // raw Group 4, variant 0
+    {53, rawfax::encode, 53},  // raw Group 3
+    {52, rawfax::encode, 52},  // raw Group 4
     {76, nullptr, 0},  // PCL mode 2 rows
     {60, nullptr, 0},  // Scitex CT
     {63, nullptr, 0},  // EPS level 2, run-length or JPEG
@@ -153,7 +156,7 @@ constexpr PageEntry kPageCounters[] = {
     {"txt", nullptr, true},  // text page count
     {"pcd", nullptr, true},  // Photo CD image count
     {"gif", nullptr, true},  // GIF image count
-    {"mag", nullptr, false},  // MAG page count
+    {"mag", faxcontainers::count_mag_pages, false},
     {"cod", nullptr, false},  // COD page count
     {"cim", nullptr, false},  // CIM page count
     {"cif", nullptr, false},  // CIF page count

@@ -65,6 +65,16 @@ enum FaxMode : int32_t {
 // a reader decoding several strips through it sets this flag on every call
 // but the last.
 constexpr uint32_t kFaxNoRepeatToHeight = 1;
+// Deliver only the rows the data holds, for callers that do not know the
+// page length (raw fax with no height given): the call ends at the end of
+// the page without white or repeated rows after it. The page ends where a
+// row would begin and nothing but zero bits is left of the data (padding),
+// at three EOL codes in a row (Group 3 one-dimensional), at an EOL right
+// after a row's EOL and tag bit (two-dimensional RTC), at an EOL where a
+// Group 4 row would begin (EOFB), or when the data runs out before a row
+// has any run. A row cut short by the end of the data is still delivered.
+// The caller counts the rows it receives; params.height only caps them.
+constexpr uint32_t kFaxStopAtPageEnd = 2;
 
 // Widths above this are refused with IMG_ERR_BAD_IMAGE by decoders and
 // encoders (the work lists grow with the width).
@@ -77,7 +87,7 @@ struct FaxParams {
     uint32_t fill_order = 1;   // 1: first pixel in the high bit of a byte; 2: in the low bit
     uint32_t no_inversion = 1; // 0: rows are delivered inverted (white as 0 bits)
     uint32_t data_length = 0;  // memory modes: bytes of coded data at `data`
-    uint32_t flags = 0;        // kFaxNoRepeatToHeight
+    uint32_t flags = 0;        // kFaxNoRepeatToHeight, kFaxStopAtPageEnd
 };
 
 // The three decoders take the same arguments:

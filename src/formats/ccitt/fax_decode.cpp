@@ -211,6 +211,18 @@ int hunt_eol(BitReader& reader, const DecodeTables& t) {
     return kNoEol;
 }
 
+// With kFaxStopAtPageEnd, tested where a row would begin: true when nothing
+// but zero bits is left of the data (padding), or, with eol_ends, when 11
+// zero bits lie ahead: an EOL, with or without fill before it, which no row
+// starts with (RTC after a 2-D row's tag bit, EOFB in Group 4).
+bool page_ends_here(BitReader& reader, bool eol_ends) {
+    BitCursor br(reader);
+    br.refill();
+    const uint32_t zeros = br.leading_zeros();
+    if (br.end_loaded() && int64_t(zeros) >= br.real_bits()) return true;
+    return eol_ends && zeros >= 11;
+}
+
 // State of one decoder call: the two change lists, the row or record buffer
 // and the callback.
 class Session {
@@ -345,13 +357,16 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
         data, params, stream, mode == kModeMhMemory, 0x00, line, user,
         [&](Session& s, BitReader& br) -> int32_t {
             const DecodeTables& t = decode_tables();
+            const bool to_page_end = (params.flags & kFaxStopAtPageEnd) != 0;
             uint32_t index = first_row;
             int eols = 0;
             while (index < end) {
+                if (to_page_end && page_ends_here(br, false)) return 0;
                 bool page_end = false;
                 const uint32_t n =
                     decode_1d_row(br, t, s.cur(), s.width(), mode == kModeG3, eols, page_end);
                 if (page_end) break;
+                if (to_page_end && n == 0 && br.exhausted()) return 0;
                 const int32_t go_on = s.next_packed(n, index++, br);
                 if (go_on <= 0) {
                     if (go_on < 0) return go_on;
@@ -366,7 +381,7 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                 }
             }
             // End of the page: the call's remaining rows are white.
-            return s.deliver_white(index, end);
+            return to_page_end ? 0 : s.deliver_white(index, end);
         });
 }
 
@@ -381,6 +396,7 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
         data, params, stream, mode != kModeG3Mr, 0x00, line, user,
         [&](Session& s, BitReader& br) -> int32_t {
             const DecodeTables& t = decode_tables();
+            const bool to_page_end = (params.flags & kFaxStopAtPageEnd) != 0;
             uint32_t index = first_row;
             for (uint32_t nth = 0; index < end; ++nth) {
                 bool one_d = false;
@@ -398,11 +414,13 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                     if (br.exhausted()) break;
                     one_d = mode == kModeMrPlain ? nth == 0 : tag == 1;
                 }
+                if (to_page_end && page_ends_here(br, true)) return 0;
                 uint32_t n;
                 if (one_d) {
                     int eols = 0;
                     bool page_end = false;
                     n = decode_1d_row(br, t, s.cur(), s.width(), false, eols, page_end);
+                    if (to_page_end && n == 0 && br.exhausted()) return 0;
                 } else {
                     n = decode_2d_row(br, t, s.ref(), s.cur(), s.width());
                 }
@@ -412,7 +430,7 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
                     break;
                 }
             }
-            return s.deliver_white(index, end);
+            return to_page_end ? 0 : s.deliver_white(index, end);
         });
 }
 
@@ -427,8 +445,10 @@ int32_t fax_decode_g4(const uint8_t* data, uint32_t row_count, uint32_t first_ro
         data, params, stream, mode == kModeG4Memory, 0xFF, line, user,
         [&](Session& s, BitReader& br) -> int32_t {
             const DecodeTables& t = decode_tables();
+            const bool to_page_end = (params.flags & kFaxStopAtPageEnd) != 0;
             uint32_t index = first_row;
             while (index < end) {
+                if (to_page_end && page_ends_here(br, true)) return 0;
                 s.finish_row(decode_2d_row(br, t, s.ref(), s.cur(), s.width()));
                 if (int32_t st = s.deliver_record(index++); st < 0) return st;
                 if (br.exhausted()) break;
@@ -436,7 +456,7 @@ int32_t fax_decode_g4(const uint8_t* data, uint32_t row_count, uint32_t first_ro
             }
             // Rows after the data ended, and unless asked otherwise every row
             // after the call's last one up to the height, repeat the last row.
-            if (index == first_row) return 0;
+            if (index == first_row || to_page_end) return 0;
             const uint32_t stop = (params.flags & kFaxNoRepeatToHeight) ? end : params.height;
             for (; index < stop; ++index)
                 if (int32_t st = s.deliver_record(index); st < 0) return st;

@@ -174,6 +174,14 @@ public:
     bool exhausted() const { return s_.nbits < s_.fill_bits; }
     // Moves to the next byte boundary of the coded data.
     void skip_to_byte() { consume(unsigned(s_.nbits & 7)); }
+    // Bits of real data ahead in the window (fill excluded). When the end
+    // of the data has not been loaded yet there are at least 56 after a
+    // refill.
+    int64_t real_bits() const { return s_.nbits > s_.fill_bits ? s_.nbits - s_.fill_bits : 0; }
+    // True once the window reaches the end of the data.
+    bool end_loaded() const { return s_.fill_bits != 0; }
+    // How many of the bits ahead are 0 bits in a row (up to 64).
+    uint32_t leading_zeros() const { return s_.acc ? uint32_t(__builtin_clzll(s_.acc)) : 64; }
     // How many of the available bits ahead are 1 bits in a row.
     uint32_t leading_ones() const {
         const uint64_t zeros = ~s_.acc;
