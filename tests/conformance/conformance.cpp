@@ -11,6 +11,9 @@
 // status is non-zero when any row fails or passes while listed. --doc writes
 // the per-format table to a Markdown file; --check-doc fails when that file
 // does not hold the current table.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -278,6 +281,29 @@ Result compare(int handle, const Raster& ref, const std::string& rule) {
 
 // ---- Running a row ---------------------------------------------------------
 
+// The number after `key` in a manifest note ("... width 1728 height 2200"),
+// or 0.
+int32_t note_value(const std::string& note, const std::string& key) {
+    const size_t at = note.find(key + " ");
+    return at == std::string::npos ? 0 : std::atoi(note.c_str() + at + key.size() + 1);
+}
+
+// Raw fax data carries no header: IMG_decompress_fax with the width and
+// height of the row's note and the coding of the file's extension (.g3 one-
+// dimensional Group 3, mode 3; .g32d two-dimensional Group 3, mode 2; .g4
+// Group 4, mode 4), most significant bit first.
+int32_t decode_raw(const std::string& path, const Row& row) {
+    const std::string ext = path.substr(path.find_last_of('.') + 1);
+    const int32_t mode = ext == "g3" ? 3 : ext == "g32d" ? 2 : ext == "g4" ? 4 : -1;
+    if (mode < 0) return IMG_ERR_UNSUPPORTED;
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return IMG_ERR_OPEN;
+    const int32_t h = IMG_decompress_fax(fd, note_value(row.note, "width"),
+                                         note_value(row.note, "height"), mode, 1);
+    close(fd);
+    return h;
+}
+
 Result run_row(const std::string& corpus, const Row& row) {
     const std::string path = corpus + "/" + row.file;
     if (!row.format_code.empty()) {
@@ -296,11 +322,11 @@ Result run_row(const std::string& corpus, const Row& row) {
         }
         return {true, std::string("refused with ") + IMG_status_name(h)};
     }
-    if (row.format_code.empty()) return {false, "raw data: decoded by the fax tests, not here"};
-    // Tiled pages are assembled tile by tile.
+    // Raw fax data through IMG_decompress_fax; tiled pages tile by tile.
     const bool tiled = row.note.rfind("tiled", 0) == 0;
-    int32_t h = tiled ? IMG_decompress_tiled_bitmap(path.c_str(), row.page)
-                      : IMG_decompress_bitmap_page(path.c_str(), row.page);
+    int32_t h = row.format_code.empty() ? decode_raw(path, row)
+                : tiled                 ? IMG_decompress_tiled_bitmap(path.c_str(), row.page)
+                                        : IMG_decompress_bitmap_page(path.c_str(), row.page);
     if (h < 0)
         return {false, std::string("decode failed: ") + IMG_status_name(h) + " (" +
                            std::to_string(h) + ")"};
