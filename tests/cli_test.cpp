@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "fax_test_util.h"
 #include "tesslin/tesslin.h"
 #include "test_util.h"
 
@@ -202,6 +203,47 @@ TEST(Cli, AllPagesOfASinglePageFormatAreNumbered) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(exists(out)) << "one page: the output name as given";
     unlink(out.c_str());
+}
+
+// Headerless fax data through IMG_decompress_fax: the geometry comes from
+// the command line, with the height found at the end of the page when it is
+// not given.
+TEST(Cli, ConvertRawFax) {
+    namespace t = tesslin::test;
+    const std::string out = temp_dir() + "/cli-raw.bmp";
+    CliRun r = run_cli("convert --raw-fax 4 --width 1728 " + quote(corpus("doc/page.g4")) + " " +
+                       quote(out));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(out.c_str()), t::corpus_page()), "");
+    unlink(out.c_str());
+
+    const std::string reversed = temp_dir() + "/cli-raw-reversed.g3";
+    t::write_file(reversed, t::bit_reversed(t::read_file(corpus("doc/page.g3"))));
+    const std::string cal = temp_dir() + "/cli-raw.cal";
+    r = run_cli("convert " + quote(reversed) + " " + quote(cal) +
+                " --raw-fax 3 --width 1728 --height 2200 --fill-order 2");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_filetype(cal.c_str()), 18);
+    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(cal.c_str()), t::corpus_page()), "");
+    unlink(cal.c_str());
+
+    // Data that holds no row fails and leaves nothing behind.
+    std::ofstream(reversed, std::ios::trunc);
+    r = run_cli("convert --raw-fax 4 --width 1728 " + quote(reversed) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot decode page 1: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("(IMG_ERR_READ, -12)"), std::string::npos) << r.err;
+    EXPECT_EQ(leftovers(out), 0);
+    unlink(reversed.c_str());
+
+    const std::string in = quote(corpus("doc/page.g4"));
+    for (const std::string& bad :
+         {"--raw-fax 4 " + in + " o.bmp", "--width 1728 " + in + " o.bmp",
+          "--raw-fax 4 --width 0 " + in + " o.bmp", "--raw-fax 4 --width 1728 --height -1 " + in + " o.bmp",
+          "--raw-fax 4 --width 1728 --fill-order 3 " + in + " o.bmp",
+          "--raw-fax x --width 1728 " + in + " o.bmp", "--raw-fax 4 --width 1728 --page 2 " + in + " o.bmp",
+          "--raw-fax 4 --width 1728 --all-pages " + in + " o.bmp"})
+        EXPECT_EQ(run_cli("convert " + bad).status, 2) << bad;
 }
 
 TEST(Cli, HelpVersionAndFormats) {

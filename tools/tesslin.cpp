@@ -60,6 +60,8 @@ const char* const kInfoHelp =
 
 const char* const kConvertHelp =
     "usage: tesslin convert INPUT OUTPUT [--page N | --all-pages] [--format F] [--quality Q]\n"
+    "       tesslin convert --raw-fax MODE --width W [--height H] [--fill-order 1|2]\n"
+    "                       INPUT OUTPUT [--format F]\n"
     "\n"
     "Decodes a page of INPUT (page 1 by default) and saves it as OUTPUT.\n"
     "  --page N       the page to convert, counting from 1\n"
@@ -71,6 +73,15 @@ const char* const kConvertHelp =
     "                 format follows the output's extension, and .tif/.tiff gives\n"
     "                 Group 4 for bilevel pages and LZW for others\n"
     "  --quality Q    JPEG quality 1..100 (default: the library's tables)\n"
+    "\n"
+    "Raw fax data (no header) is decoded with the geometry given:\n"
+    "  --raw-fax MODE    2: Group 3 two-dimensional, 3: Group 3 one-dimensional with\n"
+    "                    EOL codes, 4: Group 4, 5/6: ABIC (through the ABIC module),\n"
+    "                    other values: Modified Huffman without EOL codes\n"
+    "  --width W         pixels per row\n"
+    "  --height H        rows; 0 or absent: up to the end of the page\n"
+    "  --fill-order 1|2  1 (default): first pixel in the high bit of each byte,\n"
+    "                    2: in the low bit\n"
     "\n"
     "The output is written to a temporary file beside it and renamed when complete:\n"
     "a failed conversion leaves no output behind and an existing OUTPUT untouched.\n";
@@ -330,6 +341,9 @@ struct ConvertOptions {
     int32_t page = 1;
     bool all_pages = false;
     int32_t quality = -1;
+    // Raw fax input (IMG_decompress_fax).
+    bool raw_fax = false;
+    int32_t raw_mode = 0, raw_width = 0, raw_height = 0, raw_fill_order = 1;
 };
 
 // A name in the output's directory for writing before the rename. It must
@@ -366,7 +380,8 @@ public:
 
     int run() {
         int32_t first = o_.page, last = o_.page;
-        const int32_t pages = IMGLOW_get_pages(o_.input.c_str());
+        // Raw fax data has one page and no header to read beforehand.
+        const int32_t pages = o_.raw_fax ? 1 : IMGLOW_get_pages(o_.input.c_str());
         if (pages < 1)
             return failed(o_.input, "cannot count pages", pages < 0 ? pages : IMG_ERR_NO_PAGE);
         if (o_.all_pages) {
@@ -379,7 +394,9 @@ public:
         }
         if (o_.quality >= 0) IMGLOW_set_comp_quality(o_.quality);
         IMG_BITMAPINFOHEADER first_header{};
-        if (int32_t s = page_header(o_.input, first - 1, &first_header))
+        if (o_.raw_fax)
+            first_header.biBitCount = o_.raw_mode == 6 ? 4 : 1;
+        else if (int32_t s = page_header(o_.input, first - 1, &first_header))
             return failed(o_.input, "cannot decode page " + std::to_string(first), s);
         const int32_t code = choose_code(first_header.biBitCount);
         if (code == kUnknownFormat) return kUsageError;
@@ -427,13 +444,24 @@ private:
         ProgressScope scope(progress_, count > 1 ? "decoding page " + std::to_string(page)
                                                  : std::string("decoding"));
         int32_t tiles[5];
-        const bool tiled = IMGLOW_get_tile_info(o_.input.c_str(), tiles, page - 1) >= 0;
-        const int32_t h = tiled ? IMG_decompress_tiled_bitmap(o_.input.c_str(), page - 1)
-                                : IMG_decompress_bitmap_page(o_.input.c_str(), page - 1);
+        const int32_t h =
+            o_.raw_fax ? decode_raw_fax()
+            : IMGLOW_get_tile_info(o_.input.c_str(), tiles, page - 1) >= 0
+                ? IMG_decompress_tiled_bitmap(o_.input.c_str(), page - 1)
+                : IMG_decompress_bitmap_page(o_.input.c_str(), page - 1);
         if (h < 0) {
             failed(o_.input, "cannot decode page " + std::to_string(page), h);
             return -1;
         }
+        return h;
+    }
+
+    int32_t decode_raw_fax() {
+        const int fd = open(o_.input.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return IMG_ERR_OPEN;
+        const int32_t h = IMG_decompress_fax(fd, o_.raw_width, o_.raw_height, o_.raw_mode,
+                                             o_.raw_fill_order);
+        close(fd);
         return h;
     }
 
@@ -483,7 +511,7 @@ int cmd_convert(int argc, char** argv) {
     if (wants_help(argc, argv)) return std::fputs(kConvertHelp, stdout), 0;
     ConvertOptions o;
     std::vector<std::string> names;
-    bool page_given = false;
+    bool page_given = false, raw_options = false;
     for (int i = 0; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
@@ -502,6 +530,27 @@ int cmd_convert(int argc, char** argv) {
             const char* v = value();
             if (!v || !parse_int(v, &o.quality) || o.quality < 1 || o.quality > 100)
                 return usage_error("--quality needs a value from 1 to 100", "convert");
+        } else if (a == "--raw-fax") {
+            const char* v = value();
+            if (!v || !parse_int(v, &o.raw_mode))
+                return usage_error("--raw-fax needs a mode number", "convert");
+            o.raw_fax = true;
+        } else if (a == "--width") {
+            const char* v = value();
+            if (!v || !parse_int(v, &o.raw_width) || o.raw_width < 1)
+                return usage_error("--width needs a number of pixels from 1", "convert");
+            raw_options = true;
+        } else if (a == "--height") {
+            const char* v = value();
+            if (!v || !parse_int(v, &o.raw_height) || o.raw_height < 0)
+                return usage_error("--height needs a number of rows from 0", "convert");
+            raw_options = true;
+        } else if (a == "--fill-order") {
+            const char* v = value();
+            if (!v || !parse_int(v, &o.raw_fill_order) ||
+                (o.raw_fill_order != 1 && o.raw_fill_order != 2))
+                return usage_error("--fill-order needs 1 or 2", "convert");
+            raw_options = true;
         } else if (a.size() > 1 && a[0] == '-') {
             return usage_error("unknown option " + a, "convert");
         } else {
@@ -511,6 +560,11 @@ int cmd_convert(int argc, char** argv) {
     if (names.size() != 2) return usage_error("convert needs an input and an output", "convert");
     if (page_given && o.all_pages)
         return usage_error("--page and --all-pages exclude each other", "convert");
+    if (raw_options && !o.raw_fax)
+        return usage_error("--width, --height and --fill-order go with --raw-fax", "convert");
+    if (o.raw_fax && o.raw_width < 1) return usage_error("--raw-fax needs --width", "convert");
+    if (o.raw_fax && (page_given || o.all_pages))
+        return usage_error("raw fax data has one page: no --page or --all-pages", "convert");
     o.input = names[0];
     o.output = names[1];
     if (access(o.input.c_str(), R_OK) != 0) return fail(o.input, "cannot open", IMG_ERR_OPEN);
