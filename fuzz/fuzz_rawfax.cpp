@@ -27,7 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         void* out = tesslin_block_alloc(room);
         const int32_t n = IMG_save_bitmap_mem(h, out, code);
         if (n > 0) {
-            const int32_t back = IMG_decompress_fax_mem(out, w, 0, code == 52 ? 4 : 3, 1);
+            // A block of exactly the bytes written: nothing after them.
+            void* coded = tesslin_block_alloc(uint32_t(n));
+            std::memcpy(coded, out, size_t(n));
+            const int32_t back = IMG_decompress_fax_mem(coded, w, 0, code == 52 ? 4 : 3, 1);
+            tesslin_block_free(coded);
             // Our own output decodes to the same rows, the page's end found.
             fax_fuzz::check(back >= 0);
             int32_t bw = 0, bh = 0, bb = 0;

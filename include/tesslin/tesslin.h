@@ -410,18 +410,18 @@ TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
 /* Decode headerless fax data, starting at the stream's position (or at the
  * start of the block), into a new bitmap handle of `width` pixels.
  *   mode 2: Group 3 two-dimensional (every row an EOL and a tag bit),
- *   mode 3: Group 3 one-dimensional with EOL codes (three in a row end the
- *           page),
+ *   mode 3: Group 3 one-dimensional with EOL codes,
  *   mode 4: Group 4,
  *   mode 5: bilevel ABIC, mode 6: 4-bit grey ABIC (16-level grey palette),
  *           through the ABIC module; a height must be given; 100 dpi;
  *   other: Modified Huffman with no EOL handling and no row alignment.
  * fill_order 2: the first pixel of each byte is its least significant bit;
  * any other value: its most significant bit.
- * height > 0: that many rows; rows after the end of the page are white
- * (Group 4: repeats of the last row). height 0: decoding stops at the end
- * of the page (RTC, EOFB, or where nothing but padding is left of the data)
- * and the bitmap is as tall as the rows found, not padded.
+ * height > 0: that many rows; rows after the end of the page (three EOL
+ * codes in a row) are white (Group 4: repeats of the last row). height 0:
+ * decoding stops at the end of the page (RTC: an EOL right after a row's
+ * EOL; EOFB; or where nothing but padding is left of the data) and the
+ * bitmap is as tall as the rows found, not padded.
  * The image is bilevel, held as run records, resolution 0. The decode
  * settings apply as for IMG_decompress_bitmap (reduction, rectangle,
  * progress).

@@ -69,10 +69,10 @@ constexpr uint32_t kFaxNoRepeatToHeight = 1;
 // page length (raw fax with no height given): the call ends at the end of
 // the page without white or repeated rows after it. The page ends where a
 // row would begin and nothing but zero bits is left of the data (padding),
-// at three EOL codes in a row (Group 3 one-dimensional), at an EOL right
-// after a row's EOL and tag bit (two-dimensional RTC), at an EOL where a
-// Group 4 row would begin (EOFB), or when the data runs out before a row
-// has any run. A row cut short by the end of the data is still delivered.
+// at an EOL right after a row's EOL (Group 3 one-dimensional RTC, or the two
+// EOLs fax_encode_1d ends with), at an EOL right after a row's EOL and tag
+// bit (two-dimensional RTC), at an EOL where a Group 4 row would begin
+// (EOFB), or when the data runs out before a row has any run. A row cut short by the end of the data is still delivered.
 // The caller counts the rows it receives; params.height only caps them.
 constexpr uint32_t kFaxStopAtPageEnd = 2;
 

@@ -361,7 +361,10 @@ int32_t fax_decode_1d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
             uint32_t index = first_row;
             int eols = 0;
             while (index < end) {
-                if (to_page_end && page_ends_here(br, false)) return 0;
+                // Group 3: an EOL right after the previous row's EOL (no
+                // row between them) starts the RTC.
+                if (to_page_end && page_ends_here(br, mode == kModeG3 && index > first_row))
+                    return 0;
                 bool page_end = false;
                 const uint32_t n =
                     decode_1d_row(br, t, s.cur(), s.width(), mode == kModeG3, eols, page_end);
