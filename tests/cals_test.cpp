@@ -56,14 +56,7 @@ TEST(Cals, ReadsThePelCountFromAnyOfItsRecords) {
     variants.push_back(moved7);
     for (const auto& records : variants) {
         SCOPED_TRACE(records[6] + " | " + records[7] + " | " + records[8]);
-        const std::vector<uint8_t> file = with_data(cals_header(records), corpus_g4());
-        void* block = to_block(file);
-        EXPECT_EQ(IMGLOW_get_filetype_mem(block), 18);
-        tesslin_block_free(block);
-        const int32_t h = decode_block(file);
-        ASSERT_GE(h, 0);
-        EXPECT_EQ(dpi_of(h), 200);
-        EXPECT_EQ(take_difference(h, corpus_page()), "");
+        expect_file_decodes(with_data(cals_header(records), corpus_g4()), 18, 200, corpus_page());
     }
 }
 

@@ -89,14 +89,7 @@ TEST(FaxContainers, ImtReadsBothCodingsAndBitOrders) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.compression) + "/" + std::to_string(c.bit_order));
-        const auto file = imt_file(c.compression, c.bit_order, c.data);
-        void* block = to_block(file);
-        EXPECT_EQ(IMGLOW_get_filetype_mem(block), 42);
-        tesslin_block_free(block);
-        const int32_t h = decode_block(file);
-        ASSERT_GE(h, 0);
-        EXPECT_EQ(x_dpi(h), 204);
-        EXPECT_EQ(take_difference(h, corpus_page()), "");
+        expect_file_decodes(imt_file(c.compression, c.bit_order, c.data), 42, 204, corpus_page());
     }
     // A compression the reader does not know: the header, no rows, status 0.
     const auto other = imt_file(2, 1, bit_reversed(corpus_g4()));
@@ -162,13 +155,10 @@ std::vector<uint8_t> btr_file(uint8_t coding, const std::vector<uint8_t>& data) 
 
 TEST(FaxContainers, BtrReadsGroup3AndGroup4) {
     const auto g3 = btr_file(1, corpus_g3());
-    int32_t h = decode_block(g3);
-    ASSERT_GE(h, 0);
-    EXPECT_EQ(x_dpi(h), 200);
-    EXPECT_EQ(take_difference(h, corpus_page()), "");
+    expect_file_decodes(g3, 29, 200, corpus_page());
     // Coding 3 is Group 4; detection only knows coding 1, so the reader is
     // asked directly.
-    h = decode_with(faxcontainers::decode_btr, btr_file(3, corpus_g4()));
+    const int32_t h = decode_with(faxcontainers::decode_btr, btr_file(3, corpus_g4()));
     EXPECT_EQ(take_difference(h, corpus_page()), "");
     EXPECT_EQ(decode_block(std::vector<uint8_t>(g3.begin(), g3.begin() + 127)), IMG_ERR_READ);
 }
@@ -211,13 +201,7 @@ TEST(FaxContainers, KfxReadsGroup4AtItsDataOffset) {
     le16(f, 14, kCorpusHeight);
     f.resize(512, 0);
     append(f, bit_reversed(corpus_g4()));
-    void* block = to_block(f);
-    EXPECT_EQ(IMGLOW_get_filetype_mem(block), 23);
-    tesslin_block_free(block);
-    const int32_t h = decode_block(f);
-    ASSERT_GE(h, 0);
-    EXPECT_EQ(x_dpi(h), 0);
-    EXPECT_EQ(take_difference(h, corpus_page()), "");
+    expect_file_decodes(f, 23, 0, corpus_page());
     EXPECT_EQ(decode_block(std::vector<uint8_t>(f.begin(), f.begin() + 21)), IMG_ERR_READ);
     EXPECT_EQ(decode_block(std::vector<uint8_t>(f.begin(), f.begin() + 512)), IMG_ERR_READ);
 }

@@ -104,6 +104,21 @@ inline std::string take_difference(int32_t handle, const Page& want) {
     return d;
 }
 
+// A file in memory is identified as `code`, decodes with the resolution
+// given, and holds exactly the page.
+inline void expect_file_decodes(const std::vector<uint8_t>& file, int32_t code, int32_t dpi,
+                                const Page& want) {
+    void* block = to_block(file);
+    EXPECT_EQ(IMGLOW_get_filetype_mem(block), code);
+    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    tesslin_block_free(block);
+    ASSERT_GE(h, 0);
+    std::vector<uint8_t> header(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(h, header.data());
+    EXPECT_EQ(reinterpret_cast<const DibHeader*>(header.data())->biXPelsPerMeter, dpi);
+    EXPECT_EQ(take_difference(h, want), "");
+}
+
 // A scratch file path under the test's temporary directory.
 inline std::string scratch(const std::string& name) {
     return (std::filesystem::temp_directory_path() / ("tesslin-fax-" + name)).string();

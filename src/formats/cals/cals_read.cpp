@@ -116,13 +116,8 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     const int32_t density = parse_density(field);
 
     if (int32_t s = stream::seek(stream, int32_t(base + kHeaderBytes), 0); s < 0) return s;
-    ccitt::FaxParams params;
-    params.width = width;
-    params.height = height;
-    params.mode = ccitt::kModeG4;
-    params.fill_order = 1;
-    params.no_inversion = 1;
-    return ccitt::decode_page(params, density, density, nullptr, stream, raster, user, header);
+    return ccitt::decode_page(ccitt::page_params(width, height, ccitt::kModeG4, 1), density,
+                              density, nullptr, stream, raster, user, header);
 }
 
 }  // namespace tesslin::cals

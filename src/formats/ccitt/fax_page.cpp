@@ -29,6 +29,16 @@ BilevelHeader bilevel_header(uint32_t width, uint32_t height, int32_t x_dpi, int
     return h;
 }
 
+FaxParams page_params(uint32_t width, uint32_t height, int32_t mode, uint32_t fill_order) {
+    FaxParams p;
+    p.width = width;
+    p.height = height;
+    p.mode = mode;
+    p.fill_order = fill_order;
+    p.no_inversion = 1;
+    return p;
+}
+
 int64_t bytes_from(int32_t stream, uint32_t offset) {
     const int64_t capacity = stream::capacity(stream);
     if (capacity < 0) return -1;

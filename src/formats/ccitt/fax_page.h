@@ -35,6 +35,9 @@ int64_t bytes_from(int32_t stream, uint32_t offset);
 // cut short (no data at all is the plainest case). 0 otherwise.
 int32_t check_page(int64_t width, int64_t height, int64_t data_bytes);
 
+// Parameters of a page decoded whole: rows delivered white = 1, no strips.
+FaxParams page_params(uint32_t width, uint32_t height, int32_t mode, uint32_t fill_order);
+
 // Announces the page's header through `header` after check_page against
 // `data_bytes` bytes of coded data. Returns 0 to go on, or the negative
 // status of the check or of the header callback.

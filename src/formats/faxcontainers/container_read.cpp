@@ -17,11 +17,16 @@ struct Page {
     uint64_t data_at = 0;  // absolute stream offset of the coded data
 };
 
-// The header's offset: the position, or the stream's position when bit 31
-// is set. Negative: the stream's status.
-int64_t header_base(uint32_t position, int32_t stream) {
-    if (!position_is_page(position)) return position;
-    return stream::seek(stream, 0, 1);
+// Reads the first n bytes of a header: at the position, or at the stream's
+// position when bit 31 is set. Returns the header's offset, or the negative
+// status (-12 when the stream ends first).
+int64_t read_header(uint32_t position, int32_t stream, uint8_t* out, uint32_t n) {
+    const int64_t base = position_is_page(position) ? stream::seek(stream, 0, 1) : position;
+    if (base < 0) return base;
+    if (base > 0x7FFFFFFF) return IMG_ERR_READ;
+    StreamReader in(stream, 512);
+    if (!in.seek(uint32_t(base)) || !in.read(out, n)) return in.status() < 0 ? in.status() : IMG_ERR_READ;
+    return base;
 }
 
 // Widths and heights the fax decoders take; others are refused before the
@@ -31,29 +36,14 @@ bool size_in_range(const Page& page) {
            page.height <= INT32_MAX;
 }
 
-// Reads the first n bytes of the header at base; false with the reader's
-// status (-12 when the stream ends first).
-bool read_header(StreamReader& in, int64_t base, uint8_t* out, uint32_t n) {
-    if (base < 0 || base > 0x7FFFFFFF) {
-        in.fail(base < 0 ? int32_t(base) : IMG_ERR_READ);
-        return false;
-    }
-    return in.seek(uint32_t(base)) && in.read(out, n);
-}
-
 int32_t decode(const Page& page, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream) {
     if (!size_in_range(page)) return IMG_ERR_BAD_IMAGE;
     if (page.data_at > 0x7FFFFFFF) return IMG_ERR_READ;
     if (int32_t s = stream::seek(stream, int32_t(page.data_at), 0); s < 0) return s;
-    ccitt::FaxParams params;
-    params.width = uint32_t(page.width);
-    params.height = uint32_t(page.height);
-    params.mode = page.mode;
-    params.fill_order = page.fill_order;
-    params.no_inversion = 1;
-    return ccitt::decode_page(params, page.x_dpi, page.y_dpi, nullptr, stream, raster, user,
-                              header);
+    return ccitt::decode_page(
+        ccitt::page_params(uint32_t(page.width), uint32_t(page.height), page.mode, page.fill_order),
+        page.x_dpi, page.y_dpi, nullptr, stream, raster, user, header);
 }
 
 }  // namespace
@@ -62,10 +52,9 @@ int32_t decode(const Page& page, IMG_RASTER_CALLBACK raster, intptr_t user,
 // (32-bit), resolution, bit order, then the data at 22.
 int32_t decode_imt(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    const int64_t base = header_base(position, stream);
-    StreamReader in(stream, 512);
     uint8_t h[22];
-    if (!read_header(in, base, h, sizeof h)) return in.status();
+    const int64_t base = read_header(position, stream, h, sizeof h);
+    if (base < 0) return int32_t(base);
     if (load_le16(h + 4) != 1) return IMG_ERR_UNSUPPORTED;
     Page page;
     page.height = load_le32(h + 8);
@@ -89,10 +78,9 @@ int32_t decode_imt(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
 // the data at 128.
 int32_t decode_btr(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    const int64_t base = header_base(position, stream);
-    StreamReader in(stream, 512);
     uint8_t h[128];
-    if (!read_header(in, base, h, sizeof h)) return in.status();
+    const int64_t base = read_header(position, stream, h, sizeof h);
+    if (base < 0) return int32_t(base);
     Page page;
     page.mode = h[3] == 1 ? ccitt::kModeG3 : ccitt::kModeG4;
     page.x_dpi = load_le16(h + 4);
@@ -107,10 +95,9 @@ int32_t decode_btr(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
 // pixel in the low bit, 512 bytes after the header's start.
 int32_t decode_kfx(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    const int64_t base = header_base(position, stream);
-    StreamReader in(stream, 512);
     uint8_t h[22];
-    if (!read_header(in, base, h, sizeof h)) return in.status();
+    const int64_t base = read_header(position, stream, h, sizeof h);
+    if (base < 0) return int32_t(base);
     Page page;
     page.width = uint64_t(load_le16(h + 12)) * 8;
     page.height = load_le16(h + 14);
@@ -124,10 +111,9 @@ int32_t decode_kfx(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
 // after the 512-byte header).
 int32_t decode_lsd(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
-    const int64_t base = header_base(position, stream);
-    StreamReader in(stream, 512);
     uint8_t h[512];
-    if (!read_header(in, base, h, sizeof h)) return in.status();
+    const int64_t base = read_header(position, stream, h, sizeof h);
+    if (base < 0) return int32_t(base);
     Page page;
     page.height = load_le16(h + 6);
     page.width = load_le16(h + 8);

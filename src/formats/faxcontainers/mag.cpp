@@ -83,13 +83,8 @@ int32_t decode_mag(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     if (r.data < 1 || r.length < 1 || width < 1) return IMG_ERR_NO_PAGE;
 
     if (int32_t s = stream::seek(stream, r.data, 0); s < 0) return s;
-    ccitt::FaxParams params;
-    params.width = width;
-    params.height = height;
-    params.mode = ccitt::kModeG4;
-    params.fill_order = 2;
-    params.no_inversion = 1;
-    return ccitt::decode_page(params, kMagDpi, kMagDpi, nullptr, stream, raster, user, header);
+    return ccitt::decode_page(ccitt::page_params(width, height, ccitt::kModeG4, 2), kMagDpi,
+                              kMagDpi, nullptr, stream, raster, user, header);
 }
 
 int32_t count_mag_pages(int32_t stream) {

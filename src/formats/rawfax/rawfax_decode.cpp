@@ -121,12 +121,8 @@ int32_t decompress(int32_t stream, int32_t width, int32_t height, int32_t mode,
     }
     if (width < 1 || uint32_t(width) > ccitt::kMaxFaxWidth || height < 0)
         return IMG_ERR_BAD_IMAGE;
-    ccitt::FaxParams params;
-    params.width = uint32_t(width);
-    params.height = uint32_t(height);
-    params.mode = decoder_mode(mode);
-    params.fill_order = fill_order == 2 ? 2 : 1;
-    params.no_inversion = 1;
+    ccitt::FaxParams params = ccitt::page_params(uint32_t(width), uint32_t(height),
+                                                 decoder_mode(mode), fill_order == 2 ? 2 : 1);
 
     const int32_t here = stream::seek(stream, 0, 1);
     if (here < 0) return here;
