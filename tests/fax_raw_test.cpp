@@ -3,6 +3,7 @@
 // writers (format codes 33, 34, 52, 53) read back by those tools, and the
 // height of 0 that stops at the end of the page.
 #include <cstdlib>
+#include <thread>
 
 #include "fax_test_util.h"
 
@@ -206,6 +207,28 @@ TEST(FaxRaw, AbicModesUseTheModule) {
     IMG_delete_bitmap(g);
     IMG_unload_plugins();
     tesslin_set_plugin_dir(nullptr);
+}
+
+// Decodes and saves on several threads at once give the same results.
+TEST(FaxRaw, ThreadsDecodeAndSaveAlike) {
+    const std::vector<uint8_t> g4 = read_file(corpus_file("doc/page.g4"));
+    const std::vector<uint8_t> g3 = read_file(corpus_file("doc/page.g3"));
+    std::string result[4];
+    std::vector<uint8_t> saved[4];
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            const int32_t h = t % 2 ? fax_from_bytes(g4, kCorpusWidth, 0, 4, 1)
+                                    : fax_from_bytes(g3, kCorpusWidth, 0, 3, 1);
+            int32_t n = 0;
+            saved[t] = save_to_bytes(h, 18, &n);
+            result[t] = take_difference(h, corpus_page());
+        });
+    for (auto& th : threads) th.join();
+    for (int t = 0; t < 4; ++t) {
+        EXPECT_EQ(result[t], "") << t;
+        EXPECT_EQ(saved[t], saved[0]) << t;
+    }
 }
 
 TEST(FaxRaw, BadArgumentsAndDataFailCleanly) {
