@@ -2,8 +2,6 @@
 // page, the writer's header records and payload (read back by us and by
 // libtiff), the orientation record, and damaged headers.
 #include "fax_test_util.h"
-#include "formats/cals/cals.h"
-#include "pipeline/decode.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -179,20 +177,41 @@ TEST(Cals, DamagedHeadersAndData) {
     if (h >= 0) IMG_delete_bitmap(h);
 }
 
-// A CALS file carrying a TIFF at 1431 goes to the TIFF reader.
+// A CALS file carrying a TIFF at 1431 goes to the TIFF reader, tiles
+// included.
 TEST(Cals, TiffAt1431GoesToTheTiffReader) {
-    std::vector<uint8_t> file = cals_header(standard_records("000008,000008", "0200"));
-    file[1431] = 'I';
-    file[1432] = 'I';
-    file.resize(4096, 0);
-    DecodeContext ctx;
-    ASSERT_EQ(begin_decode(ctx), 0);
-    void* block = to_block(file);
-    const int32_t s = stream::mem_create(block);
-    const int32_t r = cals::decode(0, library_raster, intptr_t(&ctx), library_header, s);
-    stream::mem_release(s);
-    tesslin_block_free(block);
-    EXPECT_EQ(finish_decode(ctx, r), IMG_ERR_UNSUPPORTED);
+    auto cals_with_tiff = [](const std::vector<uint8_t>& tiff) {
+        std::vector<uint8_t> file = cals_header(standard_records("000008,000008", "0200"));
+        file.resize(1431);
+        file.insert(file.end(), tiff.begin(), tiff.end());
+        return file;
+    };
+    const Page page = test_page(300, 200);
+    const int32_t h = page_handle(page, 300, 300);
+    int32_t n = 0;
+    const std::vector<uint8_t> g4 = save_to_bytes(h, 10, &n);  // TIFF Group 4
+    IMG_delete_bitmap(h);
+    ASSERT_GT(n, 0);
+    expect_file_decodes(cals_with_tiff(g4), 18, 300, page);
+
+    const std::string path = scratch("tiled.cal");
+    write_file(path, cals_with_tiff(read_file(corpus_file("doc/bilevel-tiled.tif"))));
+    EXPECT_EQ(IMGLOW_is_tiled_image(path.c_str()), 1);
+    EXPECT_EQ(take_difference(IMG_decompress_tiled_bitmap(path.c_str(), 0),
+                              load_pbm(corpus_file("refs/4801f0abbac4f916.pbm"))),
+              "");
+    std::remove(path.c_str());
+    // Not a TIFF after all: the TIFF reader's refusal.
+    std::vector<uint8_t> bad = cals_with_tiff({'I', 'I', 0x2A, 0, 0xFF, 0xFF, 0xFF, 0x7F});
+    bad.resize(4096, 0);
+    const int32_t r = decode_block(bad);
+    EXPECT_LT(r, 0);
+    if (r >= 0) IMG_delete_bitmap(r);
+    // A CALS file without a TIFF is not tiled.
+    const std::string plain = scratch("plain.cal");
+    write_file(plain, with_data(cals_header(standard_records("001728,002200", "0200")), corpus_g4()));
+    EXPECT_EQ(IMG_decompress_tiled_bitmap(plain.c_str(), 0), IMG_ERR_NOT_TILED);
+    std::remove(plain.c_str());
 }
 
 }  // namespace

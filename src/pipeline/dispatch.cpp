@@ -185,7 +185,7 @@ struct TileEntry {
 
 constexpr TileEntry kTileQueries[] = {
     {"tif", tiff::tile_query},
-    {"cal", nullptr},  // CALS tiled raster
+    {"cal", cals::tile_query},
 };
 
 struct TagEntry {

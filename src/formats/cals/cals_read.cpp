@@ -7,7 +7,7 @@
 #include "core/stream.h"
 #include "formats/cals/cals.h"
 #include "formats/ccitt/fax_page.h"
-#include "pipeline/dispatch.h"
+#include "formats/tiff/tiff.h"
 
 namespace tesslin::cals {
 
@@ -72,16 +72,25 @@ int32_t parse_density(const uint8_t* f) {
     return v;
 }
 
-// Hands a file holding a TIFF at base + 1431 to the registered TIFF reader.
+// Hands a file holding a TIFF at base + 1431 to the TIFF reader.
 int32_t decode_tiff(uint32_t position, uint32_t base, IMG_RASTER_CALLBACK raster, intptr_t user,
                     IMG_HEADER_CALLBACK header, int32_t stream) {
-    const Decoder tiff = dispatch::decoder_for("tif");
-    if (!tiff) return IMG_ERR_UNSUPPORTED;
     const uint32_t at = base + kTiffOffset;
-    if (!position_is_page(position)) return tiff(at, raster, user, header, stream);
+    if (!position_is_page(position)) return tiff::decode(at, raster, user, header, stream);
     // The page (and tile) bits stay; the TIFF starts at the stream's position.
     if (int32_t s = stream::seek(stream, int32_t(at), 0); s < 0) return s;
-    return tiff(position, raster, user, header, stream);
+    return tiff::decode(position, raster, user, header, stream);
+}
+
+// "II" at base + 1431.
+bool holds_tiff(StreamReader& in, uint32_t base, int32_t* status) {
+    uint8_t mark[2];
+    if (!in.seek(base + kTiffOffset) || !in.read(mark, 2)) {
+        *status = in.status();
+        return false;
+    }
+    *status = 0;
+    return mark[0] == 'I' && mark[1] == 'I';
 }
 
 }  // namespace
@@ -97,10 +106,10 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     if (uint64_t(base) + kHeaderBytes > 0x7FFFFFFF) return IMG_ERR_BAD_IMAGE;
 
     StreamReader in(stream, 4096);
-    uint8_t mark[2];
-    if (!in.seek(base + kTiffOffset) || !in.read(mark, 2)) return in.status();
-    if (mark[0] == 'I' && mark[1] == 'I')
+    int32_t status = 0;
+    if (holds_tiff(in, base, &status))
         return decode_tiff(position, base, raster, user, header, stream);
+    if (status < 0) return status;
 
     uint8_t field[kField];
     const uint8_t* comma = nullptr;
@@ -118,6 +127,13 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     if (int32_t s = stream::seek(stream, int32_t(base + kHeaderBytes), 0); s < 0) return s;
     return ccitt::decode_page(ccitt::page_params(width, height, ccitt::kModeG4, 1), density,
                               density, nullptr, stream, raster, user, header);
+}
+
+int32_t tile_query(int32_t stream, int32_t page, TileInfo* out) {
+    StreamReader in(stream, 64);
+    int32_t status = 0;
+    if (!holds_tiff(in, 0, &status)) return status < 0 ? status : IMG_ERR_NOT_TILED;
+    return tiff::tile_info(stream, kTiffOffset, page, out);
 }
 
 }  // namespace tesslin::cals
