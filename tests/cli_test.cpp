@@ -246,6 +246,41 @@ TEST(Cli, ConvertRawFax) {
         EXPECT_EQ(run_cli("convert " + bad).status, 2) << bad;
 }
 
+TEST(Cli, AllPagesGoIntoOneTiff) {
+    const std::string src = corpus("doc/multipage-g4.tif");
+    const std::string out = temp_dir() + "/cli-pages.tif";
+    CliRun r = run_cli("convert " + quote(src) + " " + quote(out) + " --all-pages");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 3);
+    EXPECT_EQ(IMGLOW_get_filetype(out.c_str()), 10) << "bilevel pages in a .tif become Group 4";
+    // libtiff sees the same three directories.
+    const std::string count = "tiffinfo " + quote(out) + " 2>&1 | grep -c 'TIFF Directory'";
+    FILE* p = popen(count.c_str(), "r");
+    int dirs = 0;
+    if (p) {
+        if (fscanf(p, "%d", &dirs) != 1) dirs = -1;
+        pclose(p);
+    }
+    if (std::system("command -v tiffinfo > /dev/null") == 0) {
+        EXPECT_EQ(dirs, 3);
+    }
+    // Every page equals the source page.
+    for (int32_t page = 0; page < 3; ++page) {
+        int32_t a = IMG_decompress_bitmap_page(src.c_str(), page);
+        int32_t b = IMG_decompress_bitmap_page(out.c_str(), page);
+        ASSERT_GE(a, 0);
+        ASSERT_GE(b, 0);
+        for (int32_t y = 0; y < 2200; y += 7)
+            ASSERT_EQ(tesslin::test::get_row(a, y), tesslin::test::get_row(b, y)) << page << " " << y;
+        IMG_delete_bitmap(a);
+        IMG_delete_bitmap(b);
+    }
+    // Converting again replaces the file instead of appending to it.
+    ASSERT_EQ(run_cli("convert " + quote(src) + " " + quote(out) + " --page 2").status, 0);
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
+    unlink(out.c_str());
+}
+
 TEST(Cli, HelpVersionAndFormats) {
     for (const char* cmd : {"--help", "info --help", "convert --help", "formats --help"}) {
         CliRun r = run_cli(cmd);
