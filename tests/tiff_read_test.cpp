@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <thread>
 
@@ -532,4 +533,124 @@ TEST(TiffRead, ThreadsDecodeAlike) {
         });
     for (auto& t : threads) t.join();
     for (size_t t = 0; t < same.size(); ++t) EXPECT_TRUE(same[t]) << files[t % files.size()];
+}
+
+namespace {
+
+// A one-strip uncompressed page of the given samples built entry by entry.
+std::vector<uint8_t> page_of(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
+                             uint32_t photometric, const std::vector<uint8_t>& data,
+                             bool big = false, std::function<void(Builder&)> more = {}) {
+    Builder b(big);
+    const uint32_t strip = b.add_data(data);
+    b.add_long(256, width);
+    b.add_long(257, height);
+    b.add(258, 3, bits);
+    b.add_short(259, 1);
+    b.add_short(262, photometric);
+    b.add_long(273, strip);
+    b.add_short(277, uint32_t(bits.size()));
+    b.add_long(279, uint32_t(data.size()));
+    if (more) more(b);
+    b.set_first(b.finish_directory());
+    return b.bytes;
+}
+
+}  // namespace
+
+// Sample layouts the corpus does not hold, each with the DIB row it becomes.
+TEST(TiffRead, SampleLayouts) {
+    // 2-bit grey: 4-bit pixels of value x 4 under the 16-level ramp.
+    Decoded d = decode(page_of(4, 1, {2}, 1, {0x1B}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 4);
+    EXPECT_EQ(d.rows[0][0], 0x04);
+    EXPECT_EQ(d.rows[0][1], 0x8C);
+    EXPECT_EQ(d.palette()[4].rgbRed, 64);
+    // 16-bit grey from a big-endian file: little-endian samples.
+    d = decode(page_of(2, 1, {16}, 1, {0x12, 0x34, 0xAB, 0xCD}, true));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 16);
+    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 4),
+              (std::vector<uint8_t>{0x34, 0x12, 0xCD, 0xAB}));
+    // 12-bit grey: 16-bit samples, shifted up by 4.
+    d = decode(page_of(2, 1, {12}, 1, {0xAB, 0xC1, 0x23}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(load_le16(&d.rows[0][0]), 0xABC0);
+    EXPECT_EQ(load_le16(&d.rows[0][2]), 0x1230);
+    // Grey and alpha: the grey.
+    d = decode(page_of(2, 1, {8, 8}, 1, {10, 200, 20, 100}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 8);
+    EXPECT_EQ(d.rows[0][0], 10);
+    EXPECT_EQ(d.rows[0][1], 20);
+    // WhiteIsZero grey: inverted.
+    d = decode(page_of(2, 1, {8}, 0, {10, 250}));
+    EXPECT_EQ(d.rows[0][0], 245);
+    EXPECT_EQ(d.rows[0][1], 5);
+    // 4-bit RGB: value x 16, blue first.
+    d = decode(page_of(1, 1, {4, 4, 4}, 2, {0x12, 0x30}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (std::vector<uint8_t>{48, 32, 16}));
+    // Separated with three samples: 255 - sample.
+    d = decode(page_of(1, 1, {8, 8, 8}, 5, {10, 20, 30}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (std::vector<uint8_t>{225, 235, 245}));
+    // YCbCr subsampled 2 x 1: Y0, Y1, Cb, Cr for two pixels; each
+    // correction truncated (1.772 x 72 = 127.6, 0.34414 x 72 = 24.8).
+    d = decode(page_of(2, 1, {8, 8, 8}, 6, {100, 150, 200, 128},
+                       false, [](Builder& b) { b.add(530, 3, {2, 1}); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 24);
+    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 6),
+              (std::vector<uint8_t>{227, 76, 100, 255, 126, 150}));
+    // CIELab: L 100 (255) is white, L 0 nearly black (the conversion keeps
+    // the 16 / 116 offset of its cube root: 9).
+    d = decode(page_of(2, 1, {8, 8, 8}, 8, {255, 0, 0, 0, 0, 0}));
+    ASSERT_EQ(d.status, 0);
+    for (int i = 0; i < 3; ++i) EXPECT_GE(d.rows[0][size_t(i)], 250);
+    for (int i = 3; i < 6; ++i) EXPECT_EQ(d.rows[0][size_t(i)], 9);
+    // Horizontal differencing of 16-bit samples.
+    d = decode(page_of(2, 1, {16}, 1, {0xE8, 0x03, 0x05, 0x00},
+                       false, [](Builder& b) { b.add_short(317, 2); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(load_le16(&d.rows[0][2]), 1005);
+    // Fill order 2: the bits of each byte reversed.
+    d = decode(page_of(8, 1, {1}, 1, {0x01}, false, [](Builder& b) { b.add_short(266, 2); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.rows[0][0], 0x80);
+    // A colour map of 8-bit levels is taken as it is.
+    std::vector<uint32_t> map(3 * 16, 0);
+    map[1] = 200;          // red of entry 1
+    map[16 + 1] = 100;     // green
+    map[32 + 1] = 50;      // blue
+    d = decode(page_of(2, 1, {4}, 3, {0x10}, false, [&](Builder& b) { b.add(320, 3, map); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.palette()[1].rgbRed, 200);
+    EXPECT_EQ(d.palette()[1].rgbGreen, 100);
+    EXPECT_EQ(d.palette()[1].rgbBlue, 50);
+}
+
+// PackBits runs may run past the end of a row into the next one.
+TEST(TiffRead, PackBitsRunAcrossRows) {
+    std::vector<uint8_t> f = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
+    store_le16(&f[field_of(f, 259)], 32773);
+    const Decoded d = decode(f);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.rows[0][3], 77);
+    EXPECT_EQ(d.rows[1][0], 77);
+}
+
+// JPEG pages with photometric RGB hold their components without colour
+// conversion (as libtiff writes them, with no marker saying so).
+TEST(TiffRead, JpegPagesInRgb) {
+    if (!have_tool("tiffcp") || !have_pillow()) GTEST_SKIP() << "tiffcp or Pillow missing";
+    const std::string path = temp_path("jpeg-rgb.tif");
+    ASSERT_TRUE(run("tiffcp -c jpeg:r -r 16 '" + kCorpus + "/tone/rgb-none.tif' '" + path + "'"));
+    const Decoded d = decode_file(path);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_GT(psnr(d, pillow(path, "RGB")), 40.0);
+    fs::remove(path);
 }

@@ -54,6 +54,9 @@ struct DecodeOptions {
     // 1: deliver DCT coefficients; 0: pixels; -1: the process setting
     // (IMGLOW_set_jpeg_decompression).
     int32_t coefficients = -1;
+    // Three-component frames hold red, green and blue as they are (TIFF
+    // JPEG pages with photometric RGB): no YCbCr conversion.
+    bool rgb = false;
 };
 
 // The decoder of type tag "jpg" (decoder contract of src/pipeline/codec.h).

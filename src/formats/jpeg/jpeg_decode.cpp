@@ -632,6 +632,7 @@ int32_t Decoder::allocate_planes() {
     layout.hmax = hmax_;
     layout.vmax = vmax_;
     layout.cmyk_mode = cmyk_mode_;
+    layout.rgb = options_.rgb;
     layout.coefficients = coefficients_;
     for (int i = 0; i < nf_; ++i) {
         layout.plane[i] = &comp_[i].plane;

@@ -44,6 +44,7 @@ bool RowConverter::init(const RowLayout& layout) {
 void RowConverter::convert(int y, uint8_t* out) const {
     if (l_.coefficients) coefficients(y, out);
     else if (l_.nf == 1) grey(y, out);
+    else if (l_.nf == 3 && l_.rgb) rgb(y, out);
     else if (l_.nf == 3) ycc(y, out);
     else four(y, out);
 }
@@ -168,6 +169,17 @@ void RowConverter::ycc(int y, uint8_t* out) const {
         out[0] = range_limit(v + t.cb_b[b]);
         out[1] = range_limit(v - (t.cb_g[b] + t.cr_g[r]));
         out[2] = range_limit(v + t.cr_r[r]);
+    }
+}
+
+void RowConverter::rgb(int y, uint8_t* out) const {
+    const int8_t* r = row(0, y);
+    const int8_t* g = row(1, y);
+    const int8_t* b = row(2, y);
+    for (int x = 0; x < l_.width; ++x, out += 3) {
+        out[0] = range_limit(b[x / fx_[2]]);
+        out[1] = range_limit(g[x / fx_[1]]);
+        out[2] = range_limit(r[x / fx_[0]]);
     }
 }
 

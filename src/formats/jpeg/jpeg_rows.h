@@ -25,6 +25,7 @@ struct RowLayout {
     int width = 0;  // pixels per delivered row
     int hmax = 1, vmax = 1;
     int cmyk_mode = 2;  // four components: 0 inverted CMYK, 1 YCC with K, 2 YCCK
+    bool rgb = false;   // three components: red, green, blue without conversion
     bool coefficients = false;
     const Plane* plane[4] = {};
     int h[4] = {}, v[4] = {};
@@ -40,6 +41,7 @@ private:
     const int8_t* row(int c, int y) const { return l_.plane[c]->sample_row(y / fy_[c]); }
     void grey(int y, uint8_t* out) const;
     void ycc(int y, uint8_t* out) const;
+    void rgb(int y, uint8_t* out) const;
     void four(int y, uint8_t* out) const;
     void coefficients(int y, uint8_t* out) const;
 

@@ -70,6 +70,10 @@ int32_t PageReader::decode_jpeg() {
     const Directory& d = dir_;
     jpeg::Tables tables;
     jpeg::DecodeOptions options;
+    // libtiff writes compression 7 RGB pages without colour conversion and
+    // without a marker saying so (old-style pages hold JFIF streams, YCbCr
+    // whatever the photometric value says).
+    options.rgb = d.compression == 7 && d.photometric == 2 && d.photometric_present;
     if (d.jpeg_tables.present()) {
         std::vector<uint8_t> bytes;
         if (!file_.bytes(d.jpeg_tables, 1u << 20, &bytes)) return IMG_ERR_READ;

@@ -378,8 +378,9 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             break;
         case Kind::kGrey12:
             for (uint32_t x = 0; x < w; ++x) {
-                uint32_t v = sample_bits(raw, uint64_t(x) * 12, 4) << 8;
-                v |= sample_bits(raw, uint64_t(x) * 12 + 4, 8);
+                // Two samples in three bytes, the first from the high bits.
+                const uint8_t* b = raw + size_t(x) * 3 / 2;
+                uint32_t v = (x & 1) ? ((b[0] & 15u) << 8) | b[1] : (uint32_t(b[0]) << 4) | (b[1] >> 4);
                 if (invert_) v = 4095 - v;
                 store_le16(out + 2 * x, uint16_t(v << 4));
             }
