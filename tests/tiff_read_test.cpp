@@ -654,3 +654,25 @@ TEST(TiffRead, JpegPagesInRgb) {
     EXPECT_GT(psnr(d, pillow(path, "RGB")), 40.0);
     fs::remove(path);
 }
+
+// Compression 32010 goes to the ABIC module, with the page's size and
+// depth read from its directory.
+TEST(TiffRead, AbicPagesGoToTheModule) {
+    std::vector<uint8_t> f = page_of(20, 6, {1}, 0, std::vector<uint8_t>(40, 0));
+    store_le16(&f[field_of(f, 259)], 32010);
+    void* block = test::to_block(f);
+    EXPECT_EQ(IMGLOW_get_filetype_mem(block), 46);
+    IMG_unload_plugins();
+    tesslin_set_plugin_dir((std::string(TESSLIN_TEST_PLUGINS) + "/abicmod").c_str());
+    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    tesslin_set_plugin_dir(nullptr);
+    IMG_unload_plugins();
+    ASSERT_GE(h, 0);
+    int32_t w = 0, ht = 0, bits = 0;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(w, 20);
+    EXPECT_EQ(ht, 6);
+    EXPECT_EQ(bits, 1);
+    IMG_delete_bitmap(h);
+    tesslin_block_free(block);
+}
