@@ -8,7 +8,8 @@
 //     BGR and handed to a callback). .../predictor: the same with
 //     horizontal differencing.
 //   BM_DecodePackBits/ours, /libtiff: the 2,550 x 3,300 bilevel letter page
-//     written by libtiff with PackBits.
+//     written by libtiff with PackBits. .../Rgb: the RGB photograph with
+//     PackBits (mostly literals).
 //   BM_EncodeLzw/ours, /libtiff: the RGB page written with LZW into memory
 //     (ours: format code 9 from BGR rows, one strip; libtiff:
 //     TIFFWriteEncodedStrip from RGB rows in its default strips).
@@ -126,7 +127,7 @@ struct Pages {
     std::vector<uint8_t> rgb;       // RGB page, top row first
     std::vector<uint8_t> bgr_rows;  // the same as DIB rows
     uint32_t dib_row = 0;
-    std::vector<uint8_t> lzw, lzw_predictor, packbits;
+    std::vector<uint8_t> lzw, lzw_predictor, packbits, packbits_rgb;
 };
 
 void verify(const Pages& pg, const std::vector<uint8_t>& packed);
@@ -144,6 +145,7 @@ const Pages& pages() {
                     pg.bgr_rows[size_t(y) * pg.dib_row + x * 3 + c] = pg.rgb[(size_t(y) * kWidth + x) * 3 + 2 - c];
         pg.lzw = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 1);
         pg.lzw_predictor = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 2);
+        pg.packbits_rgb = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_PACKBITS, 1);
         // The letter page with 0 = white as TIFF's min-is-black wants 1 =
         // white: our rows already hold 1 = white.
         const bench::Page letter = bench::letter_page();
@@ -184,6 +186,7 @@ void verify(const Pages& pg, const std::vector<uint8_t>& packed) {
         bgr[i + 2] = pg.rgb[i];
     }
     if (our_rows(pg.lzw, kWidth * 3, kHeight) != bgr || our_rows(pg.lzw_predictor, kWidth * 3, kHeight) != bgr ||
+        our_rows(pg.packbits_rgb, kWidth * 3, kHeight) != bgr ||
         our_rows(pg.packbits, (kWidth + 7) / 8, kHeight) != packed ||
         libtiff_rows(our_lzw_file(pg)) != pg.rgb) {
         std::fprintf(stderr, "decoders disagree\n");
@@ -244,6 +247,8 @@ void BM_DecodeLzwRgbPredictor_libtiff(benchmark::State& s) {
 }
 void BM_DecodePackBits_ours(benchmark::State& s) { decode_ours(s, pages().packbits, kPixels); }
 void BM_DecodePackBits_libtiff(benchmark::State& s) { decode_libtiff(s, pages().packbits, kPixels); }
+void BM_DecodePackBitsRgb_ours(benchmark::State& s) { decode_ours(s, pages().packbits_rgb, kPixels); }
+void BM_DecodePackBitsRgb_libtiff(benchmark::State& s) { decode_libtiff(s, pages().packbits_rgb, kPixels); }
 
 // ---- Encoding --------------------------------------------------------------
 
@@ -302,6 +307,8 @@ BENCHMARK(BM_DecodeLzwRgbPredictor_ours)->Unit(benchmark::kMillisecond)->UseReal
 BENCHMARK(BM_DecodeLzwRgbPredictor_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_DecodePackBits_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_DecodePackBits_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodePackBitsRgb_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DecodePackBitsRgb_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_EncodeLzw_ours)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_EncodeLzw_libtiff)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -178,6 +178,7 @@ int32_t PageReader::plan() {
     out_row_ = uint32_t(out_row);
     direct_ = kind_ == Kind::kCopy && !invert_ && !predictor_ && planes_ == 1 &&
               !(reverse_bits_ && compression_ == 1);
+    in_place_ = planes_ == 1 && ((kind_ == Kind::kRgb8 && n == 3) || (kind_ == Kind::kRgba8 && n == 4));
     return 0;
 }
 
@@ -282,6 +283,14 @@ int32_t PageReader::read_strip(uint32_t index, Bytes* out) {
     if (!strip_bounds(index, &offset, &count)) return IMG_ERR_BAD_IMAGE;
     out->resize(0);
     if (!file_.seek(offset)) return IMG_ERR_READ;
+    if (file_.capacity() >= 0) {
+        // The count has been cut to what the stream holds: one read, which
+        // goes around the reader's buffer.
+        out->resize(count);
+        if (count && !file_.in().read(out->data(), count)) return file_.in().status();
+        if (reverse_bits_) reverse_bits(out->data(), out->size());
+        return 0;
+    }
     constexpr uint32_t kChunk = 1u << 20;
     uint32_t have = 0;
     while (have < count) {
@@ -331,6 +340,12 @@ int32_t PageReader::row_out(uint32_t plane, uint32_t unit, uint8_t* raw, bool ow
         if (unit < height_)
             std::memcpy(planes_store_.data() + (size_t(plane) * height_ + unit) * raw_row_, raw, raw_row_);
         return 0;
+    }
+    if (in_place_ && owned) {
+        // RGB(A) to BGR(A) where the row stands.
+        convert(raw, 0, raw);
+        std::memset(raw + raw_row_, 0, out_row_ - raw_row_);
+        return unit < height_ ? raster_(raw, user_, int32_t(unit), out_row_) : 0;
     }
     return deliver_unit(unit, raw);
 }

@@ -39,7 +39,8 @@ enum class Kind : uint8_t {
 };
 
 // A byte buffer that keeps its memory between uses and does not clear
-// what it adds (a strip is read over it at once).
+// what it adds (a strip is read over it at once). 32 bytes of slack follow
+// the data, so that copies may move whole 32-byte steps.
 class Bytes {
 public:
     uint8_t* data() { return bytes_.get(); }
@@ -53,7 +54,7 @@ public:
     void resize(size_t n) {
         if (n > capacity_) {
             const size_t c = std::max(n, capacity_ * 2);
-            std::unique_ptr<uint8_t[]> b(new uint8_t[c]);
+            std::unique_ptr<uint8_t[]> b(new uint8_t[c + kSlack]());
             if (size_) std::memcpy(b.get(), bytes_.get(), size_);
             bytes_ = std::move(b);
             capacity_ = c;
@@ -62,6 +63,7 @@ public:
     }
 
 private:
+    static constexpr size_t kSlack = 32;
     std::unique_ptr<uint8_t[]> bytes_;
     size_t size_ = 0, capacity_ = 0;
 };
@@ -139,6 +141,7 @@ private:
     bool reverse_bits_ = false;     // fill order 2 outside the CCITT path
     bool predictor_ = false;
     bool direct_ = false;           // raw rows are DIB rows (their buffers hold the padding)
+    bool in_place_ = false;         // raw rows become DIB rows where they stand
     uint32_t out_bits_ = 1;
     uint32_t out_row_ = 0;          // DIB row bytes
     std::vector<uint8_t> header_block_;

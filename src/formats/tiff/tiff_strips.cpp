@@ -35,7 +35,10 @@ int32_t PageReader::strip_packbits(uint32_t index, uint32_t plane, uint32_t unit
     const uint8_t* const end = p + strip_.size();
     const uint32_t size = raw_row_;
     std::vector<uint8_t>& row = fix_;
-    if (row.size() < size_t(std::max(size, out_row_)) + 130) row.resize(size_t(std::max(size, out_row_)) + 130);
+    // Room for a run of 128 started just before the row's end, and for the
+    // 32-byte steps of the copies.
+    const size_t room = size_t(std::max(size, out_row_)) + 128 + 32;
+    if (row.size() < room) row.resize(room);
     uint8_t* const out = row.data();
     uint8_t spill[128];
     uint32_t have = 0;
@@ -46,13 +49,16 @@ int32_t PageReader::strip_packbits(uint32_t index, uint32_t plane, uint32_t unit
             if (c < 128) {
                 const uint32_t n = uint32_t(c) + 1;
                 if (uint32_t(end - p) < n) return IMG_ERR_READ;
-                std::memcpy(out + have, p, n);
+                // The strip buffer has slack behind its data, the row too.
+                for (uint32_t i = 0; i < n; i += 32) std::memcpy(out + have + i, p + i, 32);
                 p += n;
                 have += n;
             } else if (c > 128) {
                 if (p >= end) return IMG_ERR_READ;
                 const uint32_t n = 257u - c;
-                std::memset(out + have, *p++, n);
+                uint8_t run[32];
+                std::memset(run, *p++, 32);
+                for (uint32_t i = 0; i < n; i += 32) std::memcpy(out + have + i, run, 32);
                 have += n;
             }
         }

@@ -85,13 +85,6 @@ bool grey_palette(const DibHeader* h) {
 
 namespace {
 
-// Rows as TIFF orders samples: BGR to RGB, BGRA to RGBA (alpha images);
-// CMYK and everything narrower as stored.
-void to_file_order(uint8_t* row, uint32_t width, uint32_t bits, bool alpha) {
-    if (bits == 24) swap_rgb24(row, row, width);
-    else if (bits == 32 && alpha) swap_rgb32(row, row, width);
-}
-
 // PackBits of one row: runs of 3 to 127 equal bytes as 257 - n and the
 // byte, everything else (pairs, and the row's last three bytes) as
 // literals of up to 127 bytes behind n - 1.
@@ -359,11 +352,14 @@ struct Rows {
     uint32_t width, bits;
     bool alpha;
     std::vector<uint8_t> row;
-    // Row y in file order; its first packed_row() bytes are written.
+    // Row y with its samples in file order (BGR to RGB, BGRA to RGBA for
+    // alpha images; CMYK and narrower pixels as stored); its first
+    // packed_row() bytes are written.
     int32_t get(int32_t y, uint8_t** out) {
         const int32_t r = supply(user, row.data(), y, row_bytes(width, bits));
         if (r < 0) return r;
-        to_file_order(row.data(), width, bits, alpha);
+        if (bits == 24) swap_rgb24(row.data(), row.data(), width);
+        else if (bits == 32 && alpha) swap_rgb32(row.data(), row.data(), width);
         *out = row.data();
         return 0;
     }
