@@ -17,6 +17,10 @@ int32_t PageReader::decode_ccitt() {
     raw_row_ = chunky_row_ = (width_ + 7) / 8;
     out_row_ = row_bytes(width_, 1);
     if (width_ > ccitt::kMaxFaxWidth) return IMG_ERR_BAD_IMAGE;
+    // Every coded row takes at least one bit: a page far taller than its
+    // data could code is refused before rows are made up for it.
+    const int64_t capacity = file_.capacity();
+    if (capacity >= 0 && height_ > (uint64_t(capacity) + 8192) * 8) return IMG_ERR_BAD_IMAGE;
     int32_t r = load_strip_table();
     if (r < 0) return r;
     r = build_header();
