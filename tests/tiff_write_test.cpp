@@ -546,3 +546,36 @@ TEST(TiffWrite, AppendToABrokenChain) {
     IMG_delete_bitmap(h);
     fs::remove(path);
 }
+
+// A TIFF written at a position inside another stream counts its offsets
+// from its own first byte (an EPS preview is written so).
+TEST(TiffWrite, OffsetsCountFromTheTiffsStart) {
+    const int32_t h = image(24, false, false, 40, 12);
+    std::vector<uint8_t> hdr(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(h, hdr.data());
+    void* block = tesslin_block_alloc(1 << 16);
+    std::memset(block, 0, 1 << 16);
+    const int32_t s = stream::mem_create(block);
+    stream::seek(s, 32, 0);
+    std::vector<std::vector<uint8_t>> rows = rows_of(h);
+    auto supply = [](intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) -> int32_t {
+        const auto* r = reinterpret_cast<std::vector<std::vector<uint8_t>>*>(user);
+        std::memcpy(buffer, (*r)[size_t(row)].data(), bytes);
+        return 0;
+    };
+    ASSERT_EQ(IMGLOW_save_bitmap(s, reinterpret_cast<IMG_BITMAPINFOHEADER*>(hdr.data()), 16, supply,
+                                 reinterpret_cast<intptr_t>(&rows)),
+              0);
+    const int32_t end = stream::seek(s, 0, 1);
+    stream::mem_release(s);
+    const auto* bytes = static_cast<const uint8_t*>(block);
+    const std::vector<uint8_t> tiff(bytes + 32, bytes + end);
+    EXPECT_EQ(tiff[0], 'I');
+    EXPECT_EQ(load_le32(&tiff[4]), 8u);
+    const Decoded back = decode(std::vector<uint8_t>(bytes, bytes + end), 32);
+    ASSERT_EQ(back.status, 0);
+    EXPECT_TRUE(same_rows(back, h));
+    EXPECT_TRUE(same_rows(decode(tiff), h));
+    tesslin_block_free(block);
+    IMG_delete_bitmap(h);
+}
