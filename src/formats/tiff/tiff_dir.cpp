@@ -36,6 +36,17 @@ bool TiffFile::seek(uint32_t offset) {
     return in_.seek(uint32_t(at));
 }
 
+bool TiffFile::read_direct(uint32_t offset, uint8_t* out, uint32_t n) {
+    const uint64_t at = uint64_t(base_) + offset;
+    if (at + n > 0x7FFFFFFF) return false;
+    // The stream stands where the reader's buffer ends; it is put back there.
+    const uint32_t resume = in_.tell() + in_.buffered();
+    bool ok = stream::seek(stream_, int32_t(at), 0) == int32_t(at) &&
+              stream::read(stream_, out, n) == int32_t(n);
+    ok = stream::seek(stream_, int32_t(resume), 0) == int32_t(resume) && ok;
+    return ok;
+}
+
 int32_t TiffFile::read_header() {
     if (!seek(0)) return IMG_ERR_BAD_IMAGE;
     uint8_t h[8];

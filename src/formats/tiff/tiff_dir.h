@@ -96,6 +96,10 @@ public:
     // or past the end of a stream of known size.
     bool seek(uint32_t offset);
 
+    // Reads n bytes at base + offset straight from the stream into out,
+    // around the reader's buffer (whose view of the stream stays valid).
+    bool read_direct(uint32_t offset, uint8_t* out, uint32_t n);
+
     // Reads the 8-byte header: 0, -3 when fewer than 8 bytes arrive, -7
     // when the byte-order word is neither "II" nor "MM".
     int32_t read_header();

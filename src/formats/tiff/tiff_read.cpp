@@ -284,10 +284,10 @@ int32_t PageReader::read_strip(uint32_t index, Bytes* out) {
     out->resize(0);
     if (!file_.seek(offset)) return IMG_ERR_READ;
     if (file_.capacity() >= 0) {
-        // The count has been cut to what the stream holds: one read, which
-        // goes around the reader's buffer.
+        // The count has been cut to what the stream holds: one read
+        // straight into the strip buffer.
         out->resize(count);
-        if (count && !file_.in().read(out->data(), count)) return file_.in().status();
+        if (count && !file_.read_direct(offset, out->data(), count)) return IMG_ERR_READ;
         if (reverse_bits_) reverse_bits(out->data(), out->size());
         return 0;
     }
