@@ -4,11 +4,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "fax_test_util.h"
 #include "tesslin/tesslin.h"
@@ -282,7 +285,8 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
 }
 
 TEST(Cli, HelpVersionAndFormats) {
-    for (const char* cmd : {"--help", "info --help", "convert --help", "formats --help"}) {
+    for (const char* cmd :
+         {"--help", "info --help", "convert --help", "formats --help", "tags --help"}) {
         CliRun r = run_cli(cmd);
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_NE(r.out.find("usage: tesslin"), std::string::npos) << cmd;
@@ -301,4 +305,109 @@ TEST(Cli, HelpVersionAndFormats) {
     EXPECT_EQ(run_cli("convert a").status, 2);
     EXPECT_EQ(run_cli("convert a b --page 0").status, 2);
     EXPECT_EQ(run_cli("convert a b --page 2 --all-pages").status, 2);
+    EXPECT_EQ(run_cli("tags").status, 2);
+    EXPECT_EQ(run_cli("tags a b").status, 2);
+}
+
+// One directory entry as a listing shows it.
+struct TagLine {
+    int tag = 0;
+    std::string type;
+    long count = 0;
+    std::string values;
+};
+
+// "ImageWidth (256) SHORT (3) 1<1700>" lines of libtiff's tiffdump, for one
+// directory (0-based).
+std::vector<TagLine> tiffdump_directory(const std::string& file, int dir) {
+    std::vector<TagLine> out;
+    FILE* p = popen(("tiffdump " + quote(file) + " 2>/dev/null").c_str(), "r");
+    if (!p) return out;
+    static const std::regex entry(R"(^\S+ \((\d+)\) (\S+) \(\d+\) (\d+)<(.*)>$)");
+    char line[4096];
+    int at = -1;
+    while (fgets(line, sizeof line, p)) {
+        std::string l(line);
+        if (!l.empty() && l.back() == '\n') l.pop_back();
+        if (l.rfind("Directory ", 0) == 0) ++at;
+        std::smatch m;
+        if (at == dir && std::regex_match(l, m, entry))
+            out.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
+    }
+    pclose(p);
+    return out;
+}
+
+std::vector<TagLine> tesslin_tags(const std::string& out) {
+    std::vector<TagLine> lines;
+    static const std::regex entry(R"(^ +(\d+) +(?:\S+ +)?([A-Z]+) +(\d+)  (.*)$)");
+    std::istringstream in(out);
+    std::string l;
+    while (std::getline(in, l)) {
+        std::smatch m;
+        if (std::regex_match(l, m, entry))
+            lines.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
+    }
+    return lines;
+}
+
+std::vector<double> numbers(const std::string& text) {
+    std::vector<double> v;
+    static const std::regex number(R"(-?[0-9]+(\.[0-9]+)?(e[-+][0-9]+)?)");
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), number);
+         it != std::sregex_iterator(); ++it)
+        v.push_back(std::stod(it->str()));
+    return v;
+}
+
+TEST(Cli, TagsListWhatLibtiffSees) {
+    if (std::system("command -v tiffdump > /dev/null") != 0)
+        GTEST_SKIP() << "libtiff's tiffdump is not installed";
+    const struct {
+        const char* file;
+        int page;
+    } cases[] = {
+        {"doc/multipage-g4.tif", 2},          {"doc/multipage-g4-bigendian.tif", 3},
+        {"tone/palette8.tif", 1},              {"tone/rgb-jpeg.tif", 1},
+        {"suites/libtiff/rgb-3c-8b.tiff", 1},  {"suites/libtiff/quad-tile.jpg.tiff", 1},
+        {"suites/libtiff/rgb-3c-16b.tiff", 1}, {"doc/g3-2d.tif", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string file = corpus(c.file);
+        const std::vector<TagLine> want = tiffdump_directory(file, c.page - 1);
+        ASSERT_FALSE(want.empty());
+        CliRun r = run_cli("tags " + quote(file) + " --page " + std::to_string(c.page));
+        ASSERT_EQ(r.status, 0) << r.err;
+        const std::vector<TagLine> got = tesslin_tags(r.out);
+        ASSERT_EQ(got.size(), want.size()) << r.out;
+        for (size_t i = 0; i < want.size(); ++i) {
+            SCOPED_TRACE(want[i].tag);
+            EXPECT_EQ(got[i].tag, want[i].tag);
+            EXPECT_EQ(got[i].type, want[i].type);
+            EXPECT_EQ(got[i].count, want[i].count);
+            if (want[i].type == "ASCII") {
+                // tiffdump shows the text's start; the listing shows it whole.
+                std::string start = want[i].values.substr(0, want[i].values.find(" ..."));
+                start = start.substr(0, start.find("\\0"));
+                EXPECT_EQ(got[i].values.rfind("\"" + start, 0), 0u) << got[i].values;
+            } else if (want[i].type == "SHORT" || want[i].type == "LONG" ||
+                       want[i].type == "RATIONAL") {
+                const std::vector<double> a = numbers(got[i].values), b = numbers(want[i].values);
+                const size_t shown = std::min<size_t>(want[i].type == "RATIONAL" ? 2 : 4, b.size());
+                ASSERT_GE(a.size(), shown) << got[i].values;
+                for (size_t k = 0; k < shown; ++k)
+                    EXPECT_NEAR(a[k], b[k], 1e-4 * std::max(1.0, std::abs(b[k])));
+            }
+        }
+    }
+    CliRun png = run_cli("tags " + quote(corpus("png/grey.png")));
+    EXPECT_EQ(png.status, 1);
+    EXPECT_NE(png.err.find("(IMG_ERR_UNSUPPORTED, -7)"), std::string::npos) << png.err;
+    CliRun beyond = run_cli("tags " + quote(corpus("doc/multipage-g4.tif")) + " --page 4");
+    EXPECT_EQ(beyond.status, 1);
+    EXPECT_NE(beyond.err.find("cannot list the tags of page 4: page does not exist "
+                              "(IMG_ERR_NO_PAGE, -11)"),
+              std::string::npos)
+        << beyond.err;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -309,6 +310,73 @@ TEST(TiffRead, TagQueries) {
     // Orientation by page.
     EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 2), 0);
     EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 3), IMG_ERR_NO_PAGE);
+}
+
+// The directory listing decodes every field type in either byte order and
+// sizes its array with a first call.
+TEST(TiffRead, DirectoryListing) {
+    for (bool big : {false, true}) {
+        SCOPED_TRACE(big ? "big-endian" : "little-endian");
+        Builder b(big);
+        const uint32_t strip = b.add_data(std::vector<uint8_t>(4, 0));
+        b.add_long(256, 8);
+        b.add_long(257, 4);
+        b.add_long(273, strip);
+        b.add(258, 3, {8, 8, 8, 8, 8, 8});  // six SHORTs: data elsewhere
+        b.add_rational(282, 300, 1);
+        b.add_ascii(305, "listing");
+        auto be_or_le = [&](std::vector<uint8_t> v) {
+            if (!big) std::reverse(v.begin(), v.end());
+            return v;
+        };
+        b.entries.push_back({0x8001, 6, 1, {0xFB}});                        // SBYTE -5
+        b.entries.push_back({0x8002, 8, 1, be_or_le({0xFF, 0xFE})});        // SSHORT -2
+        b.entries.push_back({0x8003, 12, 1, be_or_le({0x3F, 0xF8, 0, 0, 0, 0, 0, 0})});  // 1.5
+        std::vector<uint8_t> srational = be_or_le({0xFF, 0xFF, 0xFF, 0xFF});  // -1 / 3
+        const std::vector<uint8_t> three = be_or_le({0, 0, 0, 3});
+        srational.insert(srational.end(), three.begin(), three.end());
+        b.entries.push_back({0x8004, 10, 1, srational});
+        b.set_first(b.finish_directory());
+        const std::string path = temp_path("listing.tif");
+        test::write_file(path, b.bytes);
+
+        const int32_t n = IMGLOW_get_tiff_directory(path.c_str(), 0, nullptr, 0);
+        ASSERT_EQ(n, 10);
+        std::vector<IMG_TIFF_FIELD> f(size_t(n) + 2, IMG_TIFF_FIELD{0xEEEE, 0, 0, 0, {}});
+        EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), 3), n);
+        EXPECT_EQ(f[2].tag, 273);
+        EXPECT_EQ(f[3].tag, 0xEEEE) << "no more than max entries written";
+        ASSERT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), n + 2), n);
+        std::map<uint16_t, IMG_TIFF_FIELD> by_tag;
+        for (int32_t i = 0; i < n; ++i) by_tag[f[size_t(i)].tag] = f[size_t(i)];
+        EXPECT_EQ(by_tag[256].value[0], 8u);
+        EXPECT_EQ(by_tag[258].count, 6u);
+        EXPECT_GT(by_tag[258].offset, 0u);
+        EXPECT_EQ(std::vector<uint32_t>(by_tag[258].value, by_tag[258].value + 4),
+                  (std::vector<uint32_t>{8, 8, 8, 8}));
+        EXPECT_EQ(by_tag[282].value[0], 300u);
+        EXPECT_EQ(by_tag[282].value[1], 1u);
+        EXPECT_EQ(by_tag[305].type, 2);
+        EXPECT_EQ(by_tag[305].count, 8u);
+        EXPECT_EQ(int32_t(by_tag[0x8001].value[0]), -5);
+        EXPECT_EQ(int32_t(by_tag[0x8002].value[0]), -2);
+        const uint64_t bits = uint64_t(by_tag[0x8003].value[1]) << 32 | by_tag[0x8003].value[0];
+        double d;
+        std::memcpy(&d, &bits, sizeof d);
+        EXPECT_EQ(d, 1.5);
+        EXPECT_EQ(int32_t(by_tag[0x8004].value[0]), -1);
+        EXPECT_EQ(by_tag[0x8004].value[1], 3u);
+
+        EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 1, f.data(), n), IMG_ERR_NO_PAGE);
+        // Cut inside the directory.
+        std::vector<uint8_t> cut(b.bytes.begin(), b.bytes.end() - 30);
+        test::write_file(path, cut);
+        EXPECT_LT(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), n), 0);
+        fs::remove(path);
+    }
+    const std::string png = kCorpus + "/png/rgb.png";
+    EXPECT_EQ(IMGLOW_get_tiff_directory(png.c_str(), 0, nullptr, 0), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(IMGLOW_get_tiff_directory("/nonexistent.tif", 0, nullptr, 0), IMG_ERR_OPEN);
 }
 
 // Channel mode (a negative page): one byte of each pixel as 8-bit grey.

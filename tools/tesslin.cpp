@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -45,6 +46,7 @@ const char* const kMainHelp =
     "  info FILE... [--page N] [--json]   format, pages, size, depth and resolution\n"
     "  convert INPUT OUTPUT [options]     decode pages and save them in another format\n"
     "  formats                            every format code and what the library does with it\n"
+    "  tags FILE [--page N]               the TIFF tags of a page\n"
     "  version                            library and interface versions\n"
     "\n"
     "'tesslin COMMAND --help' describes a command. Pages count from 1.\n";
@@ -91,6 +93,14 @@ const char* const kFormatsHelp =
     "\n"
     "Lists every format code with its name, whether the library reads it (plug-in:\n"
     "through a separately installed module), writes it, and handles several pages.\n";
+
+const char* const kTagsHelp =
+    "usage: tesslin tags FILE [--page N]\n"
+    "\n"
+    "Lists the entries of the TIFF directory of page N (default 1) in file order:\n"
+    "tag number and name, field type, value count and the first values (text in\n"
+    "full up to 200 characters; numbers up to four, then the data's offset).\n"
+    "  --page N   the page, counting from 1\n";
 
 bool wants_help(int argc, char** argv) {
     for (int i = 0; i < argc; ++i)
@@ -571,6 +581,154 @@ int cmd_convert(int argc, char** argv) {
     return Converter(o).run();
 }
 
+// ---- tags -------------------------------------------------------------
+
+struct TagName {
+    uint16_t tag;
+    const char* name;
+};
+
+// Baseline and extension tags, and the private ones document files carry.
+constexpr TagName kTagNames[] = {
+    {254, "NewSubfileType"}, {255, "SubfileType"}, {256, "ImageWidth"},
+    {257, "ImageLength"}, {258, "BitsPerSample"}, {259, "Compression"},
+    {262, "PhotometricInterpretation"}, {263, "Threshholding"}, {264, "CellWidth"},
+    {265, "CellLength"}, {266, "FillOrder"}, {269, "DocumentName"},
+    {270, "ImageDescription"}, {271, "Make"}, {272, "Model"}, {273, "StripOffsets"},
+    {274, "Orientation"}, {277, "SamplesPerPixel"}, {278, "RowsPerStrip"},
+    {279, "StripByteCounts"}, {280, "MinSampleValue"}, {281, "MaxSampleValue"},
+    {282, "XResolution"}, {283, "YResolution"}, {284, "PlanarConfiguration"},
+    {285, "PageName"}, {286, "XPosition"}, {287, "YPosition"}, {288, "FreeOffsets"},
+    {289, "FreeByteCounts"}, {290, "GrayResponseUnit"}, {291, "GrayResponseCurve"},
+    {292, "T4Options"}, {293, "T6Options"}, {296, "ResolutionUnit"}, {297, "PageNumber"},
+    {301, "TransferFunction"}, {305, "Software"}, {306, "DateTime"}, {315, "Artist"},
+    {316, "HostComputer"}, {317, "Predictor"}, {318, "WhitePoint"},
+    {319, "PrimaryChromaticities"}, {320, "ColorMap"}, {321, "HalftoneHints"},
+    {322, "TileWidth"}, {323, "TileLength"}, {324, "TileOffsets"}, {325, "TileByteCounts"},
+    {326, "BadFaxLines"}, {327, "CleanFaxData"}, {328, "ConsecutiveBadFaxLines"},
+    {330, "SubIFDs"}, {332, "InkSet"}, {333, "InkNames"}, {334, "NumberOfInks"},
+    {336, "DotRange"}, {337, "TargetPrinter"}, {338, "ExtraSamples"},
+    {339, "SampleFormat"}, {340, "SMinSampleValue"}, {341, "SMaxSampleValue"},
+    {342, "TransferRange"}, {347, "JPEGTables"}, {512, "JPEGProc"},
+    {513, "JPEGInterchangeFormat"}, {514, "JPEGInterchangeFormatLength"},
+    {515, "JPEGRestartInterval"}, {517, "JPEGLosslessPredictors"},
+    {518, "JPEGPointTransforms"}, {519, "JPEGQTables"}, {520, "JPEGDCTables"},
+    {521, "JPEGACTables"}, {529, "YCbCrCoefficients"}, {530, "YCbCrSubSampling"},
+    {531, "YCbCrPositioning"}, {532, "ReferenceBlackWhite"}, {700, "XMP"},
+    {32781, "ImageID"}, {33432, "Copyright"}, {33723, "IPTC"}, {34377, "Photoshop"},
+    {34665, "ExifIFD"}, {34675, "ICCProfile"}, {34732, "ImageLayer"},
+    {34853, "GPSIFD"},
+};
+
+const char* tag_name(uint16_t tag) {
+    for (const TagName& t : kTagNames)
+        if (t.tag == tag) return t.name;
+    return "";
+}
+
+const char* type_name(uint16_t type) {
+    static const char* const names[] = {"",       "BYTE",   "ASCII",     "SHORT", "LONG",
+                                        "RATIONAL", "SBYTE", "UNDEFINED", "SSHORT", "SLONG",
+                                        "SRATIONAL", "FLOAT", "DOUBLE",    "IFD"};
+    return type < sizeof names / sizeof names[0] ? names[type] : "?";
+}
+
+// The text of an ASCII field, quoted, with control bytes escaped and the
+// trailing NUL dropped.
+std::string ascii_value(const std::string& file, int32_t page, const IMG_TIFF_FIELD& f) {
+    constexpr uint32_t kShown = 200;
+    char text[kShown];
+    int32_t unused = 0;
+    const int32_t n = IMGLOW_get_tiff_tag_page(f.tag, int32_t(std::min(f.count, kShown)), &unused,
+                                               file.c_str(), text, page);
+    if (n < 0) return "(unreadable: " + status_text(n) + ")";
+    int32_t len = n;
+    while (len > 0 && text[len - 1] == 0) --len;
+    std::string out = json_string(std::string(text, size_t(len)));
+    if (f.count > kShown) out += " ...";
+    return out;
+}
+
+std::string numeric_value(const IMG_TIFF_FIELD& f) {
+    char buf[64];
+    std::string out;
+    const bool is_signed = f.type == 6 || f.type == 8 || f.type == 9 || f.type == 10;
+    auto number = [&](uint32_t v) {
+        std::snprintf(buf, sizeof buf, is_signed ? "%d" : "%u", is_signed ? int32_t(v) : v);
+        return std::string(buf);
+    };
+    uint32_t shown = 0;
+    if (f.type == 5 || f.type == 10) {
+        // As decimals, the way the values mean; a zero denominator as it is.
+        for (; shown < 2 && shown < f.count; ++shown) {
+            const uint32_t num = f.value[2 * shown], den = f.value[2 * shown + 1];
+            if (den == 0) {
+                out += (shown ? ", " : "") + number(num) + "/0";
+                continue;
+            }
+            const double q = is_signed ? double(int32_t(num)) / int32_t(den) : double(num) / den;
+            std::snprintf(buf, sizeof buf, "%s%.6g", shown ? ", " : "", q);
+            out += buf;
+        }
+    } else if (f.type == 11) {
+        float v;
+        std::memcpy(&v, &f.value[0], sizeof v);
+        std::snprintf(buf, sizeof buf, "%g", double(v));
+        out = buf;
+        shown = 1;
+    } else if (f.type == 12) {
+        const uint64_t bits = uint64_t(f.value[1]) << 32 | f.value[0];
+        double v;
+        std::memcpy(&v, &bits, sizeof v);
+        std::snprintf(buf, sizeof buf, "%g", v);
+        out = buf;
+        shown = 1;
+    } else {
+        for (; shown < 4 && shown < f.count; ++shown) out += (shown ? ", " : "") + number(f.value[shown]);
+    }
+    if (f.count > shown) {
+        std::snprintf(buf, sizeof buf, "%s... (data at offset %u)", out.empty() ? "" : ", ",
+                      f.offset);
+        out += buf;
+    }
+    return out;
+}
+
+int cmd_tags(int argc, char** argv) {
+    if (wants_help(argc, argv)) return std::fputs(kTagsHelp, stdout), 0;
+    std::string file;
+    int32_t page = 1;
+    for (int i = 0; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "--page") {
+            if (i + 1 >= argc || !parse_int(argv[++i], &page) || page < 1)
+                return usage_error("--page needs a page number from 1", "tags");
+        } else if (a.size() > 1 && a[0] == '-') {
+            return usage_error("unknown option " + a, "tags");
+        } else if (file.empty()) {
+            file = a;
+        } else {
+            return usage_error("tags takes one file", "tags");
+        }
+    }
+    if (file.empty()) return usage_error("tags needs a file", "tags");
+    const std::string what = "cannot list the tags of page " + std::to_string(page);
+    const int32_t n = IMGLOW_get_tiff_directory(file.c_str(), page - 1, nullptr, 0);
+    if (n < 0) return fail(file, what, n);
+    std::vector<IMG_TIFF_FIELD> fields(size_t(n) + 1);
+    const int32_t again = IMGLOW_get_tiff_directory(file.c_str(), page - 1, fields.data(), n);
+    if (again < 0) return fail(file, what, again);
+    fields.resize(size_t(std::min(n, again)));
+    std::printf("%s, page %d: %zu tag%s\n", file.c_str(), page, fields.size(),
+                fields.size() == 1 ? "" : "s");
+    for (const IMG_TIFF_FIELD& f : fields) {
+        const std::string value = f.type == 2 ? ascii_value(file, page - 1, f) : numeric_value(f);
+        std::printf("  %5u  %-28s %-9s %8u  %s\n", f.tag, tag_name(f.tag), type_name(f.type),
+                    f.count, value.c_str());
+    }
+    return 0;
+}
+
 int cmd_version() {
     int32_t major = 0, minor = 0;
     IMG_ifl_version(&major, &minor);
@@ -591,6 +749,7 @@ int main(int argc, char** argv) {
     if (cmd == "info") return cmd_info(argc - 2, argv + 2);
     if (cmd == "convert") return cmd_convert(argc - 2, argv + 2);
     if (cmd == "formats") return cmd_formats(argc - 2, argv + 2);
+    if (cmd == "tags") return cmd_tags(argc - 2, argv + 2);
     std::fprintf(stderr, "tesslin: unknown command '%s'\n\n%s", cmd.c_str(), kMainHelp);
     return kUsageError;
 }

@@ -496,6 +496,31 @@ TESSLIN_API int32_t IMGLOW_get_tiff_tag_page(int32_t tag, int32_t size, int32_t 
 TESSLIN_API int32_t IMGLOW_get_tiff_tag_page_fd(int32_t tag, int32_t size, int32_t *value,
                                                 int32_t stream, void *buffer, int32_t page);
 
+/* One entry of a TIFF directory as IMGLOW_get_tiff_directory lists it.
+ * value holds the first values as unsigned 32-bit numbers (signed types
+ * sign-extended): up to four BYTE, SHORT, LONG or IFD values; RATIONAL and
+ * SRATIONAL as numerator, denominator of the first two; FLOAT as its bits;
+ * DOUBLE as the low then the high word of the first; ASCII and unknown
+ * types leave value zero (read them with IMGLOW_get_tiff_tag_page).
+ * offset is where the value data lie when they do not fit in the entry
+ * (from the TIFF's start), else 0. */
+typedef struct IMG_TIFF_FIELD {
+    uint16_t tag;
+    uint16_t type;
+    uint32_t count;
+    uint32_t offset;
+    uint32_t value[4];
+} IMG_TIFF_FIELD;
+
+/* The entries of the directory of a TIFF page (0-based), in file order:
+ * fills at most `max` of `fields` and returns the directory's entry count
+ * (so a call with max 0 sizes the array). -11 for a page beyond the
+ * directory chain, -3 for a directory of fewer than 3 or more than 1000
+ * entries on the way, -12 when the directory is cut short, -7 for files
+ * that are not TIFF, -2 when the file cannot be opened. */
+TESSLIN_API int32_t IMGLOW_get_tiff_directory(const char *file, int32_t page,
+                                              IMG_TIFF_FIELD *fields, int32_t max);
+
 /* 1 when the file's first page is tiled: a TIFF (or a CALS file carrying a
  * TIFF at offset 1431) with a non-zero TileWidth and no JPEGQTables, or a
  * JED file; else 0, also when the file cannot be opened. */

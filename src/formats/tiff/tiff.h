@@ -55,6 +55,11 @@ int32_t is_tiled(int32_t stream, uint32_t base);
 int32_t tag_query(int32_t stream, int32_t tag, int32_t size, int32_t* value, void* buffer,
                   int32_t page);
 
+// The entries of a page's directory for IMGLOW_get_tiff_directory: at most
+// `max` written to `out`, the entry count returned; the statuses of
+// tag_query otherwise (-12 for a directory cut short).
+int32_t list_directory(int32_t stream, int32_t page, IMG_TIFF_FIELD* out, int32_t max);
+
 // ABIC fallback parameters of compression 32010/32008 pages: width, length,
 // bits per sample, resolution, and the stream left at the first strip.
 int32_t abic_params(int32_t stream, int32_t page, AbicParams* out);

@@ -188,6 +188,49 @@ int32_t tag_query(int32_t stream, int32_t tag, int32_t size, int32_t* value, voi
     return 0;
 }
 
+int32_t list_directory(int32_t stream, int32_t page, IMG_TIFF_FIELD* out, int32_t max) {
+    TiffFile f(stream, 0);
+    std::vector<Field> fields;
+    const int32_t r = query_directory(f, page, &fields);
+    if (r < 0) return r;
+    const size_t n = std::min(fields.size(), size_t(out ? std::max(max, 0) : 0));
+    for (size_t i = 0; i < n; ++i) {
+        const Field& e = fields[i];
+        IMG_TIFF_FIELD& o = out[i];
+        o = IMG_TIFF_FIELD{};
+        o.tag = e.tag;
+        o.type = e.type;
+        o.count = e.count;
+        const uint32_t size = type_size(e.type);
+        if (size && uint64_t(e.count) * size > 4) o.offset = f.offset_of(e);
+        if (!size || e.type == kAscii) continue;
+        // The first 16 bytes of the values, decoded by their size and sign.
+        std::vector<uint8_t> b;
+        if (!f.bytes(e, 16, &b)) continue;
+        const uint8_t* p = b.data();
+        const size_t have = b.size();
+        if (size == 1) {
+            for (size_t k = 0; k < 4 && k < have; ++k)
+                o.value[k] = e.type == 6 ? uint32_t(int32_t(int8_t(p[k]))) : p[k];
+        } else if (size == 2) {
+            for (size_t k = 0; k < 4 && 2 * k + 2 <= have; ++k) {
+                const uint16_t v = f.load16(p + 2 * k);
+                o.value[k] = e.type == 8 ? uint32_t(int32_t(int16_t(v))) : v;
+            }
+        } else if (e.type == 12) {
+            // A DOUBLE's words in file order are high then low for Motorola.
+            if (have >= 8) {
+                const uint32_t w0 = f.load32(p), w1 = f.load32(p + 4);
+                o.value[0] = f.big_endian() ? w1 : w0;
+                o.value[1] = f.big_endian() ? w0 : w1;
+            }
+        } else {
+            for (size_t k = 0; k < 4 && 4 * k + 4 <= have; ++k) o.value[k] = f.load32(p + 4 * k);
+        }
+    }
+    return int32_t(fields.size());
+}
+
 int32_t abic_params(int32_t stream, int32_t page, AbicParams* out) {
     const int32_t here = stream::seek(stream, 0, 1);
     if (here < 0) return here;
@@ -258,6 +301,17 @@ TESSLIN_API int32_t IMGLOW_get_tiff_tag_page(int32_t tag, int32_t size, int32_t*
 TESSLIN_API int32_t IMGLOW_get_tiff_tag_page_fd(int32_t tag, int32_t size, int32_t* value,
                                                 int32_t stream, void* buffer, int32_t page) {
     return api_call([&] { return tag_on_stream(stream, tag, size, value, buffer, page, true); });
+}
+
+TESSLIN_API int32_t IMGLOW_get_tiff_directory(const char* file, int32_t page,
+                                              IMG_TIFF_FIELD* fields, int32_t max) {
+    return api_call([&] {
+        return with_file(file, [&](int32_t s) -> int32_t {
+            if (!detect_format(s).is("tif")) return IMG_ERR_UNSUPPORTED;
+            stream::seek(s, 0, 0);
+            return tiff::list_directory(s, page, fields, max);
+        });
+    });
 }
 
 TESSLIN_API int32_t IMGLOW_is_tiled_image(const char* file) {
