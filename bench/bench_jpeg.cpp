@@ -165,13 +165,7 @@ int32_t photo_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes
 
 void Encode_Tesslin(benchmark::State& state) {
     const Photo& p = photo();
-    DibHeader h{};
-    h.biSize = 40;
-    h.biWidth = kWidth;
-    h.biHeight = kHeight;
-    h.biPlanes = 1;
-    h.biBitCount = 24;
-    h.biSizeImage = row_bytes(kWidth, 24) * kHeight;
+    DibHeader h = dib_header(kWidth, kHeight, 24);
     IMGLOW_set_comp_quality(75);
     IMGLOW_set_jpg_interleave(2, 2);
     const uint32_t cap = 16u << 20;

@@ -74,13 +74,7 @@ int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) 
 }
 
 std::vector<uint8_t> our_encode(const Page& p, std::vector<uint8_t>& buffer) {
-    DibHeader h{};
-    h.biSize = 40;
-    h.biWidth = kWidth;
-    h.biHeight = kHeight;
-    h.biPlanes = 1;
-    h.biBitCount = 24;
-    h.biSizeImage = p.dib_row * kHeight;
+    DibHeader h = dib_header(kWidth, kHeight, 24);
     const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
     SupplyCtx ctx{&p};
     if (png_encode(s, &h, supply_row, reinterpret_cast<intptr_t>(&ctx), 0) != 0) std::abort();

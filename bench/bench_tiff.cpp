@@ -259,13 +259,7 @@ int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) 
 }
 
 int32_t encode_ours(const Pages& p, std::vector<uint8_t>& buffer) {
-    DibHeader h{};
-    h.biSize = 40;
-    h.biWidth = kWidth;
-    h.biHeight = kHeight;
-    h.biPlanes = 1;
-    h.biBitCount = 24;
-    h.biSizeImage = p.dib_row * kHeight;
+    DibHeader h = dib_header(kWidth, kHeight, 24);
     h.biXPelsPerMeter = h.biYPelsPerMeter = 300;
     const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
     buffer[0] = 0;  // no TIFF there yet: a new file, not a page appended

@@ -16,17 +16,6 @@
 
 namespace tesslin::test {
 
-inline std::vector<uint8_t> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
-                                std::istreambuf_iterator<char>());
-}
-
-inline void write_file(const std::string& path, const std::vector<uint8_t>& data) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
-}
-
 // A copy of the bytes in a library block (so that memory streams know its size).
 inline void* to_block(const std::vector<uint8_t>& data) {
     void* b = tesslin_block_alloc(uint32_t(data.size() ? data.size() : 1));

@@ -51,24 +51,6 @@ inline int32_t decoded_row(uint8_t* row, intptr_t user, int32_t n, uint32_t byte
     return 0;
 }
 
-inline std::vector<uint8_t> read_file(const std::string& path) {
-    std::vector<uint8_t> data;
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) return data;
-    uint8_t buf[65536];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) data.insert(data.end(), buf, buf + n);
-    std::fclose(f);
-    return data;
-}
-
-inline void write_file(const std::string& path, const std::vector<uint8_t>& data) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return;
-    std::fwrite(data.data(), 1, data.size(), f);
-    std::fclose(f);
-}
-
 // Decodes bytes held in memory through the JPEG decoder.
 inline int32_t jpeg_decode_bytes(const std::vector<uint8_t>& bytes, Decoded* out,
                                  const jpeg::DecodeOptions& options = {}, uint32_t position = 0) {

@@ -16,18 +16,12 @@
 #include "core/dib.h"
 #include "core/stream.h"
 #include "formats/png/png.h"
+#include "test_util.h"
 
 namespace tesslin::pngtest {
 
-inline std::vector<uint8_t> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-inline void write_file(const std::string& path, const std::vector<uint8_t>& data) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
-}
+using test::read_file;
+using test::write_file;
 
 // What a decode delivered: the header with its palette and the rows by number.
 struct Decoded {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,18 @@
 #include "tesslin/tesslin.h"
 
 namespace tesslin::test {
+
+// The whole of a file (empty when it cannot be read).
+inline std::vector<uint8_t> read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
+}
+
+inline void write_file(const std::string& path, const std::vector<uint8_t>& data) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+}
 
 // A DIB of the given size and depth in a library block. Rows are filled by
 // fill(row, bytes, row_index) with row 0 the top row; palette 1-bit black/

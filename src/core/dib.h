@@ -49,6 +49,18 @@ inline uint8_t* dib_pixels(void* dib) {
     return static_cast<uint8_t*>(dib) + kDibHeaderSize + palette_bytes(h->biBitCount);
 }
 
+// A bottom-up, uncompressed header for width x height pixels of `bits` bits.
+inline DibHeader dib_header(int32_t width, int32_t height, uint16_t bits) {
+    DibHeader h{};
+    h.biSize = kDibHeaderSize;
+    h.biWidth = width;
+    h.biHeight = height;
+    h.biPlanes = 1;
+    h.biBitCount = bits;
+    h.biSizeImage = row_bytes(uint32_t(width), bits) * uint32_t(height);
+    return h;
+}
+
 // Writes x and y dots per inch into the two resolution fields.
 inline void dib_set_resolution(DibHeader* h, int32_t xdpi, int32_t ydpi) {
     h->biXPelsPerMeter = xdpi;
