@@ -21,24 +21,29 @@ inline void check(bool ok) {
 }
 
 struct Seen {
-    int32_t width = 0, height = 0;
+    int32_t width = 0, height = 0, bits = 0;
     uint32_t packed = 0, sum = 0;
 };
 
+// Fax pages are bilevel; a CALS file carrying a TIFF at 1431 delivers
+// whatever that TIFF holds, so any DIB depth is a valid header.
 inline int32_t on_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
     auto* s = reinterpret_cast<Seen*>(user);
-    check(h->biWidth > 0 && h->biHeight > 0 && h->biBitCount == 1);
+    check(h->biWidth > 0 && h->biHeight > 0 && tesslin::dib_depth_valid(h->biBitCount));
     s->width = h->biWidth;
     s->height = h->biHeight;
-    s->packed = tesslin::row_bytes(uint32_t(h->biWidth), 1);
+    s->bits = h->biBitCount;
+    s->packed = tesslin::row_bytes(uint32_t(h->biWidth), h->biBitCount);
     return 1;
 }
 
-// Rows in range; run records closed at the width with increasing changes.
+// Rows in range; packed rows of the header's size, or (bilevel only) run
+// records closed at the width with increasing changes.
 inline int32_t on_row(uint8_t* row, intptr_t user, int32_t r, uint32_t count) {
     auto* s = reinterpret_cast<Seen*>(user);
     check(s->width > 0 && r >= 0 && r < s->height);
     if (count != s->packed) {
+        check(s->bits == 1);
         const auto* rec = reinterpret_cast<const uint32_t*>(row);
         check(count % 4 == 0 && count >= 8 && rec[0] == count);
         for (uint32_t i = 2; i < count / 4; ++i) check(rec[i] >= rec[i - 1]);
