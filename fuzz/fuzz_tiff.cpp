@@ -63,6 +63,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint8_t buffer[64];
     tesslin::tiff::tag_query(stream, 270, sizeof buffer, &value, buffer, 0);
     tesslin::tiff::tag_query(stream, 282, sizeof buffer, &value, buffer, 0);
+    // The directory listing: never more entries written than asked for.
+    IMG_TIFF_FIELD fields[9];
+    fields[8].tag = 0xABCD;
+    const int32_t n = tesslin::tiff::list_directory(stream, 0, fields, 8);
+    if (fields[8].tag != 0xABCD || n > 1000) std::abort();
     tesslin::stream::mem_release(stream);
     return 0;
 }
