@@ -97,7 +97,7 @@ bool make_huff(Huff& h, const uint8_t* counts, const uint8_t* symbols) {
 }
 
 // The T.81 Annex K Huffman tables (standard data, shared with the library).
-const jpeg::HuffmanSpec* const kStd[4] = {&jpeg::kDcLuma, &jpeg::kDcChroma, &jpeg::kAcLuma,
+const jpeg::HuffmanCodeLengths* const kStd[4] = {&jpeg::kDcLuma, &jpeg::kDcChroma, &jpeg::kAcLuma,
                                           &jpeg::kAcChroma};
 
 // One bit at a time: mask from 0x80; a 0x00 after a used 0xFF is skipped;
@@ -268,8 +268,8 @@ struct Ref {
     void table_for(Comp& k, int tbl) {
         k.dc = (tbl >> 4) == 0 ? 0 : (tbl >> 4) == 1 ? 1 : 2;
         k.ac = (tbl & 15) <= 2 ? (tbl & 15) : 3;
-        const jpeg::HuffmanSpec& d = *kStd[k.dc ? 1 : 0];
-        const jpeg::HuffmanSpec& a = *kStd[k.ac ? 3 : 2];
+        const jpeg::HuffmanCodeLengths& d = *kStd[k.dc ? 1 : 0];
+        const jpeg::HuffmanCodeLengths& a = *kStd[k.ac ? 3 : 2];
         if (!dc[k.dc].defined) make_huff(dc[k.dc], d.counts, d.symbols);
         if (!ac[k.ac].defined) make_huff(ac[k.ac], a.counts, a.symbols);
     }

@@ -411,7 +411,7 @@ const HuffmanDecode* Decoder::dc_table(int nibble) {
     const int i = nibble == 0 ? 0 : nibble == 1 ? 1 : 2;
     // Streams without a DHT (motion-JPEG frames) rely on the standard tables.
     if (!dc_[i].defined) {
-        const HuffmanSpec& s = i == 0 ? kDcLuma : kDcChroma;
+        const HuffmanCodeLengths& s = i == 0 ? kDcLuma : kDcChroma;
         build_huffman(dc_[i], s.counts, s.symbols);
     }
     return &dc_[i];
@@ -420,7 +420,7 @@ const HuffmanDecode* Decoder::dc_table(int nibble) {
 const HuffmanDecode* Decoder::ac_table(int nibble) {
     const int i = nibble <= 2 ? nibble : 3;
     if (!ac_[i].defined) {
-        const HuffmanSpec& s = i == 0 ? kAcLuma : kAcChroma;
+        const HuffmanCodeLengths& s = i == 0 ? kAcLuma : kAcChroma;
         build_huffman(ac_[i], s.counts, s.symbols);
     }
     return &ac_[i];

@@ -23,13 +23,13 @@ namespace {
 struct HuffmanEncode {
     uint16_t code[256] = {};
     uint8_t size[256] = {};
-    explicit HuffmanEncode(const HuffmanSpec& spec) {
+    explicit HuffmanEncode(const HuffmanCodeLengths& table) {
         int k = 0;
         uint32_t c = 0;
         for (int len = 1; len <= 16; ++len) {
-            for (int i = 0; i < spec.counts[len - 1]; ++i, ++k) {
-                code[spec.symbols[k]] = static_cast<uint16_t>(c++);
-                size[spec.symbols[k]] = static_cast<uint8_t>(len);
+            for (int i = 0; i < table.counts[len - 1]; ++i, ++k) {
+                code[table.symbols[k]] = static_cast<uint16_t>(c++);
+                size[table.symbols[k]] = static_cast<uint8_t>(len);
             }
             c <<= 1;
         }
@@ -294,12 +294,12 @@ bool Encoder::write_headers(StreamWriter& out) {
         sof[12 + 3 * c] = 1;
     }
     out.write(sof, static_cast<uint32_t>(10 + 3 * nf));
-    auto dht = [&](uint8_t id, const HuffmanSpec& spec) {
-        const uint16_t len = static_cast<uint16_t>(2 + 1 + 16 + spec.total);
+    auto dht = [&](uint8_t id, const HuffmanCodeLengths& table) {
+        const uint16_t len = static_cast<uint16_t>(2 + 1 + 16 + table.total);
         const uint8_t head[5] = {0xFF, 0xC4, uint8_t(len >> 8), uint8_t(len), id};
         out.write(head, 5);
-        out.write(spec.counts, 16);
-        out.write(spec.symbols, static_cast<uint32_t>(spec.total));
+        out.write(table.counts, 16);
+        out.write(table.symbols, static_cast<uint32_t>(table.total));
     };
     dht(0x00, kDcLuma);
     dht(0x10, kAcLuma);

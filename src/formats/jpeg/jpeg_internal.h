@@ -19,12 +19,12 @@ const uint16_t* default_quant(int table);
 // The four Huffman tables written by the encoder and installed by the
 // decoder for a scan whose table was never defined: counts per length
 // 1..16 then symbols.
-struct HuffmanSpec {
+struct HuffmanCodeLengths {
     uint8_t counts[16];
     const uint8_t* symbols;
     int total;
 };
-extern const HuffmanSpec kDcLuma, kDcChroma, kAcLuma, kAcChroma;
+extern const HuffmanCodeLengths kDcLuma, kDcChroma, kAcLuma, kAcChroma;
 
 // ---- Decoder colour tables -------------------------------------------------
 // Indexed by the chroma sample's byte (0..127 for 0..127, 128..255 for
