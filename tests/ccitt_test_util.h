@@ -202,11 +202,6 @@ int32_t encode_to_bytes(std::vector<uint8_t>& out, uint32_t capacity, Encode&& e
 
 // ---- libtiff (through Pillow) as the reader of coded data ----------------
 
-inline bool have_pillow() {
-    static const bool ok = std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0;
-    return ok;
-}
-
 inline void put16(std::vector<uint8_t>& v, uint32_t x) {
     v.push_back(uint8_t(x));
     v.push_back(uint8_t(x >> 8));

@@ -77,7 +77,8 @@ int json_int(const std::string& json, const std::string& key) {
     return std::regex_search(json, m, re) ? std::stoi(m[1]) : INT32_MIN;
 }
 
-bool have_pillow() { return std::system("/usr/bin/python3 -c 'import PIL' 2>/dev/null") == 0; }
+using tesslin::test::have_pillow;
+using tesslin::test::have_tool;
 
 }  // namespace
 
@@ -361,7 +362,7 @@ std::vector<double> numbers(const std::string& text) {
 }
 
 TEST(Cli, TagsListWhatLibtiffSees) {
-    if (std::system("command -v tiffdump > /dev/null") != 0)
+    if (!have_tool("tiffdump"))
         GTEST_SKIP() << "libtiff's tiffdump is not installed";
     const struct {
         const char* file;

@@ -124,11 +124,6 @@ inline std::string scratch(const std::string& name) {
     return (std::filesystem::temp_directory_path() / ("tesslin-fax-" + name)).string();
 }
 
-inline bool have_tool(const char* name) {
-    const std::string cmd = std::string("command -v ") + name + " >/dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
 inline bool run(const std::string& cmd) { return std::system((cmd + " 2>/dev/null").c_str()) == 0; }
 
 // Rows of a page as they stand in a P4 file (1 = black).

@@ -152,15 +152,6 @@ inline double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
     return 10 * std::log10(255.0 * 255.0 * double(a.size()) / se);
 }
 
-inline bool have_tool(const char* name) {
-    std::string cmd = std::string("command -v ") + name + " > /dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
-inline bool have_pillow() {
-    return std::system("/usr/bin/python3 -c 'import PIL' > /dev/null 2>&1") == 0;
-}
-
 inline std::string temp_path(const std::string& name) {
     const char* dir = std::getenv("TMPDIR");
     return std::string(dir && *dir ? dir : "/tmp") + "/tesslin_jpeg_" + name;

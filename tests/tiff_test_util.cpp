@@ -221,15 +221,6 @@ bool run(const std::string& command, std::string* output) {
     return rc == 0;
 }
 
-bool have_tool(const char* name) {
-    return std::system((std::string("command -v ") + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-bool have_pillow() {
-    static const bool ok = std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0;
-    return ok;
-}
-
 std::string temp_path(const std::string& name) {
     return (std::filesystem::temp_directory_path() /
             ("tiff_" + std::to_string(::getpid()) + "_" + name))

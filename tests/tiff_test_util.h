@@ -91,8 +91,8 @@ std::vector<uint8_t> simple_tiff(uint32_t width, uint32_t height, uint32_t sampl
                                  uint32_t rows_per_strip = 0);
 
 // Peer tools.
-bool have_tool(const char* name);
-bool have_pillow();
+using test::have_pillow;
+using test::have_tool;
 // Runs a shell command; true on exit status 0. Its output goes to `output`.
 bool run(const std::string& command, std::string* output = nullptr);
 // Pillow's pixels of page `page`, converted to `mode` ("RGB", "RGBA", "L",
