@@ -33,10 +33,13 @@ struct Raster {
     }
 };
 
-inline Raster read_netpbm(const std::string& path) {
-    Raster r;
-    std::vector<uint8_t> d = read_file(path);
-    size_t pos = 0;
+// Reads a netpbm file (P4, P5, P6, or P7 with WIDTH, HEIGHT, DEPTH) of 8-bit
+// samples; false when it is missing, cut short or not 8-bit.
+inline bool read_netpbm(const std::string& path, Raster* out) {
+    const std::vector<uint8_t> d = read_file(path);
+    if (d.size() < 3 || d[0] != 'P') return false;
+    const char kind = char(d[1]);
+    size_t pos = 2;
     auto token = [&]() {
         std::string t;
         while (pos < d.size()) {
@@ -51,36 +54,48 @@ inline Raster read_netpbm(const std::string& path) {
         }
         return t;
     };
-    const std::string magic = token();
+    auto number = [&]() {
+        const std::string t = token();
+        return t.empty() ? -1 : std::atoi(t.c_str());
+    };
+    Raster& r = *out;
     int maxval = 255;
-    if (magic == "P7") {
+    if (kind == '7') {
         for (std::string t = token(); !t.empty() && t != "ENDHDR"; t = token()) {
-            if (t == "WIDTH") r.width = std::stoi(token());
-            if (t == "HEIGHT") r.height = std::stoi(token());
-            if (t == "DEPTH") r.channels = std::stoi(token());
-            if (t == "MAXVAL") maxval = std::stoi(token());
-            if (t == "TUPLTYPE") token();
+            if (t == "WIDTH") r.width = number();
+            else if (t == "HEIGHT") r.height = number();
+            else if (t == "DEPTH") r.channels = number();
+            else if (t == "MAXVAL") maxval = number();
+            else if (t == "TUPLTYPE") token();
         }
     } else {
-        r.width = std::stoi(token());
-        r.height = std::stoi(token());
-        if (magic != "P4") maxval = std::stoi(token());
-        r.channels = magic == "P6" ? 3 : 1;
+        r.width = number();
+        r.height = number();
+        if (kind != '4') maxval = number();
+        r.channels = kind == '6' ? 3 : 1;
     }
     ++pos;  // the single whitespace before the samples
-    (void)maxval;
+    if (maxval != 255 || r.width <= 0 || r.height <= 0 || r.channels <= 0) return false;
     const size_t n = size_t(r.width) * size_t(r.height) * size_t(r.channels);
-    r.px.resize(n);
-    if (magic == "P4") {
+    if (kind == '4') {
         const size_t rb = (size_t(r.width) + 7) / 8;
+        if (pos + rb * size_t(r.height) > d.size()) return false;
+        r.px.resize(n);
         for (int32_t y = 0; y < r.height; ++y)
             for (int32_t x = 0; x < r.width; ++x) {
                 const uint8_t bit = (d[pos + size_t(y) * rb + size_t(x) / 8] >> (7 - x % 8)) & 1;
                 r.px[size_t(y) * size_t(r.width) + size_t(x)] = bit ? 0 : 255;
             }
-    } else {
-        std::copy(d.begin() + long(pos), d.begin() + long(pos + n), r.px.begin());
+        return true;
     }
+    if (pos + n > d.size()) return false;
+    r.px.assign(d.begin() + long(pos), d.begin() + long(pos + n));
+    return true;
+}
+
+inline Raster read_netpbm(const std::string& path) {
+    Raster r;
+    read_netpbm(path, &r);
     return r;
 }
 

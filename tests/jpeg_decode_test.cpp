@@ -61,7 +61,7 @@ TEST(JpegDecode, CorpusRowsMatchTheirReferences) {
         EXPECT_EQ(d.header.biHeight, row.height);
         Pnm ref;
         ASSERT_TRUE(read_pnm(data_path("corpus/" + row.reference), &ref));
-        const double p = psnr(as_pnm_samples(d), ref.data);
+        const double p = psnr(as_pnm_samples(d), ref.px);
         const double need = std::atof(row.compare.c_str() + 5);
         std::printf("%-28s %6.2f dB\n", row.file.c_str(), p);
         EXPECT_GE(p, need);
@@ -100,7 +100,7 @@ TEST(JpegDecode, PeerEncodedFilesMatchDjpeg) {
         ASSERT_EQ(d.header.biWidth, ref.width);
         ASSERT_EQ(d.header.biHeight, ref.height);
         const auto ours = d.header.biBitCount == 32 ? four_channels_as_djpeg_rgb(d) : as_pnm_samples(d);
-        const double p = psnr(ours, ref.data);
+        const double p = psnr(ours, ref.px);
         std::printf("%-22s %6.2f dB\n", name, p);
         EXPECT_GE(p, 40.0);
     }

@@ -157,7 +157,7 @@ TEST_F(JpegEncode, PeersReadOurFilesWithoutWarnings) {
             ASSERT_TRUE(run_quietly("djpeg -pnm " + jpg + " > " + out));
             Pnm p;
             ASSERT_TRUE(read_pnm(out, &p));
-            const double db = psnr(p.data, source);
+            const double db = psnr(p.px, source);
             std::printf("%-5s djpeg  %6.2f dB\n", c.name, db);
             EXPECT_GE(db, 30.0);
         }
@@ -166,7 +166,7 @@ TEST_F(JpegEncode, PeersReadOurFilesWithoutWarnings) {
                                     jpg + "'); im.load(); im.save('" + out + "', 'PPM')\""));
             Pnm p;
             ASSERT_TRUE(read_pnm(out, &p));
-            const double db = psnr(p.data, source);
+            const double db = psnr(p.px, source);
             std::printf("%-5s Pillow %6.2f dB\n", c.name, db);
             EXPECT_GE(db, 30.0);
         }
@@ -189,7 +189,7 @@ TEST_F(JpegEncode, FourChannelImagesRoundTrip) {
     ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
     EXPECT_EQ(d.header.biBitCount, 32);
     EXPECT_EQ(d.header.biCompression, 0u);
-    const double db = psnr(as_pnm_samples(d), cmyk.data);
+    const double db = psnr(as_pnm_samples(d), cmyk.px);
     std::printf("32-bit round trip %.2f dB\n", db);
     EXPECT_GE(db, 30.0);
     if (have_pillow()) {

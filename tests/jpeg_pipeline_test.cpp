@@ -87,7 +87,7 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
         for (int x = 0; x < photo.width; ++x)
             for (int c = 2; c >= 0; --c) rgb.push_back(row[size_t(3 * x + c)]);
     }
-    EXPECT_GE(psnr(rgb, photo.data), 30.0);
+    EXPECT_GE(psnr(rgb, photo.px), 30.0);
     IMG_delete_bitmap(back);
 
     // A crop rectangle is what gets written.

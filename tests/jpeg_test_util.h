@@ -14,6 +14,7 @@
 #include "core/stream.h"
 #include "formats/jpeg/jpeg.h"
 #include "platform/platform.h"
+#include "image_util.h"
 #include "test_util.h"
 #include "tesslin/tesslin.h"
 
@@ -74,50 +75,9 @@ inline int32_t jpeg_decode_file(const std::string& path, Decoded* out,
     return r;
 }
 
-// A netpbm image (P5, P6 or P7 with DEPTH), 8-bit samples.
-struct Pnm {
-    int width = 0, height = 0, channels = 0;
-    std::vector<uint8_t> data;
-};
-
-inline bool read_pnm(const std::string& path, Pnm* out) {
-    std::vector<uint8_t> f = read_file(path);
-    if (f.size() < 3 || f[0] != 'P') return false;
-    size_t p = 2;
-    auto token = [&]() -> std::string {
-        for (;;) {
-            while (p < f.size() && std::isspace(f[p])) ++p;
-            if (p < f.size() && f[p] == '#') {
-                while (p < f.size() && f[p] != '\n') ++p;
-                continue;
-            }
-            break;
-        }
-        std::string t;
-        while (p < f.size() && !std::isspace(f[p])) t += char(f[p++]);
-        return t;
-    };
-    if (f[1] == '7') {
-        for (;;) {
-            std::string key = token();
-            if (key == "ENDHDR" || key.empty()) break;
-            std::string value = token();
-            if (key == "WIDTH") out->width = std::atoi(value.c_str());
-            else if (key == "HEIGHT") out->height = std::atoi(value.c_str());
-            else if (key == "DEPTH") out->channels = std::atoi(value.c_str());
-        }
-    } else {
-        out->width = std::atoi(token().c_str());
-        out->height = std::atoi(token().c_str());
-        if (std::atoi(token().c_str()) != 255) return false;
-        out->channels = f[1] == '5' ? 1 : f[1] == '6' ? 3 : 0;
-    }
-    ++p;
-    const size_t n = size_t(out->width) * out->height * out->channels;
-    if (!out->channels || p + n > f.size()) return false;
-    out->data.assign(f.begin() + long(p), f.begin() + long(p + n));
-    return true;
-}
+// Reference rasters (netpbm files).
+using Pnm = Raster;
+inline bool read_pnm(const std::string& path, Pnm* out) { return read_netpbm(path, out); }
 
 // Pixels of a decoded image as netpbm samples (RGB for 24-bit, grey for
 // 8-bit, the four channels as stored for 32-bit).
@@ -166,7 +126,7 @@ namespace tesslin::test {
 inline void* dib_from_pnm(const Pnm& p) {
     const int bits = p.channels == 1 ? 8 : p.channels == 3 ? 24 : 32;
     return make_dib(p.width, p.height, bits, [&](uint8_t* row, uint32_t, int32_t r) {
-        const uint8_t* s = p.data.data() + size_t(r) * p.width * p.channels;
+        const uint8_t* s = p.px.data() + size_t(r) * p.width * p.channels;
         for (int x = 0; x < p.width; ++x) {
             if (bits == 8) row[x] = s[x];
             else if (bits == 24) {

@@ -16,6 +16,7 @@
 #include "core/dib.h"
 #include "core/stream.h"
 #include "formats/png/png.h"
+#include "image_util.h"
 #include "test_util.h"
 
 namespace tesslin::pngtest {
@@ -93,65 +94,9 @@ inline uint32_t index(const Decoded& d, int32_t y, int32_t x) {
     }
 }
 
-// A netpbm image: channels 1 (P4 with 0 white / 255 black mapped to grey,
-// P5), 3 (P6) or 2 / 4 (P7).
-struct Pnm {
-    int width = 0, height = 0, channels = 0;
-    std::vector<uint8_t> data;
-    const uint8_t* at(int x, int y) const { return data.data() + (size_t(y) * width + x) * channels; }
-};
-
-inline bool read_pnm(const std::string& path, Pnm* out) {
-    std::vector<uint8_t> f = read_file(path);
-    if (f.size() < 3 || f[0] != 'P') return false;
-    const char kind = char(f[1]);
-    size_t pos = 2;
-    auto token = [&]() {
-        std::string t;
-        while (pos < f.size()) {
-            if (f[pos] == '#') {
-                while (pos < f.size() && f[pos] != '\n') ++pos;
-            } else if (isspace(f[pos])) {
-                if (!t.empty()) break;
-                ++pos;
-            } else {
-                t += char(f[pos++]);
-            }
-        }
-        return t;
-    };
-    int maxval = 255;
-    if (kind == '7') {
-        for (std::string t = token(); !t.empty() && t != "ENDHDR"; t = token()) {
-            if (t == "WIDTH") out->width = std::stoi(token());
-            else if (t == "HEIGHT") out->height = std::stoi(token());
-            else if (t == "DEPTH") out->channels = std::stoi(token());
-            else if (t == "MAXVAL") maxval = std::stoi(token());
-            else if (t == "TUPLTYPE") token();
-        }
-    } else {
-        out->width = std::stoi(token());
-        out->height = std::stoi(token());
-        if (kind != '4') maxval = std::stoi(token());
-        out->channels = kind == '6' ? 3 : 1;
-    }
-    ++pos;  // the single whitespace before the data
-    if (maxval != 255) return false;
-    const size_t n = size_t(out->width) * out->height * out->channels;
-    if (kind == '4') {
-        const size_t rb = (size_t(out->width) + 7) / 8;
-        if (pos + rb * out->height > f.size()) return false;
-        out->data.resize(n);
-        for (int y = 0; y < out->height; ++y)
-            for (int x = 0; x < out->width; ++x)
-                out->data[size_t(y) * out->width + x] =
-                    ((f[pos + y * rb + x / 8] >> (7 - x % 8)) & 1) ? 0 : 255;
-        return true;
-    }
-    if (pos + n > f.size()) return false;
-    out->data.assign(f.begin() + long(pos), f.begin() + long(pos + n));
-    return true;
-}
+// Reference rasters (netpbm files, P4 read as grey 0 / 255).
+using Pnm = test::Raster;
+inline bool read_pnm(const std::string& path, Pnm* out) { return test::read_netpbm(path, out); }
 
 // PNG files assembled from raw (already filtered) row data.
 inline void put_chunk(std::vector<uint8_t>& out, const char* type, const std::vector<uint8_t>& data) {
