@@ -35,10 +35,7 @@ std::vector<uint8_t> pattern(size_t n) {
     return v;
 }
 
-std::string temp_path(const char* name) {
-    const char* dir = getenv("TMPDIR");
-    return std::string(dir && *dir ? dir : "/tmp") + "/" + name + std::to_string(getpid());
-}
+using test::temp_path;
 
 int32_t g_hook_reads = 0;
 int32_t counting_read(int32_t, void* buffer, uint32_t count) {

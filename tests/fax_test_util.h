@@ -121,7 +121,7 @@ inline void expect_file_decodes(const std::vector<uint8_t>& file, int32_t code, 
 
 // A scratch file path under the test's temporary directory.
 inline std::string scratch(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / ("tesslin-fax-" + name)).string();
+    return temp_path("fax-" + name);
 }
 
 inline bool run(const std::string& cmd) { return std::system((cmd + " 2>/dev/null").c_str()) == 0; }

@@ -112,10 +112,6 @@ inline double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
     return 10 * std::log10(255.0 * 255.0 * double(a.size()) / se);
 }
 
-inline std::string temp_path(const std::string& name) {
-    const char* dir = std::getenv("TMPDIR");
-    return std::string(dir && *dir ? dir : "/tmp") + "/tesslin_jpeg_" + name;
-}
 
 }  // namespace tesslin::test
 

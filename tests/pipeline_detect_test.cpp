@@ -12,10 +12,6 @@ using namespace tesslin::test;
 
 namespace {
 
-std::string temp_path(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / ("tesslin-detect-" + name)).string();
-}
-
 std::string write_temp(const std::string& name, const std::vector<uint8_t>& data) {
     const std::string path = temp_path(name);
     write_file(path, data);

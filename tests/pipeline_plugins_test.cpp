@@ -20,10 +20,6 @@ namespace {
 
 const std::string kModules = TESSLIN_TEST_PLUGINS;
 
-std::string temp_path(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / ("tesslin-plugins-" + name)).string();
-}
-
 // A synthetic document file the test modules serve.
 std::string pdf_file(const std::string& name, int pages, int width, int height, int bits,
                      size_t junk = 0) {

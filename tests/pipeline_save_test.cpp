@@ -16,10 +16,6 @@ using namespace tesslin::test;
 
 namespace {
 
-std::string temp_path(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / ("tesslin-save-" + name)).string();
-}
-
 // Rows with long uniform stretches and busy ones, so that run-length
 // writers use both kinds of runs.
 void mixed_fill(uint8_t* row, uint32_t n, int32_t r) {

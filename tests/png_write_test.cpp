@@ -40,12 +40,8 @@ Image random_image(int32_t w, int32_t h, int bits, uint32_t seed) {
     return im;
 }
 
-std::string temp_path(const std::string& name) {
-    const char* dir = std::getenv("TMPDIR");
-    return std::string(dir ? dir : "/tmp") + "/" + name;
-}
-
-bool have(const char* command) { return std::system((std::string("command -v ") + command + " >/dev/null 2>&1").c_str()) == 0; }
+using test::have_tool;
+using test::temp_path;
 
 }  // namespace
 
@@ -119,7 +115,7 @@ TEST(PngWriter, ChunkLayout) {
 }
 
 TEST(PngWriter, FilesPassPngcheck) {
-    if (!have("pngcheck")) GTEST_SKIP() << "pngcheck not installed";
+    if (!have_tool("pngcheck")) GTEST_SKIP() << "pngcheck not installed";
     for (int bits : {1, 4, 8, 16, 24, 32}) {
         const Image im = random_image(123, 45, bits, uint32_t(bits));
         int32_t status = 0;

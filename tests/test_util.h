@@ -2,6 +2,8 @@
 // from them, and paths to test data.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +22,13 @@ inline std::vector<uint8_t> read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
                                 std::istreambuf_iterator<char>());
+}
+
+// A scratch file name in $TMPDIR (else /tmp), unique to this process.
+inline std::string temp_path(const std::string& name) {
+    const char* dir = std::getenv("TMPDIR");
+    return std::string(dir && *dir ? dir : "/tmp") + "/tesslin_" + std::to_string(::getpid()) +
+           "_" + name;
 }
 
 // True when a program of that name is on the PATH.

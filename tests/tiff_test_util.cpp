@@ -221,12 +221,6 @@ bool run(const std::string& command, std::string* output) {
     return rc == 0;
 }
 
-std::string temp_path(const std::string& name) {
-    return (std::filesystem::temp_directory_path() /
-            ("tiff_" + std::to_string(::getpid()) + "_" + name))
-        .string();
-}
-
 Raster pillow(const std::string& path, const std::string& mode, int page) {
     const std::string out = temp_path("pillow.raw");
     const std::string cmd =

@@ -100,6 +100,6 @@ bool run(const std::string& command, std::string* output = nullptr);
 // raster when Pillow fails.
 Raster pillow(const std::string& path, const std::string& mode, int page = 0);
 // A scratch file name in the test's temporary directory.
-std::string temp_path(const std::string& name);
+using test::temp_path;
 
 }  // namespace tesslin::tifftest
