@@ -6,12 +6,18 @@ set -euo pipefail
 packages=(
   # build
   cmake make g++ clang pkg-config
-  zlib1g-dev libjbig-dev libfreetype-dev libfontconfig1-dev
+  zlib1g-dev libjbig-dev libfreetype-dev libfontconfig1-dev fonts-liberation
   libgtest-dev libgmock-dev libbenchmark-dev
+  # plug-in modules and the scanning bridge (each skipped when its library is missing)
+  libpoppler-cpp-dev libopenjp2-7-dev libsane-dev
   # independent tools the tests compare against
-  libtiff-tools python3-pil pngcheck libjpeg-turbo-progs poppler-utils ghostscript netpbm
+  libtiff-tools python3-pil python3-numpy python3-pytest python3-pydicom pngcheck
+  libjpeg-turbo-progs poppler-utils qpdf ghostscript netpbm imagemagick giflib-tools
+  dcmtk libopenjp2-tools tesseract-ocr tesseract-ocr-eng sane-utils
   # peers the benchmarks measure beside us
-  libtiff-dev libjpeg62-turbo-dev libpng-dev
+  libtiff-dev libjpeg62-turbo-dev libpng-dev libgif-dev libleptonica-dev
+  # sanitizer runtimes for clang (LeakSanitizer, ThreadSanitizer)
+  libclang-rt-14-dev
 )
 
 missing=()
