@@ -183,18 +183,6 @@ TEST_F(Plugins, DirectoryFromTheEnvironment) {
     std::filesystem::remove(pdf);
 }
 
-namespace {
-int32_t abic_params(int32_t, int32_t, AbicParams* p) {
-    *p = AbicParams{20, 6, 1, 300, 300};
-    return 0;
-}
-int32_t grey_params(int32_t, int32_t, AbicParams* p) {
-    *p = AbicParams{10, 3, 4, 0, 0};
-    return 0;
-}
-int32_t no_params(int32_t, int32_t, AbicParams*) { return kAbicParamsAbsent; }
-}  // namespace
-
 TEST_F(Plugins, AbicFallback) {
     std::vector<uint8_t> data = {'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0};
     void* block = to_block(data);
@@ -202,11 +190,18 @@ TEST_F(Plugins, AbicFallback) {
     const std::string empty = temp_path("empty");
     std::filesystem::create_directories(empty);
     use(empty);
-    EXPECT_EQ(abic_fallback(s, 0, abic_params, nullptr), IMG_ERR_ABIC_PLUGIN);
-    EXPECT_EQ(abic_fallback(s, 0, no_params, nullptr), IMG_ERR_COMPRESSION);
+    const AbicParams bilevel{20, 6, 1, 300, 300}, grey{10, 3, 4, 0, 0};
+    EXPECT_EQ(abic_decode_image(s, bilevel), IMG_ERR_ABIC_PLUGIN);
+    // Data no container describes stays undecoded.
+    std::vector<uint8_t> other = {'X', 'Y', 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    void* other_block = to_block(other);
+    const int32_t o = stream::mem_create(other_block);
+    EXPECT_EQ(abic_fallback(o, 0), IMG_ERR_COMPRESSION);
+    stream::mem_release(o);
+    tesslin_block_free(other_block);
     use(kModules + "/abicmod");
     // Bilevel: the module's rows straight into the image, 1 bits black.
-    const int32_t h = abic_fallback(s, 0, abic_params, nullptr);
+    const int32_t h = abic_decode_image(s, bilevel);
     ASSERT_GE(h, 0);
     const Raster r = handle_raster(h);
     ASSERT_EQ(r.width, 20);
@@ -218,7 +213,7 @@ TEST_F(Plugins, AbicFallback) {
     EXPECT_EQ(query<int32_t>("abicmod", "testmod_input", 0), 5);
     IMG_delete_bitmap(h);
     // 4 bits: rows of bit planes, most significant first, combined.
-    const int32_t g = abic_fallback(s, 0, nullptr, grey_params);
+    const int32_t g = abic_decode_image(s, grey);
     ASSERT_GE(g, 0);
     // Image row y is made of module rows 4y..4y+3; pixel x has a 1 bit in
     // plane k when x <= (4y + k) mod 10.

@@ -353,8 +353,9 @@ TEST(Save, MultiPageCodesAppendAndFailedSavesCleanUpOnlyWhatTheyCreated) {
     const int32_t h = make(8, 3, 8);
     const std::string path = temp_path("pages.bin");
     std::filesystem::remove(path);
-    const dispatch::EncoderEntry tiff{0, page_encoder, 0}, bmp{1, page_encoder, 0};
-    const dispatch::EncoderEntry tiff_failing{0, page_encoder, 1};
+    const CodeRow tiff{0, "t", "t", "tif", page_encoder, 0, RowSupply::kPacked, true};
+    const CodeRow bmp{1, "b", "b", "bmp", page_encoder, 0};
+    const CodeRow tiff_failing{0, "t", "t", "tif", page_encoder, 1, RowSupply::kPacked, true};
     // Code 0 (TIFF) twice into one name: two pages.
     ASSERT_EQ(save_named(h, path.c_str(), 0, &tiff), 0);
     ASSERT_EQ(save_named(h, path.c_str(), 0, &tiff), 0);

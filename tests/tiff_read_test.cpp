@@ -14,7 +14,7 @@
 #include <map>
 #include <thread>
 
-#include "pipeline/dispatch.h"
+#include "pipeline/codec.h"
 #include "tiff_test_util.h"
 
 using namespace tesslin;
@@ -575,7 +575,7 @@ TEST(TiffRead, OldStyleJpeg) {
 
     Decoded whole;
     const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(jpg.data()), uint32_t(jpg.size()));
-    whole.status = dispatch::decoder_for("jpg")(0, on_row, intptr_t(&whole), on_header, s);
+    whole.status = decoder_for_tag("jpg")(0, on_row, intptr_t(&whole), on_header, s);
     stream::mem_release(s);
     ASSERT_EQ(whole.status, 0);
     const Decoded d = decode(b.bytes);

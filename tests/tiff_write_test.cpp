@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <map>
 
-#include "pipeline/dispatch.h"
+#include "pipeline/codec.h"
 #include "tiff_test_util.h"
 
 using namespace tesslin;
@@ -260,7 +260,7 @@ TEST(TiffWrite, JpegCodeHoldsTheJpegStream) {
         const std::vector<uint8_t> bytes = test::read_file(jpg);
         std::vector<uint8_t> copy = bytes;
         const int32_t s = stream::mem_create_sized(copy.data(), uint32_t(copy.size()));
-        direct.status = dispatch::decoder_for("jpg")(0, on_row, intptr_t(&direct), on_header, s);
+        direct.status = decoder_for_tag("jpg")(0, on_row, intptr_t(&direct), on_header, s);
         stream::mem_release(s);
         EXPECT_TRUE(back.rows == direct.rows) << what;
         if (d.bits != 32 && have_tool("tiffinfo") && have_tool("tiff2rgba")) {

@@ -293,11 +293,90 @@ TESSLIN_API void *IMG_get_profile(const char *file_name, int32_t reserved, uint3
 /* Format detection and queries                                         */
 /* ------------------------------------------------------------------ */
 
-/* Format codes name a format and compression variant (docs/decoding.md has
- * the table): 0 TIFF, 1 BMP, 12 run-length BMP, 13 JPEG, 43 PNG, 48 bare
- * DIB, 59 PDF and so on. Detection looks only at the data, never at a file
- * name; each signature test runs only while its format's detection switch
- * is on (IMGLOW_set_auto_detect). */
+/* Format codes name a format and compression variant. Detection looks only
+ * at the data, never at a file name; each signature test runs only while its
+ * format's detection switch is on (IMGLOW_set_auto_detect). `tesslin
+ * formats` and IMGLOW_get_format_info tell which codes this build reads and
+ * writes. Codes marked "save only" are produced by no detection. */
+enum {
+    IMG_FORMAT_TIFF = 0,               /* TIFF, uncompressed */
+    IMG_FORMAT_BMP = 1,                /* Windows BMP, uncompressed */
+    IMG_FORMAT_PCX = 2,                /* PCX */
+    IMG_FORMAT_TARGA = 3,              /* Targa */
+    IMG_FORMAT_GIF = 4,                /* GIF, not interlaced */
+    IMG_FORMAT_WPG = 5,                /* WordPerfect graphics */
+    IMG_FORMAT_WMF = 6,                /* Windows metafile (placeable) */
+    IMG_FORMAT_TIFF_MH = 7,            /* TIFF, CCITT modified Huffman */
+    IMG_FORMAT_TIFF_G3 = 8,            /* TIFF, CCITT Group 3 */
+    IMG_FORMAT_TIFF_LZW = 9,           /* TIFF, LZW */
+    IMG_FORMAT_TIFF_G4 = 10,           /* TIFF, CCITT Group 4 */
+    IMG_FORMAT_DCX = 11,               /* DCX (multi-page PCX) */
+    IMG_FORMAT_BMP_RLE = 12,           /* Windows BMP, run-length compressed */
+    IMG_FORMAT_JPEG = 13,              /* JPEG */
+    IMG_FORMAT_EPS = 14,               /* EPS with a TIFF preview */
+    IMG_FORMAT_PICT = 15,              /* Macintosh PICT */
+    IMG_FORMAT_TIFF_PACKBITS = 16,     /* TIFF, PackBits */
+    IMG_FORMAT_TIFF_G3_2D = 17,        /* TIFF, Group 3 with two-dimensional coding (read only) */
+    IMG_FORMAT_CALS = 18,              /* CALS raster */
+    IMG_FORMAT_LSD = 19,               /* LSD fax container (read only) */
+    IMG_FORMAT_XBM = 20,               /* X bitmap */
+    IMG_FORMAT_MACPAINT = 21,          /* MacPaint (read only) */
+    IMG_FORMAT_GX2 = 22,               /* GX2 (read only) */
+    IMG_FORMAT_KFX = 23,               /* KFX fax container (read only) */
+    IMG_FORMAT_IOCA = 24,              /* IOCA */
+    IMG_FORMAT_ICON = 25,              /* Windows icon */
+    IMG_FORMAT_IFF = 26,               /* IFF (FORM) */
+    IMG_FORMAT_CLIPBOARD = 27,         /* Windows clipboard */
+    IMG_FORMAT_GEM_IMG = 28,           /* GEM IMG (read only) */
+    IMG_FORMAT_BTR = 29,               /* BTR fax container */
+    IMG_FORMAT_MSP = 30,               /* Microsoft Paint (read only) */
+    IMG_FORMAT_CUT = 31,               /* Dr. Halo CUT (read only) */
+    IMG_FORMAT_TARGA_24 = 32,          /* Targa, 24-bit only (save only) */
+    IMG_FORMAT_RAW_G3_REVERSED = 33,   /* raw Group 3, bytes bit-reversed (save only) */
+    IMG_FORMAT_RAW_G4_REVERSED = 34,   /* raw Group 4, bytes bit-reversed (save only) */
+    IMG_FORMAT_XPM = 35,               /* X pixmap */
+    IMG_FORMAT_XWD = 36,               /* X window dump */
+    IMG_FORMAT_SUN_RASTER = 37,        /* Sun raster */
+    IMG_FORMAT_TEXT = 38,              /* plain text rendered as pages (read only) */
+    IMG_FORMAT_PHOTO_CD = 39,          /* Kodak Photo CD (read only) */
+    IMG_FORMAT_TIFF_JPEG = 40,         /* TIFF, JPEG */
+    IMG_FORMAT_PSD = 41,               /* Photoshop */
+    IMG_FORMAT_IMT = 42,               /* IMT fax container */
+    IMG_FORMAT_PNG = 43,               /* PNG */
+    IMG_FORMAT_GIF_INTERLACED = 44,    /* GIF, interlaced */
+    IMG_FORMAT_TIFF_ABIC_32010 = 46,   /* TIFF, compression 32010 (read only) */
+    IMG_FORMAT_TIFF_ABIC_32008 = 47,   /* TIFF, compression 32008 (read only) */
+    IMG_FORMAT_DIB = 48,               /* BMP without the file header (save only) */
+    IMG_FORMAT_MODCA = 49,             /* MO:DCA */
+    IMG_FORMAT_TIFF_G4_FILL1 = 51,     /* TIFF, Group 4 with fill order 1 (save only) */
+    IMG_FORMAT_RAW_G4 = 52,            /* raw Group 4 (save only) */
+    IMG_FORMAT_RAW_G3 = 53,            /* raw Group 3 (save only) */
+    IMG_FORMAT_OLE = 54,               /* OLE compound document (read only) */
+    IMG_FORMAT_DICOM = 55,             /* DICOM (read only) */
+    IMG_FORMAT_JED = 56,               /* JED tiled bilevel */
+    IMG_FORMAT_PCL = 57,               /* PCL, unencoded raster */
+    IMG_FORMAT_FXS = 58,               /* FXS fax (read only) */
+    IMG_FORMAT_PDF = 59,               /* PDF */
+    IMG_FORMAT_SCITEX = 60,            /* Scitex CT */
+    IMG_FORMAT_MAG = 61,               /* MAG (read only) */
+    IMG_FORMAT_EPS_SEPARATION = 62,    /* EPS four-plate CMYK separation (save only) */
+    IMG_FORMAT_EPS_LEVEL2_RLE = 63,    /* EPS level 2, run-length or JPEG (save only) */
+    IMG_FORMAT_EPS_LEVEL2_G4 = 64,     /* EPS level 2, Group 4 or JPEG (save only) */
+    IMG_FORMAT_NCR = 65,               /* NCR (read only) */
+    IMG_FORMAT_TIFF_JBIG = 66,         /* TIFF, JBIG */
+    IMG_FORMAT_TIFF_G4_STRIPS = 67,    /* TIFF, Group 4 with fill order 1, in strips */
+    IMG_FORMAT_WBMP = 68,              /* wireless bitmap */
+    IMG_FORMAT_PS_FILTERED = 69,       /* PostScript, filtered data (save only) */
+    IMG_FORMAT_JPEG2000 = 70,          /* JPEG 2000 (plug-in module) */
+    IMG_FORMAT_JBIG = 71,              /* JBIG (read only) */
+    IMG_FORMAT_COD = 72,               /* COD (read only) */
+    IMG_FORMAT_CIM = 73,               /* CIM (read only) */
+    IMG_FORMAT_MODCA_RI = 74,          /* MO:DCA with record introducers (save only) */
+    IMG_FORMAT_CIF = 75,               /* CIF (read only) */
+    IMG_FORMAT_PCL_MODE2 = 76,         /* PCL, compression mode 2 raster (save only) */
+    IMG_FORMAT_JBIG2 = 77,             /* JBIG2 (read only) */
+    IMG_FORMAT_CODES = 79              /* detection switches exist for codes 0 .. 78 */
+};
 
 
 /* What the library knows of a format code. reads: 0 not read, 1 read by the

@@ -8,6 +8,7 @@
 #include "core/stream.h"
 #include "pipeline/decode.h"
 #include "pipeline/plugins.h"
+#include "pipeline/registry.h"
 #include "platform/platform.h"
 
 namespace tesslin {
@@ -30,19 +31,17 @@ constexpr uint64_t kAllowance = uint64_t(16) << 20;
 
 }  // namespace
 
-int32_t abic_fallback(int32_t stream, int32_t page, AbicParamReader tiff_reader,
-                      AbicParamReader modca_reader) {
+int32_t abic_fallback(int32_t stream, int32_t page) {
     const int32_t here = stream::seek(stream, 0, 1);
     if (here < 0) return here;
-    uint8_t order[2] = {};
-    const bool tiff = stream::read(stream, order, 2) == 2 && order[0] == order[1] &&
-                      (order[0] == 'I' || order[0] == 'M');
-    stream::seek(stream, here, 0);
-
     AbicParams p{};
     int32_t r = kAbicParamsAbsent;
-    if (tiff && tiff_reader) r = tiff_reader(stream, page, &p);
-    if (r == kAbicParamsAbsent && modca_reader) r = modca_reader(stream, page, &p);
+    for (const FormatDescriptor* f : registry::formats()) {
+        if (!f->abic_params) continue;
+        r = f->abic_params(stream, page, &p);
+        if (r != kAbicParamsAbsent) break;
+        stream::seek(stream, here, 0);
+    }
     if (r == kAbicParamsAbsent) return IMG_ERR_COMPRESSION;
     if (r < 0) return r;
     return abic_decode_image(stream, p);

@@ -5,10 +5,10 @@
 
 #include "core/api.h"
 #include "core/stream.h"
-#include "pipeline/entry.h"
+#include "core/entry.h"
 #include "pipeline/detect.h"
-#include "pipeline/dispatch.h"
 #include "pipeline/plugins.h"
+#include "pipeline/registry.h"
 #include "platform/platform.h"
 
 namespace tesslin {
@@ -24,8 +24,8 @@ int32_t run_decoder(int32_t stream, uint32_t offset, int32_t page, IMG_RASTER_CA
         if (int32_t s = stream::seek(stream, at, 0); s < 0) return s;
         position = static_cast<uint32_t>(page) | kPositionIsPage;
     }
-    Decoder decoder = dispatch::decoder_for(tag.text);
-    if (!decoder) return IMG_ERR_UNSUPPORTED;
+    if (!tag.format || !tag.format->decode) return IMG_ERR_UNSUPPORTED;
+    const Decoder decoder = tag.format->decode;
     const int32_t r = decoder(position, raster, user, header, stream);
     return r < 0 ? r : 0;
 }
@@ -38,10 +38,22 @@ int32_t decode_to_handle(int32_t stream, uint32_t offset, int32_t page) {
     if (r == IMG_ERR_COMPRESSION) {
         finish_decode(ctx, r);
         stream::seek(stream, static_cast<int32_t>(offset), 0);
-        return abic_fallback(stream, page, dispatch::abic_tiff_params(),
-                             dispatch::abic_modca_params());
+        return abic_fallback(stream, page);
     }
     return finish_decode(ctx, r);
+}
+
+Decoder decoder_for_tag(const char* tag) {
+    const FormatDescriptor* f = registry::find_tag(tag);
+    return f ? f->decode : nullptr;
+}
+
+int32_t decode_into_handle(DecodeBody body, void* context) {
+    DecodeContext ctx;
+    if (int32_t s = begin_decode(ctx)) return s;
+    const int32_t r = body(context, library_raster, reinterpret_cast<intptr_t>(&ctx),
+                           library_header);
+    return finish_decode(ctx, r < 0 ? r : 0);
 }
 
 namespace {
@@ -72,7 +84,7 @@ int32_t decode_pdf_page(const char* file, int32_t fd, int32_t page, bool* closed
     const auto user = reinterpret_cast<intptr_t>(&ctx);
     stream::seek(fd, 0, 0);
     const uint32_t position = page ? static_cast<uint32_t>(page) | kPositionIsPage : 0;
-    int32_t r = plugins::decode_pdf(position, library_raster, user, library_header, fd);
+    int32_t r = modules::decode_pdf(position, library_raster, user, library_header, fd);
     if (r == IMG_ERR_PLUGIN) {
         platform::file_close(fd);
         *closed = true;

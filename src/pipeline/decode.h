@@ -62,17 +62,10 @@ int32_t decode_to_handle(int32_t stream, uint32_t offset, int32_t page);
 int32_t decode_tiled(int32_t stream, uint32_t offset, int32_t page, const TileInfo& info,
                      Decoder decoder);
 
-// ABIC fallback after a decoder answered -27: reads the image parameters
-// (TIFF directory, else MO:DCA fields), has the ABIC module decode the data
-// and decodes the assembled DIB into a new handle.
-int32_t abic_fallback(int32_t stream, int32_t page, AbicParamReader tiff_reader,
-                      AbicParamReader modca_reader);
-
-// The second half of the fallback, for data whose parameters are known (the
-// ABIC modes of IMG_decompress_fax): the ABIC module decodes the data at the
-// stream's position into an assembled DIB (1 bit: palette white, black; 4
-// and 8 bits: grey ramp, from bit-plane rows), which is decoded into a new
-// handle. The handle, or -3 for bad parameters, -37 without the module, -1.
-int32_t abic_decode_image(int32_t stream, const AbicParams& params);
+// ABIC fallback after a decoder answered IMG_ERR_COMPRESSION: the image
+// parameters come from the first format whose AbicParamReader knows the
+// data at the stream's position (TIFF directories, MO:DCA fields), then the
+// ABIC module decodes the data (abic_decode_image in pipeline/codec.h).
+int32_t abic_fallback(int32_t stream, int32_t page);
 
 }  // namespace tesslin

@@ -9,8 +9,7 @@
 #include "core/stream.h"
 #include "pipeline/decode.h"
 #include "pipeline/detect.h"
-#include "pipeline/dispatch.h"
-#include "pipeline/entry.h"
+#include "core/entry.h"
 #include "pipeline/rowops.h"
 
 namespace tesslin {
@@ -160,13 +159,14 @@ TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char* file, int32_t page) 
     return api_call([&]() -> int32_t {
         return with_file(file, [&](int32_t fd) -> int32_t {
             const TypeTag tag = detect_format(fd);
-            TileQuery query = dispatch::tile_query_for(tag.text);
-            if (!query) return IMG_ERR_NOT_TILED;
+            if (!tag.format || !tag.format->tiles) return IMG_ERR_NOT_TILED;
             stream::seek(fd, 0, 0);
             TileInfo info{};
-            if (int32_t s = query(fd, page, &info); s < 0) return s;
-            // CALS tiles start after the file's 1431-byte header records.
-            return decode_tiled(fd, tag.is("cal") ? 1431 : 0, page, info, nullptr);
+            if (int32_t s = tag.format->tiles(fd, page, &info); s < 0)
+                return s == IMG_ERR_UNSUPPORTED ? IMG_ERR_NOT_TILED : s;
+            // The tiled image may start inside the file (CALS: after the
+            // header records).
+            return decode_tiled(fd, tag.format->tiles_at, page, info, nullptr);
         });
     });
 }

@@ -153,8 +153,6 @@ __attribute__((destructor)) void unload_at_exit() { unload_all(); }
 
 }  // namespace
 
-namespace {
-
 // A decoder or page counter that forwards to a module's entry point.
 template <Slot S, int32_t Failure>
 int32_t forward_decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
@@ -169,7 +167,27 @@ int32_t forward_pages(int32_t stream) {
     return fn ? fn(stream) : Failure;
 }
 
-}  // namespace
+int32_t apdf_pages(const char* file) {
+    auto fn = get<PagesFileFn>(kApdf, kPages);
+    return fn ? fn(file) : IMG_ERR_PLUGIN;
+}
+
+int32_t apdf_decode(const char* file, IMG_RASTER_CALLBACK raster, intptr_t user,
+                    IMG_HEADER_CALLBACK header, int32_t page) {
+    auto fn = get<DecodeFileFn>(kApdf, kDecode);
+    return fn ? fn(file, raster, user, header, page) : IMG_ERR_PLUGIN;
+}
+
+int32_t abic_decode(int32_t stream, int32_t width, int32_t rows, uint8_t* out) {
+    auto fn = get<AbicFn>(kAbic, kDecode);
+    return fn ? fn(stream, width, rows, 5, out, &stream::seek, &stream::read) : IMG_ERR_ABIC_PLUGIN;
+}
+
+}  // namespace tesslin::plugins
+
+namespace tesslin::modules {
+
+using namespace plugins;
 
 int32_t decode_pdf(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                    IMG_HEADER_CALLBACK header, int32_t stream) {
@@ -201,23 +219,7 @@ int32_t pdf_pages(int32_t stream) { return forward_pages<kPdf, IMG_ERR_PLUGIN>(s
 int32_t pcl_pages(int32_t stream) { return forward_pages<kPcl, IMG_ERR_PCL_PLUGIN>(stream); }
 int32_t doc_pages(int32_t stream) { return forward_pages<kDoc, IMG_ERR_DOC_PLUGIN>(stream); }
 
-int32_t apdf_pages(const char* file) {
-    auto fn = get<PagesFileFn>(kApdf, kPages);
-    return fn ? fn(file) : IMG_ERR_PLUGIN;
-}
-
-int32_t apdf_decode(const char* file, IMG_RASTER_CALLBACK raster, intptr_t user,
-                    IMG_HEADER_CALLBACK header, int32_t page) {
-    auto fn = get<DecodeFileFn>(kApdf, kDecode);
-    return fn ? fn(file, raster, user, header, page) : IMG_ERR_PLUGIN;
-}
-
-int32_t abic_decode(int32_t stream, int32_t width, int32_t rows, uint8_t* out) {
-    auto fn = get<AbicFn>(kAbic, kDecode);
-    return fn ? fn(stream, width, rows, 5, out, &stream::seek, &stream::read) : IMG_ERR_ABIC_PLUGIN;
-}
-
-}  // namespace tesslin::plugins
+}  // namespace tesslin::modules
 
 using namespace tesslin;
 using namespace tesslin::plugins;

@@ -13,24 +13,8 @@
 
 namespace tesslin::plugins {
 
-// Decoders of the dispatch list (tags "pdf", "fpx", "pcl", "jp2").
-int32_t decode_pdf(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
-                   IMG_HEADER_CALLBACK header, int32_t stream);  // -36
-int32_t decode_doc(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
-                   IMG_HEADER_CALLBACK header, int32_t stream);  // -43
-int32_t decode_pcl(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
-                   IMG_HEADER_CALLBACK header, int32_t stream);  // -36
-int32_t decode_jp2(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
-                   IMG_HEADER_CALLBACK header, int32_t stream);  // -41
-
-// Encoder of format code 70.
-int32_t encode_jp2(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
-                   intptr_t user, int32_t variant);  // -41
-
-// Page counters on a stream.
-int32_t pdf_pages(int32_t stream);  // -36
-int32_t pcl_pages(int32_t stream);  // -40
-int32_t doc_pages(int32_t stream);  // -43
+// The stream-module forwarders (decode_pdf, pdf_pages ...) are part of the
+// codec contract: tesslin::modules in pipeline/codec.h.
 
 // The file-name PDF module: page count and decode of one page (page number
 // without bit 31).

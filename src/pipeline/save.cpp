@@ -8,36 +8,31 @@
 #include "core/runs.h"
 #include "core/settings.h"
 #include "core/stream.h"
-#include "pipeline/dispatch.h"
+#include "pipeline/registry.h"
 #include "pipeline/rowops.h"
 #include "platform/platform.h"
 
 namespace tesslin {
 
 int32_t run_encoder(int32_t stream, const DibHeader* header, int32_t code,
-                    IMG_SUPPLY_CALLBACK supply, intptr_t user,
-                    const dispatch::EncoderEntry* entry) {
-    const dispatch::EncoderEntry* e = entry ? entry : dispatch::encoder_for(code);
-    if (!e || !e->encoder) return IMG_ERR_UNSUPPORTED;
+                    IMG_SUPPLY_CALLBACK supply, intptr_t user, const CodeRow* row) {
+    if (!row) row = registry::find_code(code).row;
+    if (!row || !row->encoder) return IMG_ERR_UNSUPPORTED;
     if (!header || !supply) return IMG_ERR_BAD_IMAGE;
-    const int32_t r = e->encoder(stream, header, supply, user, e->variant);
+    const int32_t r = row->encoder(stream, header, supply, user, row->variant);
     return r < 0 ? r : 0;
 }
 
 bool has_encoder(int32_t code) {
-    const dispatch::EncoderEntry* e = dispatch::encoder_for(code);
-    return e && e->encoder;
+    const CodeRow* row = registry::find_code(code).row;
+    return row && row->encoder;
 }
 
-bool uses_run_supply(int32_t code, uint32_t bits) {
-    switch (code) {
-        case 7: case 8: case 10: case 18: case 24: case 29: case 33: case 34: case 49:
-        case 51: case 52: case 53: case 42: case 67: case 74:
-            return true;
-        case 59: case 64:
-            return bits == 1;
-        default:
-            return false;
+bool uses_run_supply(const CodeRow& row, uint32_t bits) {
+    switch (row.supply) {
+        case RowSupply::kRuns: return true;
+        case RowSupply::kRunsWhenBilevel: return bits == 1;
+        default: return false;
     }
 }
 
@@ -154,37 +149,31 @@ int32_t prepare_save(int32_t handle, int32_t code, SaveContext* c, uint8_t* bloc
     return 0;
 }
 
-int32_t save_handle(int32_t handle, int32_t stream, int32_t code,
-                    const dispatch::EncoderEntry* entry) {
+int32_t save_handle(int32_t handle, int32_t stream, int32_t code, const CodeRow* row) {
+    if (!row) row = registry::find_code(code).row;
     SaveContext c;
     alignas(DibHeader) uint8_t block[kHeaderBlockSize];
     if (int32_t s = prepare_save(handle, code, &c, block)) return s;
-    IMG_SUPPLY_CALLBACK supply = uses_run_supply(code, c.obj->bits()) ? run_supply : packed_supply;
+    if (!row || !row->encoder) return IMG_ERR_UNSUPPORTED;
+    IMG_SUPPLY_CALLBACK supply = uses_run_supply(*row, c.obj->bits()) ? run_supply : packed_supply;
     return run_encoder(stream, reinterpret_cast<DibHeader*>(block), code, supply,
-                       reinterpret_cast<intptr_t>(&c), entry);
+                       reinterpret_cast<intptr_t>(&c), row);
 }
 
 namespace {
 
-// Format code of a file name's last three characters (compared exactly).
+// The format code IMG_save_bitmap gives a file name: the code whose
+// extension the name's last three characters are (compared exactly), or -1.
 int32_t code_from_name(const char* file) {
-    static constexpr struct {
-        const char* ending;
-        int32_t code;
-    } kEndings[] = {
-        {"tif", 0},  {"bmp", 1},  {"pcx", 2},  {"tga", 3},  {"gif", 4},  {"wpg", 5},
-        {"wmf", 6},  {"dcx", 11}, {"jpg", 13}, {"pct", 15}, {"eps", 14}, {"cal", 18},
-        {"ico", 25}, {"clp", 27}, {"xbm", 20}, {"xpm", 35}, {"xwd", 36}, {"ras", 37},
-        {"psd", 41}, {"imt", 42}, {"btr", 29}, {"iff", 26}, {"png", 43}, {"ica", 24},
-        {"mca", 49}, {"pcl", 57}, {"jed", 56}, {"sct", 60}, {"afp", 74},
-    };
     const size_t n = std::strlen(file);
     if (n < 3) return -1;
-    for (const auto& e : kEndings)
-        if (std::memcmp(file + n - 3, e.ending, 3) == 0) return e.code;
+    for (const FormatDescriptor* f : registry::formats())
+        for (const CodeRow& row : f->codes)
+            if (row.by_extension && std::strlen(row.extension) == 3 &&
+                std::memcmp(file + n - 3, row.extension, 3) == 0)
+                return row.code;
     return -1;
 }
-
 
 // body(stream) on a memory stream over the caller's block; returns the
 // bytes written (the stream's final position) or the body's failure.
@@ -201,28 +190,17 @@ int32_t into_memory(void* block, F&& body) {
 
 }  // namespace
 
-// Codes whose encoders append a page to an existing file.
-bool multi_page(int32_t code) {
-    switch (code) {
-        case 0: case 7: case 8: case 9: case 10: case 11: case 16: case 40: case 46: case 47:
-        case 49: case 51: case 59: case 66: case 67: case 74: case 77:
-            return true;
-        default:
-            return false;
-    }
-}
-
-int32_t save_named(int32_t handle, const char* file, int32_t code,
-                   const dispatch::EncoderEntry* entry) {
+int32_t save_named(int32_t handle, const char* file, int32_t code, const CodeRow* row) {
     if (!bitmap_get(handle)) return IMG_ERR_HANDLE;
     if (!file) return IMG_ERR_CREATE;
     if (code == -1) code = code_from_name(file);
+    if (!row) row = registry::find_code(code).row;
     // A code without an encoder fails before the file is touched.
-    if (!entry && !has_encoder(code)) return IMG_ERR_UNSUPPORTED;
-    const bool append = multi_page(code) && platform::file_open(file, 3) >= 0;
+    if (!row || !row->encoder) return IMG_ERR_UNSUPPORTED;
+    const bool append = row->appends && platform::file_open(file, 3) >= 0;
     const int32_t fd = platform::file_open(file, append ? 1 : 2);
     if (fd < 0) return IMG_ERR_CREATE;
-    const int32_t r = save_handle(handle, fd, code, entry);
+    const int32_t r = save_handle(handle, fd, code, row);
     platform::file_close(fd);
     if (r < 0 && !append) platform::file_delete(file);
     return r;

@@ -7,21 +7,17 @@
 
 #include "core/bitmap.h"
 #include "pipeline/codec.h"
-#include "pipeline/dispatch.h"
 
 namespace tesslin {
 
-// Calls the encoder of the format code (or of `entry` when given). 0, the
-// encoder's negative status, or -7 for a code without an encoder.
+// Calls the encoder of the format code's registry row (or of `row` when
+// given). 0, the encoder's negative status, or IMG_ERR_UNSUPPORTED for a
+// code without an encoder.
 int32_t run_encoder(int32_t stream, const DibHeader* header, int32_t code,
-                    IMG_SUPPLY_CALLBACK supply, intptr_t user,
-                    const dispatch::EncoderEntry* entry = nullptr);
+                    IMG_SUPPLY_CALLBACK supply, intptr_t user, const CodeRow* row = nullptr);
 
 // True when the format code has an encoder.
 bool has_encoder(int32_t code);
-
-// True when saving the code into an existing file appends a page.
-bool multi_page(int32_t code);
 
 // State of one save: the user value of the supply callbacks.
 struct SaveContext {
@@ -44,8 +40,8 @@ struct SaveContext {
 int32_t packed_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count);
 int32_t run_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count);
 
-// True when the encoder of `code` takes run records (bilevel formats).
-bool uses_run_supply(int32_t code, uint32_t bits);
+// True when the row's encoder takes run records for an image of `bits`.
+bool uses_run_supply(const CodeRow& row, uint32_t bits);
 
 // Tone map of a save: when the bitmap carries a tone mapping, the 256-entry
 // table to apply to supplied rows (written into `table`), with colour
@@ -59,13 +55,11 @@ const uint8_t* save_tone_map(const BitmapObject& obj, DibHeader* encoder_header,
 int32_t prepare_save(int32_t handle, int32_t code, SaveContext* context, uint8_t* header_block);
 
 // Saves a bitmap's crop rectangle with the library's supply callbacks.
-int32_t save_handle(int32_t handle, int32_t stream, int32_t code,
-                    const dispatch::EncoderEntry* entry = nullptr);
+int32_t save_handle(int32_t handle, int32_t stream, int32_t code, const CodeRow* row = nullptr);
 
 // Saves into a named file (IMG_save_bitmap): code -1 from the name's ending,
 // multi-page codes append to an existing file, a file this call created is
 // deleted when the save fails.
-int32_t save_named(int32_t handle, const char* file, int32_t code,
-                   const dispatch::EncoderEntry* entry = nullptr);
+int32_t save_named(int32_t handle, const char* file, int32_t code, const CodeRow* row = nullptr);
 
 }  // namespace tesslin

@@ -7,7 +7,6 @@
 #include "core/runs.h"
 #include "core/stream.h"
 #include "formats/bmp/bmp.h"
-#include "pipeline/dispatch.h"
 #include "pipeline/rowops.h"
 #include "process/palette.h"
 
@@ -302,7 +301,7 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     const bool os2v2 = l.header_size == 64 || (l.header_size > 12 && l.header_size < 40);
     if (os2v2 && (c == kBitFields || c == kJpeg)) return IMG_ERR_VARIANT;
     if (c == kJpeg || c == kJpegCode || c == kPng || c == kPngCode) {
-        Decoder inner = dispatch::decoder_for(c == kJpeg || c == kJpegCode ? "jpg" : "png");
+        Decoder inner = decoder_for_tag(c == kJpeg || c == kJpegCode ? "jpg" : "png");
         if (!inner) return IMG_ERR_UNSUPPORTED;
         if (stream::seek(stream, static_cast<int32_t>(data_at), 0) < 0) return IMG_ERR_READ;
         return inner(static_cast<uint32_t>(data_at), raster, user, header, stream);

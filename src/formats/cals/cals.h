@@ -21,16 +21,19 @@ constexpr uint32_t kTiffOffset = 1431;
 // Pel count (width, height) from the record at base + 1033, else + 905,
 // else + 777 (the first holding a comma within 30 bytes), density from
 // base + 1160. Returns 0 or a negative status: -12 when the header is cut
-// short, -3 for a pel count without a comma or without a terminated height,
+// short, IMG_ERR_BAD_IMAGE for a pel count without a comma or without a terminated height,
 // and the statuses of the Group 4 decoder (or the TIFF reader) and the
 // callbacks.
 int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream);
 
 // Tile query of the tag "cal" (stream at offset 0): the tile geometry of
-// the TIFF at 1431, as the TIFF reader gives it; -32 when the file holds no
-// TIFF.
+// the TIFF at 1431, as the TIFF reader gives it; IMG_ERR_UNSUPPORTED when
+// the file holds no TIFF.
 int32_t tile_query(int32_t stream, int32_t page, TileInfo* out);
+
+// 1 when the file holds a TIFF at 1431 whose first page is tiled, else 0.
+int32_t is_tiled(int32_t stream);
 
 // Encoder of format code 18: bilevel images only (-21 otherwise); -9 when
 // a header record is written short. The variant is not used.

@@ -132,8 +132,14 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
 int32_t tile_query(int32_t stream, int32_t page, TileInfo* out) {
     StreamReader in(stream, 64);
     int32_t status = 0;
-    if (!holds_tiff(in, 0, &status)) return status < 0 ? status : IMG_ERR_NOT_TILED;
+    if (!holds_tiff(in, 0, &status)) return IMG_ERR_UNSUPPORTED;
     return tiff::tile_info(stream, kTiffOffset, page, out);
+}
+
+int32_t is_tiled(int32_t stream) {
+    StreamReader in(stream, 64);
+    int32_t status = 0;
+    return holds_tiff(in, 0, &status) ? tiff::is_tiled(stream, kTiffOffset) : 0;
 }
 
 }  // namespace tesslin::cals

@@ -9,8 +9,8 @@
 #include "core/stream.h"
 #include "formats/ccitt/fax_page.h"
 #include "formats/rawfax/rawfax.h"
-#include "pipeline/decode.h"
-#include "pipeline/entry.h"
+#include "pipeline/codec.h"
+#include "core/entry.h"
 
 namespace tesslin::rawfax {
 
@@ -73,13 +73,25 @@ struct PageRows {
     }
 };
 
-// Decodes into `ctx` (header and raster callbacks of the library). With a
-// height the decoder delivers that many rows, white (Group 4: repeated)
-// after the end of the page; without one it stops at the end of the page
-// and the bitmap gets the rows found.
-int32_t decode_into(DecodeContext& ctx, ccitt::FaxParams params, const uint8_t* data,
-                    int32_t stream, int64_t data_bytes) {
-    const auto user = reinterpret_cast<intptr_t>(&ctx);
+// What one decode needs: the page's parameters and where its data is.
+struct FaxJob {
+    ccitt::FaxParams params;
+    const uint8_t* data;
+    int32_t stream;
+    int64_t data_bytes;
+};
+
+// Decodes a job through the callbacks given. With a height the decoder
+// delivers that many rows, white (Group 4: repeated) after the end of the
+// page; without one it stops at the end of the page and the bitmap gets the
+// rows found.
+int32_t decode_job(void* context, IMG_RASTER_CALLBACK library_raster, intptr_t user,
+                   IMG_HEADER_CALLBACK library_header) {
+    FaxJob& job = *static_cast<FaxJob*>(context);
+    ccitt::FaxParams params = job.params;
+    const uint8_t* data = job.data;
+    const int32_t stream = job.stream;
+    const int64_t data_bytes = job.data_bytes;
     if (params.height > 0)
         return ccitt::decode_page(params, 0, 0, data, stream, library_raster, user,
                                   library_header);
@@ -140,11 +152,8 @@ int32_t decompress(int32_t stream, int32_t width, int32_t height, int32_t mode,
         params.data_length = uint32_t(data.size());
     }
 
-    DecodeContext ctx;
-    if (int32_t s = begin_decode(ctx)) return s;
-    const int32_t r = decode_into(ctx, params, data.empty() ? nullptr : data.data(), stream,
-                                  data_bytes);
-    return finish_decode(ctx, r < 0 ? r : 0);
+    FaxJob job{params, data.empty() ? nullptr : data.data(), stream, data_bytes};
+    return decode_into_handle(decode_job, &job);
 }
 
 }  // namespace tesslin::rawfax

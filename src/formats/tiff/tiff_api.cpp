@@ -1,6 +1,6 @@
 // The TIFF reader's entry point and the directory queries: page count,
-// orientation, tiles, tags, ABIC parameters; the exported tag, tile and
-// writer functions.
+// orientation, tiles, tags, ABIC parameters; the exported tag-setting and
+// stream-writing functions.
 #include <algorithm>
 #include <cstring>
 #include <unordered_set>
@@ -11,9 +11,6 @@
 #include "formats/tiff/tiff.h"
 #include "formats/tiff/tiff_read.h"
 #include "formats/tiff/tiff_write.h"
-#include "pipeline/detect.h"
-#include "pipeline/dispatch.h"
-#include "pipeline/entry.h"
 #include "platform/platform.h"
 
 namespace tesslin::tiff {
@@ -254,108 +251,7 @@ int32_t abic_params(int32_t stream, int32_t page, AbicParams* out) {
 
 using namespace tesslin;
 
-namespace {
-
-// Tag query on an open stream: TIFF and, through their own readers, the
-// formats whose tagged values the same call reads.
-int32_t tag_on_stream(int32_t stream, int32_t tag, int32_t size, int32_t* value, void* buffer,
-                      int32_t page, bool stream_variant) {
-    stream::seek(stream, 0, 0);
-    const TypeTag type = detect_format(stream);
-    // The stream variant answers for TIFF and DICOM files only.
-    if (stream_variant && !type.is("tif") && !type.is("dcm")) return IMG_ERR_UNSUPPORTED;
-    TagQuery query = dispatch::tag_query_for(type.text);
-    if (!query) return IMG_ERR_UNSUPPORTED;
-    stream::seek(stream, 0, 0);
-    return query(stream, tag, size, value, buffer, page);
-}
-
-bool cals_holds_tiff(int32_t stream) {
-    uint8_t b[2];
-    return stream::seek(stream, 1431, 0) == 1431 && stream::read(stream, b, 2) == 2 && b[0] == 'I' &&
-           b[1] == 'I';
-}
-
-}  // namespace
-
 extern "C" {
-
-TESSLIN_API int32_t IMGLOW_get_tiff_tag(int32_t tag, int32_t size, int32_t* value,
-                                        const char* file, void* buffer) {
-    return api_call([&] {
-        return with_file(file, [&](int32_t s) {
-            return tag_on_stream(s, tag, size, value, buffer, 0, false);
-        });
-    });
-}
-
-TESSLIN_API int32_t IMGLOW_get_tiff_tag_page(int32_t tag, int32_t size, int32_t* value,
-                                             const char* file, void* buffer, int32_t page) {
-    return api_call([&] {
-        return with_file(file, [&](int32_t s) {
-            return tag_on_stream(s, tag, size, value, buffer, page, false);
-        });
-    });
-}
-
-TESSLIN_API int32_t IMGLOW_get_tiff_tag_page_fd(int32_t tag, int32_t size, int32_t* value,
-                                                int32_t stream, void* buffer, int32_t page) {
-    return api_call([&] { return tag_on_stream(stream, tag, size, value, buffer, page, true); });
-}
-
-TESSLIN_API int32_t IMGLOW_get_tiff_directory(const char* file, int32_t page,
-                                              IMG_TIFF_FIELD* fields, int32_t max) {
-    return api_call([&] {
-        return with_file(file, [&](int32_t s) -> int32_t {
-            if (!detect_format(s).is("tif")) return IMG_ERR_UNSUPPORTED;
-            stream::seek(s, 0, 0);
-            return tiff::list_directory(s, page, fields, max);
-        });
-    });
-}
-
-TESSLIN_API int32_t IMGLOW_is_tiled_image(const char* file) {
-    return api_call([&]() -> int32_t {
-        const int32_t fd = platform::file_open(file, 0);
-        if (fd < 0) return 0;
-        const TypeTag type = detect_format(fd);
-        int32_t r = 0;
-        if (type.is("jed")) r = 1;
-        else if (type.is("tif")) r = tiff::is_tiled(fd, 0);
-        else if (type.is("cal") && cals_holds_tiff(fd)) r = tiff::is_tiled(fd, 1431);
-        platform::file_close(fd);
-        return r;
-    });
-}
-
-TESSLIN_API int32_t IMGLOW_get_tile_info(const char* file, int32_t* info, int32_t page) {
-    return api_call([&]() -> int32_t {
-        if (!info) return IMG_ERR_BAD_IMAGE;
-        return with_file(file, [&](int32_t fd) -> int32_t {
-            const TypeTag type = detect_format(fd);
-            TileInfo t{};
-            int32_t r = IMG_ERR_UNSUPPORTED;
-            if (type.is("tif")) {
-                r = tiff::tile_info(fd, 0, page, &t);
-            } else if (type.is("cal") && cals_holds_tiff(fd)) {
-                r = tiff::tile_info(fd, 1431, page, &t);
-            } else if (type.is("jed")) {
-                // JED files have their own tile query (512 x 512 tiles).
-                TileQuery query = dispatch::tile_query_for("jed");
-                stream::seek(fd, 0, 0);
-                r = query ? query(fd, page, &t) : IMG_ERR_UNSUPPORTED;
-                if (r == 0) r = 1;
-            }
-            if (r < 0) return r;
-            info[0] = t.image_width;
-            info[1] = t.image_height;
-            info[2] = t.tile_width;
-            info[3] = t.tile_height;
-            info[4] = t.tiles_total;
-            return r;
-        });
-    });
-}
 
 TESSLIN_API int32_t IMGLOW_set_tiff_tag(int32_t tag, int32_t count, int32_t value,
                                         const void* data) {
