@@ -26,8 +26,8 @@ const uint8_t kJpegChromaDefault[64] = {
 
 Settings::Settings() {
     std::memset(auto_detect, 1, sizeof auto_detect);
-    auto_detect[38] = 0;  // plain text only when asked for
-    auto_detect[78] = 0;
+    auto_detect[IMG_FORMAT_TEXT] = 0;  // plain text only when asked for
+    auto_detect[78] = 0;                // no format; kept off
     std::memcpy(jpeg_luma, kJpegLumaBase, 64);
     std::memcpy(jpeg_chroma, kJpegChromaDefault, 64);
     std::memset(notice, 0, sizeof notice);
@@ -43,10 +43,12 @@ Settings& settings() {
 
 int32_t auto_detect_index(int32_t code) {
     switch (code) {
-        case 7: case 8: case 9: case 10: case 16: case 17: case 40:
-            return 0;
-        case 12:
-            return 1;
+        case IMG_FORMAT_TIFF_MH: case IMG_FORMAT_TIFF_G3: case IMG_FORMAT_TIFF_LZW:
+        case IMG_FORMAT_TIFF_G4: case IMG_FORMAT_TIFF_PACKBITS: case IMG_FORMAT_TIFF_G3_2D:
+        case IMG_FORMAT_TIFF_JPEG:
+            return IMG_FORMAT_TIFF;
+        case IMG_FORMAT_BMP_RLE:
+            return IMG_FORMAT_BMP;
         default:
             return code >= 0 && code < kFormatCodes ? code : -1;
     }

@@ -9,7 +9,7 @@
 
 namespace tesslin {
 
-constexpr int kFormatCodes = 79;
+constexpr int kFormatCodes = IMG_FORMAT_CODES;
 
 struct Settings {
     // Decoding

@@ -62,7 +62,7 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     const int32_t width = header->biWidth, height = header->biHeight;
     if (width < 1 || height < 1) return IMG_ERR_BAD_IMAGE;
     if (!dib_depth_valid(bits)) return IMG_ERR_DEPTH;
-    const bool rle = variant == 12;
+    const bool rle = variant == IMG_FORMAT_BMP_RLE;
     // Run lengths are written for 4- and 8-bit rows only. A 32-bit image
     // without the alpha marker holds four colour channels, which BMP cannot.
     if (rle && bits != 4 && bits != 8) return IMG_ERR_DEPTH;
@@ -73,7 +73,7 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     const uint64_t image = uint64_t(rb) * uint64_t(height);
     if (image + pal + 54 > 0xFFFFFFFFu) return IMG_ERR_BAD_IMAGE;
     StreamWriter out(stream);
-    if (variant != 48) {
+    if (variant != IMG_FORMAT_DIB) {
         uint8_t fh[14] = {'B', 'M'};
         store_le32(fh + 2, static_cast<uint32_t>(image + pal + 54));
         store_le32(fh + 10, pal + 54);

@@ -422,32 +422,33 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     const uint32_t bits = header->biBitCount;
     const uint32_t width = uint32_t(header->biWidth), height = uint32_t(header->biHeight);
     const bool strips_on = settings().tiff_save_strips != 0;
-    if (code == 51 && strips_on) code = 67;
+    if (code == IMG_FORMAT_TIFF_G4_FILL1 && strips_on) code = IMG_FORMAT_TIFF_G4_STRIPS;
 
     PageSpec spec;
     spec.header = header;
     spec.bits = bits;
     spec.alpha = bits == 32 && header->biCompression != 0;
     switch (code) {
-        case 0: case 9: case 16: {
+        case IMG_FORMAT_TIFF: case IMG_FORMAT_TIFF_LZW: case IMG_FORMAT_TIFF_PACKBITS: {
             if (!dib_depth_valid(bits)) return IMG_ERR_DEPTH;
-            spec.compression = code == 0 ? 1 : code == 9 ? 5 : 32773;
+            spec.compression = code == IMG_FORMAT_TIFF ? 1 : code == IMG_FORMAT_TIFF_LZW ? 5 : 32773;
             spec.palette_page = (bits == 4 || bits == 8) && !grey_palette(header);
             if (strips_on)
-                spec.rows_per_strip = strip_rows(code == 16 ? 800000 : 65536, packed_row(width, bits));
+                spec.rows_per_strip = strip_rows(code == IMG_FORMAT_TIFF_PACKBITS ? 800000 : 65536,
+                                                 packed_row(width, bits));
             break;
         }
-        case 7: case 8: case 66:
+        case IMG_FORMAT_TIFF_MH: case IMG_FORMAT_TIFF_G3: case IMG_FORMAT_TIFF_JBIG:
             if (bits != 1) return IMG_ERR_DEPTH;
-            spec.compression = code == 7 ? 2 : code == 8 ? 3 : 34661;
-            spec.default_res_200 = code == 8;
+            spec.compression = code == IMG_FORMAT_TIFF_MH ? 2 : code == IMG_FORMAT_TIFF_G3 ? 3 : 34661;
+            spec.default_res_200 = code == IMG_FORMAT_TIFF_G3;
             break;
-        case 10: case 51: case 67:
+        case IMG_FORMAT_TIFF_G4: case IMG_FORMAT_TIFF_G4_FILL1: case IMG_FORMAT_TIFF_G4_STRIPS:
             spec.bits = 1;
-            spec.compression = code == 10 ? 4 : kMmrNatural;
-            if (code == 67) spec.rows_per_strip = strip_rows(800000, packed_row(width, 1));
+            spec.compression = code == IMG_FORMAT_TIFF_G4 ? 4 : kMmrNatural;
+            if (code == IMG_FORMAT_TIFF_G4_STRIPS) spec.rows_per_strip = strip_rows(800000, packed_row(width, 1));
             break;
-        case 40: {
+        case IMG_FORMAT_TIFF_JPEG: {
             if (!(bits == 1 || bits == 4 || bits == 8 || bits == 24 || bits == 32)) return IMG_ERR_DEPTH;
             // Described as the JPEG encoder writes it: one grey component
             // for grey palettes, four for 32 bits, three otherwise.
