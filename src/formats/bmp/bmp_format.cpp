@@ -41,12 +41,7 @@ constexpr CodeRow kCodes[] = {
 namespace tesslin::formats {
 
 extern const FormatDescriptor kBmp = {
-    .tag = "bmp",
-    .detect_switch = IMG_FORMAT_BMP,
-    .signature = bmp::signature,
-    .refine = bmp::refine,
-    .decode = bmp::decode,
-    .codes = bmp::kCodes,
-};
+    .tag = "bmp", .detect_switch = IMG_FORMAT_BMP, .signature = bmp::signature,
+    .refine = bmp::refine, .decode = bmp::decode, .codes = bmp::kCodes};
 
 }  // namespace tesslin::formats

@@ -32,15 +32,8 @@ constexpr CodeRow kCodes[] = {
 namespace tesslin::formats {
 
 extern const FormatDescriptor kCal = {
-    .tag = "cal",
-    .detect_switch = IMG_FORMAT_CALS,
-    .signature = cals::signature,
-    .decode = cals::decode,
-    .orientation = cals::orientation,
-    .tiles = cals::tile_query,
-    .tiles_at = cals::kTiffOffset,
-    .is_tiled = cals::is_tiled,
-    .codes = cals::kCodes,
-};
+    .tag = "cal", .detect_switch = IMG_FORMAT_CALS, .signature = cals::signature,
+    .decode = cals::decode, .orientation = cals::orientation, .tiles = cals::tile_query,
+    .tiles_at = cals::kTiffOffset, .is_tiled = cals::is_tiled, .codes = cals::kCodes};
 
 }  // namespace tesslin::formats

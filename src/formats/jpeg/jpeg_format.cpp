@@ -22,11 +22,7 @@ constexpr CodeRow kCodes[] = {
 namespace tesslin::formats {
 
 extern const FormatDescriptor kJpg = {
-    .tag = "jpg",
-    .detect_switch = IMG_FORMAT_JPEG,
-    .signature = jpeg::signature,
-    .decode = jpeg::decode_image,
-    .codes = jpeg::kCodes,
-};
+    .tag = "jpg", .detect_switch = IMG_FORMAT_JPEG, .signature = jpeg::signature,
+    .decode = jpeg::decode_image, .codes = jpeg::kCodes};
 
 }  // namespace tesslin::formats

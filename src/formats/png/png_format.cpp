@@ -15,12 +15,8 @@ constexpr CodeRow kPngCodes[] = {
 namespace formats {
 
 extern const FormatDescriptor kPng = {
-    .tag = "png",
-    .detect_switch = IMG_FORMAT_PNG,
-    .signature = png_signature,
-    .decode = png_decode,
-    .codes = kPngCodes,
-};
+    .tag = "png", .detect_switch = IMG_FORMAT_PNG, .signature = png_signature,
+    .decode = png_decode, .codes = kPngCodes};
 
 }  // namespace formats
 }  // namespace tesslin

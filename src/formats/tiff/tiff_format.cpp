@@ -94,22 +94,11 @@ constexpr CodeRow kCodes[] = {
 namespace tesslin::formats {
 
 extern const FormatDescriptor kTif = {
-    .tag = "tif",
-    .detect_switch = IMG_FORMAT_TIFF,
-    .signature = tiff::signature,
-    .refine = tiff::refine,
-    .decode = tiff::decode,
-    .count_pages = tiff::count_pages,
-    .count_pages_mem = tiff::count_pages,
-    .orientation = tiff::orientation,
-    .orientation_per_page = true,
-    .tiles = tiff::tile_query,
-    .is_tiled = tiff::tiled_at_start,
-    .tags = tiff::tag_query,
-    .tags_on_stream = true,
-    .list_directory = tiff::list_directory,
-    .abic_params = tiff::abic_params_if_tiff,
-    .codes = tiff::kCodes,
-};
+    .tag = "tif", .detect_switch = IMG_FORMAT_TIFF, .signature = tiff::signature,
+    .refine = tiff::refine, .decode = tiff::decode, .count_pages = tiff::count_pages,
+    .count_pages_mem = tiff::count_pages, .orientation = tiff::orientation,
+    .orientation_per_page = true, .tiles = tiff::tile_query, .is_tiled = tiff::tiled_at_start,
+    .tags = tiff::tag_query, .tags_on_stream = true, .list_directory = tiff::list_directory,
+    .abic_params = tiff::abic_params_if_tiff, .codes = tiff::kCodes};
 
 }  // namespace tesslin::formats
