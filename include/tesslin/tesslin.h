@@ -648,6 +648,44 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
  * for a path of 4096 characters or more. docs/platform.md describes the
  * module interface. */
 TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
+
+/* ------------------------------------------------------------------ */
+/* Display surfaces                                                     */
+/* ------------------------------------------------------------------ */
+
+/* Linux has no window system call behind the display operations, so the
+ * library draws into software surfaces (docs/platform.md). A window handle
+ * stands for a window's client area, of the size given, with a device
+ * context of its own (tesslin_window_dc); a device context handle stands for
+ * a 24-bit top-down RGB buffer (tesslin_dc_pixels: width x 3 bytes a row, no
+ * padding, white when created). Handles are non-zero; create returns 0 for a
+ * size below 1 or above 32768, or when memory runs out. destroy returns 0,
+ * or -3 for a handle that is not live (and for a window's own device
+ * context, which goes with its window). */
+TESSLIN_API intptr_t tesslin_window_create(int32_t client_width, int32_t client_height);
+TESSLIN_API int32_t tesslin_window_destroy(intptr_t window);
+TESSLIN_API intptr_t tesslin_window_dc(intptr_t window);
+TESSLIN_API intptr_t tesslin_dc_create(int32_t width, int32_t height);
+TESSLIN_API uint8_t *tesslin_dc_pixels(intptr_t dc);
+TESSLIN_API int32_t tesslin_dc_size(intptr_t dc, int32_t *width, int32_t *height);
+TESSLIN_API int32_t tesslin_dc_destroy(intptr_t dc);
+
+/* ------------------------------------------------------------------ */
+/* Display                                                              */
+/* ------------------------------------------------------------------ */
+
+/* Store (x, y, |width|, |height|) as the bitmap's display rectangle and draw
+ * its crop rectangle there, stretched (nearest neighbour); a negative width
+ * mirrors the picture left to right, a negative height top to bottom. The
+ * display callback (IMGLOW_set_dispfunc) is asked first; a result below 1
+ * cancels the drawing and is returned. 0, IMG_ERR_HANDLE, IMG_ERR_BAD_IMAGE
+ * for a dc that is not a live device context, IMG_ERR_DISPLAY_RECT for a
+ * width or height of 0. */
+TESSLIN_API int32_t IMG_display_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                       int32_t width, int32_t height);
+/* Realise the bitmap's palette on a device context (software surfaces are
+ * true colour: only the handles are checked). */
+TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc);
 /* Unload every loaded module. Returns 0. */
 TESSLIN_API int32_t IMG_unload_plugins(void);
 /* Settings forwarded to the modules (loaded if needed): the PDF input

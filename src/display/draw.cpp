@@ -1,0 +1,165 @@
+// Drawing a bitmap into a device context (the platform layer's software
+// surfaces): the crop rectangle stretched, nearest neighbour, over the
+// display rectangle; a negative width or height mirrors the picture.
+//
+//   IMG_display_bitmap   stores the display rectangle and draws
+//   IMG_bitmap_palette   realises the bitmap's palette (nothing to do on a
+//                        true-colour surface)
+//
+// Every depth is drawn: 1, 4 and 8 bits through the palette, 16 bits as
+// 5-5-5, 24 bits, 32 bits with alpha (alpha ignored) or CMYK, and bilevel
+// pages held as run records.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <vector>
+
+#include "core/api.h"
+#include "core/bitmap.h"
+#include "core/runs.h"
+#include "core/settings.h"
+#include "display/display.h"
+#include "platform/surface.h"
+
+namespace tesslin::display {
+namespace {
+
+// Marks a bitmap busy for the length of a drawing (IMG_delete_bitmap waits).
+struct BusyMark {
+    explicit BusyMark(BitmapObject* obj) : flag(obj->display_busy) {
+        flag.store(1, std::memory_order_release);
+    }
+    ~BusyMark() { flag.store(0, std::memory_order_release); }
+    std::atomic_ref<int32_t> flag;
+};
+
+}  // namespace
+
+void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* out,
+                std::vector<uint8_t>& scratch) {
+    const uint32_t bits = obj->bits();
+    const RgbQuad* pal = dib_palette(obj->dib);
+    const uint8_t* row;
+    if (obj->run_encoded) {
+        scratch.resize(row_bytes(uint32_t(obj->width), 1));
+        runs::expand(obj->run_record(y), uint32_t(obj->width), scratch.data(),
+                     uint32_t(scratch.size()));
+        row = scratch.data();
+    } else {
+        row = obj->plain_row(y);
+    }
+    const bool alpha = obj->header()->biCompression == IMG_COMPRESSION_ALPHA;
+    for (int32_t i = 0; i < n; ++i) {
+        const uint32_t x = uint32_t(x0 + i);
+        uint8_t* o = out + size_t(i) * 3;
+        switch (bits) {
+            case 1: case 4: case 8: {
+                uint32_t index;
+                if (bits == 8) index = row[x];
+                else if (bits == 4) index = (row[x / 2] >> ((x & 1) ? 0 : 4)) & 15;
+                else index = (row[x / 8] >> (7 - (x & 7))) & 1;
+                o[0] = pal[index].rgbRed, o[1] = pal[index].rgbGreen, o[2] = pal[index].rgbBlue;
+                break;
+            }
+            case 16: {
+                const uint32_t v = uint32_t(row[2 * x]) | uint32_t(row[2 * x + 1]) << 8;
+                const uint32_t r = (v >> 10) & 31, g = (v >> 5) & 31, b = v & 31;
+                o[0] = uint8_t(r << 3 | r >> 2), o[1] = uint8_t(g << 3 | g >> 2),
+                o[2] = uint8_t(b << 3 | b >> 2);
+                break;
+            }
+            case 24:
+                o[0] = row[3 * x + 2], o[1] = row[3 * x + 1], o[2] = row[3 * x];
+                break;
+            default: {  // 32
+                const uint8_t* p = row + 4 * x;
+                if (alpha) {
+                    o[0] = p[2], o[1] = p[1], o[2] = p[0];
+                } else {
+                    // Cyan, magenta, yellow, black.
+                    const uint32_t k = 255 - p[3];
+                    o[0] = uint8_t((255 - p[0]) * k / 255), o[1] = uint8_t((255 - p[1]) * k / 255),
+                    o[2] = uint8_t((255 - p[2]) * k / 255);
+                }
+                break;
+            }
+        }
+    }
+}
+
+int32_t draw_crop(BitmapObject* obj, intptr_t dc, int32_t x, int32_t y, int32_t width,
+                  int32_t height) {
+    platform::Surface s;
+    if (!platform::dc_surface(dc, &s)) return IMG_ERR_BAD_IMAGE;
+    if (!obj->dib) return IMG_ERR_MEMORY;
+    const bool mirror_x = width < 0, mirror_y = height < 0;
+    const int64_t w = mirror_x ? -int64_t(width) : width;
+    const int64_t h = mirror_y ? -int64_t(height) : height;
+    if (w < 1 || h < 1) return IMG_ERR_DISPLAY_RECT;
+    const int32_t cw = obj->crop_width, ch = obj->crop_height;
+    if (cw < 1 || ch < 1) return IMG_ERR_DISPLAY_RECT;
+
+    // Only the part of the rectangle that lies on the surface is drawn.
+    const int64_t left = std::max<int64_t>(x, 0), right = std::min<int64_t>(x + w, s.width);
+    const int64_t top = std::max<int64_t>(y, 0), bottom = std::min<int64_t>(y + h, s.height);
+    if (left >= right || top >= bottom) return 0;
+
+    std::vector<int32_t> column(size_t(right - left));
+    for (int64_t dx = left; dx < right; ++dx) {
+        const int64_t i = mirror_x ? w - 1 - (dx - x) : dx - x;
+        column[size_t(dx - left)] = int32_t(i * cw / w);
+    }
+    std::vector<uint8_t> source(size_t(cw) * 3), scratch;
+    int32_t loaded = -1;
+    for (int64_t dy = top; dy < bottom; ++dy) {
+        const int64_t j = mirror_y ? h - 1 - (dy - y) : dy - y;
+        const int32_t sy = obj->crop_y + int32_t(j * ch / h);
+        if (sy != loaded) {
+            row_to_rgb(obj, sy, obj->crop_x, cw, source.data(), scratch);
+            loaded = sy;
+        }
+        uint8_t* out = s.rgb + (size_t(dy) * size_t(s.width) + size_t(left)) * 3;
+        for (size_t k = 0; k < column.size(); ++k)
+            std::memcpy(out + 3 * k, source.data() + 3 * size_t(column[k]), 3);
+    }
+    return 0;
+}
+
+int32_t display_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y, int32_t width,
+                       int32_t height) {
+    BitmapObject* obj = bitmap_get(handle);
+    if (!obj) return IMG_ERR_HANDLE;
+    BusyMark busy(obj);
+    obj->display_rect[0] = x;
+    obj->display_rect[1] = y;
+    obj->display_rect[2] = width < 0 ? -width : width;
+    obj->display_rect[3] = height < 0 ? -height : height;
+    const Settings& st = settings();
+    if (st.dispfunc && obj->dib) {
+        const int32_t go = st.dispfunc(reinterpret_cast<const IMG_BITMAPINFOHEADER*>(obj->dib),
+                                       st.dispfunc_user);
+        if (go < 1) return go;
+    }
+    return draw_crop(obj, dc, x, y, width, height);
+}
+
+}  // namespace tesslin::display
+
+using namespace tesslin;
+
+extern "C" {
+
+TESSLIN_API int32_t IMG_display_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                       int32_t width, int32_t height) {
+    return api_call([&] { return display::display_bitmap(handle, dc, x, y, width, height); });
+}
+
+TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc) {
+    return api_call([&]() -> int32_t {
+        if (!bitmap_get(handle)) return IMG_ERR_HANDLE;
+        platform::Surface s;
+        return platform::dc_surface(dc, &s) ? 0 : IMG_ERR_BAD_IMAGE;
+    });
+}
+
+}  // extern "C"
