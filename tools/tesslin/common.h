@@ -49,7 +49,8 @@ std::string json_string(const std::string& s);
 
 // ---- Numbers ---------------------------------------------------------------
 
-// A whole decimal number and nothing else ("12x", "", " 1" fail).
+// A whole decimal number in int32_t range and nothing after it ("abc", "12x"
+// and "" fail). Ranges (no negatives ...) are Args::number's to check.
 bool parse_int(const char* text, int32_t* out);
 
 // ---- Arguments -------------------------------------------------------------
