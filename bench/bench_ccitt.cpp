@@ -11,10 +11,13 @@
 #include "core/runs.h"
 #include "core/stream.h"
 #include "formats/ccitt/ccitt.h"
-#include "page.h"
+#include "bench_util.h"
+#include "libtiff_memory.h"
 #include "tesslin/tesslin.h"
 
 using namespace tesslin;
+using bench::MemFile;
+using bench::mem_open;
 
 namespace {
 
@@ -36,47 +39,9 @@ int32_t supply_record(intptr_t user, uint8_t* buffer, int32_t row, uint32_t) {
     return int32_t(rec.size() * 4);
 }
 
-// Memory I/O for libtiff.
-struct MemFile {
-    std::vector<uint8_t> data;
-    toff_t pos = 0;
-};
-tsize_t mem_read(thandle_t h, tdata_t buf, tsize_t n) {
-    auto* f = static_cast<MemFile*>(h);
-    tsize_t left = f->pos < f->data.size() ? tsize_t(f->data.size() - f->pos) : 0;
-    if (n > left) n = left;
-    std::memcpy(buf, f->data.data() + f->pos, size_t(n));
-    f->pos += toff_t(n);
-    return n;
-}
-tsize_t mem_write(thandle_t h, tdata_t buf, tsize_t n) {
-    auto* f = static_cast<MemFile*>(h);
-    if (f->pos + toff_t(n) > f->data.size()) f->data.resize(size_t(f->pos + toff_t(n)));
-    std::memcpy(f->data.data() + f->pos, buf, size_t(n));
-    f->pos += toff_t(n);
-    return n;
-}
-toff_t mem_seek(thandle_t h, toff_t off, int whence) {
-    auto* f = static_cast<MemFile*>(h);
-    if (whence == SEEK_SET) f->pos = off;
-    else if (whence == SEEK_CUR) f->pos += off;
-    else f->pos = f->data.size() + off;
-    return f->pos;
-}
-int mem_close(thandle_t) { return 0; }
-toff_t mem_size(thandle_t h) { return static_cast<MemFile*>(h)->data.size(); }
-int mem_map(thandle_t, tdata_t*, toff_t*) { return 0; }
-void mem_unmap(thandle_t, tdata_t, toff_t) {}
-
-TIFF* mem_open(MemFile& f, const char* mode) {
-    return TIFFClientOpen("page", mode, &f, mem_read, mem_write, mem_seek, mem_close, mem_size, mem_map,
-                          mem_unmap);
-}
-
 // libtiff encoding the packed raster as one Group 4 strip.
 void libtiff_encode(const Fixture& fx, MemFile& out) {
     out.data.clear();
-    out.pos = 0;
     TIFF* t = mem_open(out, "w");
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, fx.page.width);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, fx.page.height);
@@ -94,13 +59,11 @@ const Fixture& fixture() {
         Fixture f;
         f.page = bench::letter_page();
         const auto& p = f.page;
-        std::vector<uint32_t> rec(runs::max_record_bytes(p.width) / 4);
+        f.records = bench::run_records(p);
         const uint32_t packed = (p.width + 7) / 8;
         f.fax_raster.resize(size_t(packed) * p.height);
         for (uint32_t y = 0; y < p.height; ++y) {
             const uint8_t* row = p.rows.data() + size_t(y) * p.row_bytes;
-            uint32_t len = runs::encode(row, p.width, rec.data());
-            f.records.emplace_back(rec.begin(), rec.begin() + len / 4);
             for (uint32_t i = 0; i < packed; ++i) f.fax_raster[size_t(y) * packed + i] = uint8_t(~row[i]);
         }
         IMG_BITMAPINFOHEADER h{40, int32_t(p.width), int32_t(p.height), 1, 1, IMG_COMPRESSION_RUNS,

@@ -26,6 +26,7 @@
 #include "core/settings.h"
 #include "core/stream.h"
 #include "formats/jpeg/jpeg.h"
+#include "bench_util.h"
 #include "tesslin/tesslin.h"
 
 using namespace tesslin;
@@ -153,16 +154,6 @@ void Decode_Tesslin(benchmark::State& state) {
     state.SetItemsProcessed(int64_t(state.iterations()) * kWidth * kHeight);
 }
 
-struct Supply {
-    const uint8_t* bgr;
-};
-
-int32_t photo_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
-    const auto* s = reinterpret_cast<const Supply*>(user);
-    std::memcpy(buffer, s->bgr + size_t(row) * kWidth * 3, bytes);
-    return 0;
-}
-
 void Encode_Tesslin(benchmark::State& state) {
     const Photo& p = photo();
     DibHeader h = dib_header(kWidth, kHeight, 24);
@@ -170,14 +161,12 @@ void Encode_Tesslin(benchmark::State& state) {
     IMGLOW_set_jpg_interleave(2, 2);
     const uint32_t cap = 16u << 20;
     void* out = tesslin_block_alloc(cap);
-    Supply src{p.bgr.data()};
+    const bench::Rows src{p.bgr.data(), kWidth * 3};
     int32_t written = 0;
     for (auto _ : state) {
-        const int32_t s = stream::mem_create_sized(out, cap);
-        if (jpeg::encode(s, &h, photo_supply, reinterpret_cast<intptr_t>(&src), 0) != 0)
-            state.SkipWithError("encode failed");
-        written = stream::seek(s, 0, 1);
-        stream::mem_release(s);
+        written = bench::encode_memory(jpeg::encode, out, cap, h, bench::supply_rows,
+                                       reinterpret_cast<intptr_t>(&src), 0);
+        if (written < 0) state.SkipWithError("encode failed");
     }
     tesslin_block_free(out);
     state.counters["bytes"] = written;
@@ -206,25 +195,18 @@ void turbo_decode(const Photo& p, bool fancy, Image& img) {
     jpeg_destroy_decompress(&d);
 }
 
-void Decode_Turbo(benchmark::State& state) {
+void decode_turbo(benchmark::State& state, bool fancy) {
     const Photo& p = photo();
     Image img;
     for (auto _ : state) {
-        turbo_decode(p, true, img);
+        turbo_decode(p, fancy, img);
         benchmark::DoNotOptimize(img.pixels.data());
     }
     state.SetItemsProcessed(int64_t(state.iterations()) * kWidth * kHeight);
 }
 
-void Decode_Turbo_Replicate(benchmark::State& state) {
-    const Photo& p = photo();
-    Image img;
-    for (auto _ : state) {
-        turbo_decode(p, false, img);
-        benchmark::DoNotOptimize(img.pixels.data());
-    }
-    state.SetItemsProcessed(int64_t(state.iterations()) * kWidth * kHeight);
-}
+void Decode_Turbo(benchmark::State& state) { decode_turbo(state, true); }
+void Decode_Turbo_Replicate(benchmark::State& state) { decode_turbo(state, false); }
 
 void Encode_Turbo(benchmark::State& state) {
     const Photo& p = photo();

@@ -20,7 +20,7 @@
 #include "core/dib.h"
 #include "core/stream.h"
 #include "formats/png/png.h"
-#include "page.h"
+#include "bench_util.h"
 
 using namespace tesslin;
 
@@ -63,23 +63,12 @@ std::vector<uint8_t> libpng_encode(const std::vector<uint8_t>& rgb, bool filter_
     return out;
 }
 
-struct SupplyCtx {
-    const Page* page;
-};
-
-int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
-    const Page* p = reinterpret_cast<SupplyCtx*>(user)->page;
-    std::memcpy(buffer, p->bgr_rows.data() + size_t(row) * p->dib_row, bytes);
-    return 0;
-}
-
 std::vector<uint8_t> our_encode(const Page& p, std::vector<uint8_t>& buffer) {
     DibHeader h = dib_header(kWidth, kHeight, 24);
-    const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
-    SupplyCtx ctx{&p};
-    if (png_encode(s, &h, supply_row, reinterpret_cast<intptr_t>(&ctx), 0) != 0) std::abort();
-    const int32_t end = stream::seek(s, 0, 1);
-    stream::mem_release(s);
+    const bench::Rows rows{p.bgr_rows.data(), p.dib_row};
+    const int32_t end = bench::encode_memory(png_encode, buffer.data(), uint32_t(buffer.size()), h,
+                                             bench::supply_rows, reinterpret_cast<intptr_t>(&rows), 0);
+    if (end < 0) std::abort();
     return std::vector<uint8_t>(buffer.begin(), buffer.begin() + end);
 }
 
@@ -90,11 +79,7 @@ const Page& page() {
         pg.rgb = bench::photo_page(png_decode, std::string(TESSLIN_TEST_DATA) + "/corpus/png/rgb.png",
                                    kWidth, kHeight);
         pg.dib_row = row_bytes(kWidth, 24);
-        pg.bgr_rows.assign(size_t(pg.dib_row) * kHeight, 0);
-        for (uint32_t y = 0; y < kHeight; ++y)
-            for (uint32_t x = 0; x < kWidth; ++x)
-                for (int c = 0; c < 3; ++c)
-                    pg.bgr_rows[size_t(y) * pg.dib_row + x * 3 + c] = pg.rgb[(size_t(y) * kWidth + x) * 3 + 2 - c];
+        pg.bgr_rows = bench::bgr_dib_rows(pg.rgb, kWidth, kHeight);
         pg.libpng_file = libpng_encode(pg.rgb, false);
         std::vector<uint8_t> buffer(pg.rgb.size() * 2);
         pg.our_file = our_encode(pg, buffer);
@@ -122,9 +107,8 @@ void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file) {
     Sink sink;
     sink.row.resize(row_bytes(kWidth, 24));
     for (auto _ : state) {
-        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
-        if (png_decode(0, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header, s) != 0) std::abort();
-        stream::mem_release(s);
+        if (bench::decode_memory(png_decode, file, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header) != 0)
+            std::abort();
     }
     benchmark::DoNotOptimize(sink.sum);
     state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);

@@ -7,7 +7,7 @@
 
 #include "core/bitmap.h"
 #include "core/runs.h"
-#include "page.h"
+#include "bench_util.h"
 #include "tesslin/tesslin.h"
 
 using namespace tesslin;
@@ -39,12 +39,7 @@ BENCHMARK(BM_EncodeRows)->Unit(benchmark::kMillisecond);
 
 void BM_ExpandRows(benchmark::State& state) {
     const auto& p = page();
-    std::vector<std::vector<uint32_t>> records(p.height);
-    std::vector<uint32_t> rec(runs::max_record_bytes(p.width) / 4);
-    for (uint32_t y = 0; y < p.height; ++y) {
-        uint32_t len = runs::encode(p.rows.data() + size_t(y) * p.row_bytes, p.width, rec.data());
-        records[y].assign(rec.begin(), rec.begin() + len / 4);
-    }
+    const std::vector<std::vector<uint32_t>> records = bench::run_records(p);
     std::vector<uint8_t> row(p.row_bytes);
     for (auto _ : state) {
         for (uint32_t y = 0; y < p.height; ++y) {

@@ -25,60 +25,23 @@
 #include "core/dib.h"
 #include "core/stream.h"
 #include "formats/tiff/tiff.h"
-#include "page.h"
+#include "bench_util.h"
+#include "libtiff_memory.h"
 
 using namespace tesslin;
+using bench::MemFile;
+using bench::mem_open;
 
 namespace {
 
 constexpr uint32_t kWidth = 2550, kHeight = 3300;
-
-// ---- libtiff on memory ------------------------------------------------------
-
-struct MemFile {
-    std::vector<uint8_t> data;
-    toff_t pos = 0;
-};
-
-tsize_t mem_read(thandle_t h, tdata_t buf, tsize_t n) {
-    auto* m = static_cast<MemFile*>(h);
-    if (m->pos >= m->data.size()) return 0;
-    const tsize_t take = std::min<tsize_t>(n, tsize_t(m->data.size() - m->pos));
-    std::memcpy(buf, m->data.data() + m->pos, size_t(take));
-    m->pos += toff_t(take);
-    return take;
-}
-tsize_t mem_write(thandle_t h, tdata_t buf, tsize_t n) {
-    auto* m = static_cast<MemFile*>(h);
-    if (m->pos + toff_t(n) > m->data.size()) m->data.resize(size_t(m->pos + toff_t(n)));
-    std::memcpy(m->data.data() + m->pos, buf, size_t(n));
-    m->pos += toff_t(n);
-    return n;
-}
-toff_t mem_seek(thandle_t h, toff_t off, int whence) {
-    auto* m = static_cast<MemFile*>(h);
-    if (whence == SEEK_SET) m->pos = off;
-    else if (whence == SEEK_CUR) m->pos += off;
-    else m->pos = m->data.size() + off;
-    return m->pos;
-}
-int mem_close(thandle_t) { return 0; }
-toff_t mem_size(thandle_t h) { return static_cast<MemFile*>(h)->data.size(); }
-int mem_map(thandle_t, tdata_t*, toff_t*) { return 0; }
-void mem_unmap(thandle_t, tdata_t, toff_t) {}
-
-TIFF* mem_open(MemFile* m, const char* mode) {
-    m->pos = 0;
-    return TIFFClientOpen("mem", mode, m, mem_read, mem_write, mem_seek, mem_close, mem_size,
-                          mem_map, mem_unmap);
-}
 
 // Writes a page with libtiff in its default strips.
 std::vector<uint8_t> libtiff_write(const uint8_t* rows, uint32_t width, uint32_t height,
                                    uint32_t samples, uint32_t bits, uint16_t compression,
                                    uint16_t predictor) {
     MemFile m;
-    TIFF* t = mem_open(&m, "w");
+    TIFF* t = mem_open(m, "w");
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, width);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, height);
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, samples);
@@ -117,9 +80,8 @@ std::vector<uint8_t> our_rows(const std::vector<uint8_t>& file, uint32_t bytes, 
     Collect c;
     c.bytes = bytes;
     c.data.assign(size_t(bytes) * height, 0);
-    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
-    if (tiff::decode(0, collect_row, reinterpret_cast<intptr_t>(&c), collect_header, s) != 0) std::abort();
-    stream::mem_release(s);
+    if (bench::decode_memory(tesslin::tiff::decode, file, collect_row, reinterpret_cast<intptr_t>(&c), collect_header) != 0)
+        std::abort();
     return c.data;
 }
 
@@ -135,14 +97,10 @@ void verify(const Pages& pg, const std::vector<uint8_t>& packed);
 const Pages& pages() {
     static Pages p = [] {
         Pages pg;
-        pg.rgb = bench::photo_page(tiff::decode, std::string(TESSLIN_TEST_DATA) + "/corpus/tone/rgb-none.tif",
+        pg.rgb = bench::photo_page(tesslin::tiff::decode, std::string(TESSLIN_TEST_DATA) + "/corpus/tone/rgb-none.tif",
                                    kWidth, kHeight);
         pg.dib_row = row_bytes(kWidth, 24);
-        pg.bgr_rows.assign(size_t(pg.dib_row) * kHeight, 0);
-        for (uint32_t y = 0; y < kHeight; ++y)
-            for (uint32_t x = 0; x < kWidth; ++x)
-                for (int c = 0; c < 3; ++c)
-                    pg.bgr_rows[size_t(y) * pg.dib_row + x * 3 + c] = pg.rgb[(size_t(y) * kWidth + x) * 3 + 2 - c];
+        pg.bgr_rows = bench::bgr_dib_rows(pg.rgb, kWidth, kHeight);
         pg.lzw = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 1);
         pg.lzw_predictor = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_LZW, 2);
         pg.packbits_rgb = libtiff_write(pg.rgb.data(), kWidth, kHeight, 3, 8, COMPRESSION_PACKBITS, 1);
@@ -166,7 +124,7 @@ std::vector<uint8_t> our_lzw_file(const Pages& p);
 std::vector<uint8_t> libtiff_rows(const std::vector<uint8_t>& file) {
     MemFile m;
     m.data = file;
-    TIFF* t = mem_open(&m, "r");
+    TIFF* t = mem_open(m, "r");
     std::vector<uint8_t> out;
     std::vector<uint8_t> strip(size_t(TIFFStripSize(t)));
     for (uint32_t s = 0; s < TIFFNumberOfStrips(t); ++s) {
@@ -209,9 +167,8 @@ int32_t sink_row(uint8_t* row, intptr_t user, int32_t, uint32_t bytes) {
 void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file, uint64_t pixels) {
     Sink sink;
     for (auto _ : state) {
-        const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
-        if (tiff::decode(0, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header, s) != 0) std::abort();
-        stream::mem_release(s);
+        if (bench::decode_memory(tesslin::tiff::decode, file, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header) != 0)
+            std::abort();
     }
     benchmark::DoNotOptimize(sink.sum);
     state.SetItemsProcessed(int64_t(state.iterations() * pixels));
@@ -223,7 +180,7 @@ void decode_libtiff(benchmark::State& state, const std::vector<uint8_t>& file, u
     uint64_t sum = 0;
     std::vector<uint8_t> strip;
     for (auto _ : state) {
-        TIFF* t = mem_open(&m, "r");
+        TIFF* t = mem_open(m, "r");
         strip.resize(size_t(TIFFStripSize(t)));
         const uint32_t strips = TIFFNumberOfStrips(t);
         for (uint32_t s = 0; s < strips; ++s) {
@@ -252,20 +209,14 @@ void BM_DecodePackBitsRgb_libtiff(benchmark::State& s) { decode_libtiff(s, pages
 
 // ---- Encoding --------------------------------------------------------------
 
-int32_t supply_row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
-    const Pages* p = reinterpret_cast<const Pages*>(user);
-    std::memcpy(buffer, p->bgr_rows.data() + size_t(row) * p->dib_row, bytes);
-    return 0;
-}
-
 int32_t encode_ours(const Pages& p, std::vector<uint8_t>& buffer) {
     DibHeader h = dib_header(kWidth, kHeight, 24);
     h.biXPelsPerMeter = h.biYPelsPerMeter = 300;
-    const int32_t s = stream::mem_create_sized(buffer.data(), uint32_t(buffer.size()));
+    const bench::Rows rows{p.bgr_rows.data(), p.dib_row};
     buffer[0] = 0;  // no TIFF there yet: a new file, not a page appended
-    if (tiff::encode(s, &h, supply_row, reinterpret_cast<intptr_t>(&p), 9) != 0) std::abort();
-    const int32_t size = stream::seek(s, 0, 1);
-    stream::mem_release(s);
+    const int32_t size = bench::encode_memory(tesslin::tiff::encode, buffer.data(), uint32_t(buffer.size()), h,
+                                              bench::supply_rows, reinterpret_cast<intptr_t>(&rows), 9);
+    if (size < 0) std::abort();
     return size;
 }
 

@@ -14,9 +14,11 @@
 #include "core/runs.h"
 #include "core/stream.h"
 #include "formats/ccitt/ccitt.h"
+#include "fuzz_util.h"
 #include "tesslin/tesslin.h"
 
 using namespace tesslin;
+using fuzz::check;
 
 namespace {
 
@@ -26,10 +28,6 @@ struct Image {
     std::vector<uint8_t> bits;
     std::vector<uint8_t> seen;
 };
-
-void check(bool ok) {
-    if (!ok) __builtin_trap();
-}
 
 int32_t take_row(uint8_t* row, intptr_t user, int32_t index, uint32_t count) {
     auto* im = reinterpret_cast<Image*>(user);
@@ -56,13 +54,8 @@ bool is_memory_mode(int32_t mode) { return mode == 1 || mode >= 128; }
 int32_t decode(const uint8_t* data, uint32_t size, const ccitt::FaxParams& p, uint32_t rows, uint32_t first,
                Image& out) {
     if (is_memory_mode(p.mode)) return ccitt::fax_decode(data, rows, first, p, 0, take_row, intptr_t(&out));
-    void* block = tesslin_block_alloc(size + 1);
-    if (size) std::memcpy(block, data, size);
-    const int32_t s = stream::mem_create_sized(block, size);
-    const int32_t status = ccitt::fax_decode(nullptr, rows, first, p, s, take_row, intptr_t(&out));
-    stream::mem_release(s);
-    tesslin_block_free(block);
-    return status;
+    const fuzz::BlockInput in(data, size);
+    return ccitt::fax_decode(nullptr, rows, first, p, in.stream, take_row, intptr_t(&out));
 }
 
 int32_t supply_packed(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count) {

@@ -21,9 +21,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                   -1);
             break;
         default: {
-            fax_fuzz::Input in(data, size);
+            fuzz::BlockInput in(data, size);
             const int32_t n = count_mag_pages(in.stream);
-            fax_fuzz::check(n <= 0x10000);
+            fuzz::check(n <= 0x10000);
             break;
         }
     }

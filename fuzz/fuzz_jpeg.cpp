@@ -2,13 +2,9 @@
 // and coefficient output, strip restarts and shared tables, and the ICC
 // profile walk. Every delivered row is read in full.
 #include <cstdint>
-#include <cstring>
-#include <vector>
 
-#include "core/dib.h"
-#include "core/stream.h"
 #include "formats/jpeg/jpeg.h"
-#include "tesslin/tesslin.h"
+#include "fuzz_util.h"
 
 namespace {
 
@@ -21,7 +17,7 @@ struct Sink {
 
 int32_t on_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
     auto* s = reinterpret_cast<Sink*>(user);
-    if (h->biWidth < 1 || h->biHeight < 1 || h->biSize != 40) __builtin_trap();
+    fuzz::check(h->biWidth >= 1 && h->biHeight >= 1 && h->biSize == 40);
     s->row_bytes = tesslin::row_bytes(uint32_t(h->biWidth), h->biBitCount);
     s->height = h->biHeight;
     if (h->biBitCount == 8) {
@@ -33,7 +29,7 @@ int32_t on_header(const IMG_BITMAPINFOHEADER* h, intptr_t user) {
 
 int32_t on_row(uint8_t* row, intptr_t user, int32_t n, uint32_t bytes) {
     auto* s = reinterpret_cast<Sink*>(user);
-    if (bytes != s->row_bytes || n != s->next || n >= s->height) __builtin_trap();
+    fuzz::check(bytes == s->row_bytes && n == s->next && n < s->height);
     ++s->next;
     for (uint32_t i = 0; i < bytes; i += 7) s->sum += row[i];
     s->sum += row[bytes - 1];
@@ -44,16 +40,15 @@ int32_t on_row(uint8_t* row, intptr_t user, int32_t n, uint32_t bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > (1u << 20)) return 0;
-    void* block = tesslin_block_alloc(uint32_t(size ? size : 1));
-    if (!block) return 0;
-    if (size) std::memcpy(block, data, size);
-    const int32_t s = tesslin::stream::mem_create_sized(block, uint32_t(size));
+    const fuzz::BlockInput in(data, size);
+    if (!in.block.data) return 0;
+    const int32_t s = in.stream;
 
     tesslin::jpeg::DecodeOptions options;
     options.coefficients = 0;
     Sink sink;
     int32_t r = tesslin::jpeg::decode(options, 0, on_row, reinterpret_cast<intptr_t>(&sink), on_header, s);
-    if (r == 0 && sink.next != sink.height) __builtin_trap();
+    fuzz::check(r != 0 || sink.next == sink.height);
 
     // Variants chosen by the length, so that the input stays a plain stream.
     tesslin::jpeg::Tables tables;
@@ -64,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (options.coefficients || options.strip_rows || options.tables) {
         Sink again;
         r = tesslin::jpeg::decode(options, 0, on_row, reinterpret_cast<intptr_t>(&again), on_header, s);
-        if (r == 0 && again.next != again.height) __builtin_trap();
+        fuzz::check(r != 0 || again.next == again.height);
     }
 
     uint32_t profile_size = 0;
@@ -73,7 +68,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         (void)last;
         tesslin_block_free(p);
     }
-    tesslin::stream::mem_release(s);
-    tesslin_block_free(block);
     return 0;
 }

@@ -4,7 +4,7 @@
 // page); the rest is the coded data in a library block. A decoded image is
 // written as raw Group 4 and Group 3 and must read back the same with the
 // height found at the end of the page.
-#include "fax_fuzz.h"
+#include "fuzz_util.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 4) return 0;
@@ -13,36 +13,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t fill = (data[0] & 8) ? 2 : 1;
     const int32_t width = 1 + ((data[1] | (data[2] << 8)) & 0xFFF);
     const int32_t height = (data[3] & 1) ? 0 : data[3] >> 1;
-    void* block = tesslin_block_alloc(uint32_t(size - 4 ? size - 4 : 1));
-    if (!block) return 0;
-    std::memcpy(block, data + 4, size - 4);
-    const int32_t h = IMG_decompress_fax_mem(block, width, height, mode, fill);
-    tesslin_block_free(block);
+    int32_t h;
+    {
+        const fuzz::Block coded(data + 4, size - 4);
+        if (!coded.data) return 0;
+        h = IMG_decompress_fax_mem(coded.data, width, height, mode, fill);
+    }
     if (h < 0) return 0;
     int32_t w = 0, rows = 0, bits = 0;
     IMG_bitmap_info(h, &w, &rows, &bits);
-    fax_fuzz::check(w == width && bits == 1 && rows > 0 && (height == 0 || rows == height));
+    fuzz::check(w == width && bits == 1 && rows > 0 && (height == 0 || rows == height));
     for (int32_t code : {52, 53}) {
         const uint32_t room = uint32_t(uint64_t(w) * uint64_t(rows) + 8192);
         void* out = tesslin_block_alloc(room);
         const int32_t n = IMG_save_bitmap_mem(h, out, code);
         if (n > 0) {
-            // A block of exactly the bytes written: nothing after them.
-            void* coded = tesslin_block_alloc(uint32_t(n));
-            std::memcpy(coded, out, size_t(n));
-            const int32_t back = IMG_decompress_fax_mem(coded, w, 0, code == 52 ? 4 : 3, 1);
-            tesslin_block_free(coded);
+            int32_t back;
+            {
+                // A block of exactly the bytes written: nothing after them.
+                const fuzz::Block coded(static_cast<const uint8_t*>(out), size_t(n));
+                back = IMG_decompress_fax_mem(coded.data, w, 0, code == 52 ? 4 : 3, 1);
+            }
             // Our own output decodes to the same rows, the page's end found.
-            fax_fuzz::check(back >= 0);
+            fuzz::check(back >= 0);
             int32_t bw = 0, bh = 0, bb = 0;
             IMG_bitmap_info(back, &bw, &bh, &bb);
-            fax_fuzz::check(bw == w && bh == rows);
+            fuzz::check(bw == w && bh == rows);
             std::vector<uint8_t> a(tesslin::row_bytes(uint32_t(w), 1)), b(a.size());
             for (int32_t y = 0; y < rows; ++y) {
                 IMGLOW_get_raster(h, a.data(), y, 0);
                 IMGLOW_get_raster(back, b.data(), y, 0);
                 for (int32_t x = 0; x < w; ++x)
-                    fax_fuzz::check(((a[size_t(x) / 8] ^ b[size_t(x) / 8]) & (0x80 >> (x % 8))) == 0);
+                    fuzz::check(((a[size_t(x) / 8] ^ b[size_t(x) / 8]) & (0x80 >> (x % 8))) == 0);
             }
             IMG_delete_bitmap(back);
         }

@@ -1,4 +1,4 @@
-// Pages for the benchmarks.
+// What the benchmarks share: their pages, DIB rows, and codecs run on memory.
 //
 // letter_page(): a 2,550 x 3,300 text page (letter at 300 dpi) for the
 // bilevel benchmarks: the 200-dpi test page scaled by 1.5 with nearest
@@ -7,14 +7,25 @@
 // photo_page(): a corpus photograph, decoded by one of our decoders,
 // enlarged with bilinear interpolation and a little deterministic noise so
 // that it compresses like a scan rather than like a flat drawing.
+//
+// bgr_dib_rows(), supply_rows(): RGB pixels as 24-bit DIB rows, and the
+// supply callback that hands rows to an encoder.
+//
+// decode_memory(), encode_memory(): a codec of the library run on a memory
+// stream, the way the benchmarks time them.
+//
+// run_records(): every row of a bilevel page as a run record.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "core/dib.h"
+#include "core/runs.h"
 #include "core/stream.h"
 #include "pipeline/codec.h"
 
@@ -25,13 +36,77 @@ struct Page {
     std::vector<uint8_t> rows;  // top row first
 };
 
-inline Page letter_page() {
-    std::string path = std::string(TESSLIN_TEST_DATA) + "/corpus/refs/3d67d77b51bcb234.pbm";
+// A file the benchmark needs, opened for reading; it stops when the file is
+// missing.
+inline FILE* open_or_exit(const std::string& path) {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) {
         std::fprintf(stderr, "missing %s\n", path.c_str());
         std::exit(1);
     }
+    return f;
+}
+
+// Runs `decode` on a memory stream over `file`; returns its status.
+inline int32_t decode_memory(Decoder decode, const std::vector<uint8_t>& file,
+                             IMG_RASTER_CALLBACK raster, intptr_t user, IMG_HEADER_CALLBACK header) {
+    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
+    const int32_t status = decode(0, raster, user, header, s);
+    stream::mem_release(s);
+    return status;
+}
+
+// Runs `encode` on a memory stream over `capacity` bytes at `out`; returns
+// the bytes written, or the encoder's negative status.
+inline int32_t encode_memory(Encoder encode, void* out, uint32_t capacity, const DibHeader& header,
+                             IMG_SUPPLY_CALLBACK supply, intptr_t user, int32_t variant) {
+    const int32_t s = stream::mem_create_sized(out, capacity);
+    const int32_t status = encode(s, &header, supply, user, variant);
+    const int32_t end = stream::seek(s, 0, 1);
+    stream::mem_release(s);
+    return status != 0 ? status : end;
+}
+
+// Rows in memory, top row first, `stride` bytes apart; the user value of
+// supply_rows.
+struct Rows {
+    const uint8_t* data = nullptr;
+    uint32_t stride = 0;
+};
+
+inline int32_t supply_rows(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
+    const auto* r = reinterpret_cast<const Rows*>(user);
+    std::memcpy(buffer, r->data + size_t(row) * r->stride, bytes);
+    return 0;
+}
+
+// RGB pixels (red, green, blue, top row first) as 24-bit DIB rows: blue,
+// green, red, each row padded to row_bytes(width, 24).
+inline std::vector<uint8_t> bgr_dib_rows(const std::vector<uint8_t>& rgb, uint32_t width,
+                                         uint32_t height) {
+    const uint32_t stride = row_bytes(width, 24);
+    std::vector<uint8_t> rows(size_t(stride) * height, 0);
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x)
+            for (int c = 0; c < 3; ++c)
+                rows[size_t(y) * stride + x * 3 + c] = rgb[(size_t(y) * width + x) * 3 + 2 - c];
+    return rows;
+}
+
+// Every row of a bilevel page as a run record, in whole words.
+inline std::vector<std::vector<uint32_t>> run_records(const Page& p) {
+    std::vector<std::vector<uint32_t>> records(p.height);
+    std::vector<uint32_t> rec(runs::max_record_bytes(p.width) / 4);
+    for (uint32_t y = 0; y < p.height; ++y) {
+        const uint32_t len = runs::encode(p.rows.data() + size_t(y) * p.row_bytes, p.width, rec.data());
+        records[y].assign(rec.begin(), rec.begin() + len / 4);
+    }
+    return records;
+}
+
+inline Page letter_page() {
+    std::string path = std::string(TESSLIN_TEST_DATA) + "/corpus/refs/3d67d77b51bcb234.pbm";
+    FILE* f = open_or_exit(path);
     unsigned w = 0, h = 0;
     if (std::fscanf(f, "P4 %u %u", &w, &h) != 2) std::exit(1);
     std::fgetc(f);
@@ -58,11 +133,7 @@ inline Page letter_page() {
 
 // The whole of a file.
 inline std::vector<uint8_t> read_all(const std::string& path) {
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) {
-        std::fprintf(stderr, "missing %s\n", path.c_str());
-        std::exit(1);
-    }
+    FILE* f = open_or_exit(path);
     std::vector<uint8_t> v;
     uint8_t buf[65536];
     for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) v.insert(v.end(), buf, buf + n);
@@ -95,10 +166,8 @@ inline std::vector<uint8_t> photo_page(Decoder decode, const std::string& path, 
         }
         return 0;
     };
-    const auto file = read_all(path);
-    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(file.data()), uint32_t(file.size()));
-    if (decode(0, keep_row, reinterpret_cast<intptr_t>(&src), keep_header, s) != 0) std::exit(1);
-    stream::mem_release(s);
+    if (decode_memory(decode, read_all(path), keep_row, reinterpret_cast<intptr_t>(&src), keep_header) != 0)
+        std::exit(1);
     std::vector<uint8_t> rgb(size_t(width) * height * 3);
     uint32_t noise = 12345;
     for (uint32_t y = 0; y < height; ++y) {
