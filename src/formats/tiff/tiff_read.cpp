@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/limits.h"
 #include "core/settings.h"
 #include "core/stream.h"
 #include "formats/tiff/swap.h"
@@ -30,16 +31,15 @@ void reverse_bits(uint8_t* data, size_t n) {
 
 namespace {
 
-// Ratio of decoded to stored bytes beyond which a page's declared size
-// cannot be backed by the stream (shared strips leave room for
-// uncompressed data; PackBits doubles 2 bytes into 128, deflate expands at
-// most 1032 times, LZW at most about 2730 times).
-uint64_t expansion_of(uint32_t compression) {
+// How far the stored bytes of a compression can expand: a page's declared
+// size beyond that cannot be backed by the stream (strips may share their
+// data, which leaves room for uncompressed pages too).
+limits::Coding coding_of(uint32_t compression) {
     switch (compression) {
-        case 1: return 8;
-        case 32773: return 64;
-        case 8: case 32946: return 1032;
-        default: return 4096;
+        case 1: return limits::kRawShared;
+        case 32773: return limits::kPackBits;
+        case 8: case 32946: return limits::kDeflate;
+        default: return limits::kLzw;
     }
 }
 
@@ -71,8 +71,7 @@ int32_t PageReader::run() {
     if (height_ == 0) height_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : 0;
     if (rows_per_strip_ == 0)
         rows_per_strip_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : height_;
-    if (width_ == 0 || height_ == 0 || width_ > 0x7FFFFFFF || height_ > 0x7FFFFFFF)
-        return IMG_ERR_BAD_IMAGE;
+    if (int32_t s = limits::check_dimensions(width_, height_)) return s;
     rows_per_strip_ = std::min(rows_per_strip_, height_);
     samples_ = d.samples ? d.samples : 1;
     bits_ = d.bits;
@@ -96,7 +95,7 @@ int32_t PageReader::run() {
     if (c != 1 && c != 32773 && c != 5 && c != 8 && c != 32946) return IMG_ERR_COMPRESSION;
     int32_t r = plan();
     if (r < 0) return r;
-    r = check_size(expansion_of(c));
+    r = check_size(coding_of(c));
     if (r < 0) return r;
     r = load_strip_table();
     if (r < 0) return r;
@@ -173,21 +172,18 @@ int32_t PageReader::plan() {
     invert_ = grey && ph == 0;
     predictor_ = dir_.predictor == 2 && (b == 8 || b == 16);
     reverse_bits_ = dir_.fill_order == 2;
-    const uint64_t out_row = row_bytes64(width_, out_bits_);
-    if (out_row > (uint64_t(1) << 28) || out_row * height_ > 0x7FFFFFFFu) return IMG_ERR_BAD_IMAGE;
-    out_row_ = uint32_t(out_row);
+    limits::ImageBytes out_size;
+    if (int32_t s = limits::image_bytes(width_, height_, out_bits_, &out_size)) return s;
+    out_row_ = uint32_t(out_size.row);
     direct_ = kind_ == Kind::kCopy && !invert_ && !predictor_ && planes_ == 1 &&
               !(reverse_bits_ && compression_ == 1);
     in_place_ = planes_ == 1 && ((kind_ == Kind::kRgb8 && n == 3) || (kind_ == Kind::kRgba8 && n == 4));
     return 0;
 }
 
-int32_t PageReader::check_size(uint64_t ratio) const {
-    const int64_t capacity = file_.capacity();
-    if (capacity < 0) return 0;
+int32_t PageReader::check_size(limits::Coding coding) const {
     const uint64_t raw = uint64_t(chunky_row_) * height_ / unit_rows_;
-    const uint64_t have = capacity > int64_t(file_.base()) ? uint64_t(capacity) - file_.base() : 0;
-    return raw > have * ratio + (uint64_t(1) << 16) ? IMG_ERR_READ : 0;
+    return limits::check_declared_size(file_.capacity(), file_.base(), raw, coding, IMG_ERR_READ);
 }
 
 int32_t PageReader::build_palette(RgbQuad* pal, uint32_t bits) {
