@@ -6,6 +6,7 @@
 
 #include "core/io.h"
 #include "core/limits.h"
+#include "core/pixels.h"
 #include "core/stream.h"
 #include "formats/png/inflate.h"
 #include "formats/png/png.h"
@@ -144,49 +145,28 @@ void convert_row(Convert how, const uint8_t* s, uint8_t* d, uint32_t width, uint
             std::memcpy(d, s, packed);
         break;
     case Convert::kExpand2:
-        for (uint32_t x = 0; x < width; ++x) d[x] = (s[x >> 2] >> (6 - 2 * (x & 3))) & 3;
+        pixels::unpack_indices(s, 2, d, width);
         break;
     case Convert::kGrey16:
-        for (uint32_t x = 0; x < width; ++x) {
-            d[2 * x] = s[2 * x + 1];
-            d[2 * x + 1] = s[2 * x];
-        }
+        pixels::swap16(s, d, width);
         break;
     case Convert::kRgb8:
-        for (uint32_t x = 0; x < width; ++x, s += 3, d += 3) {
-            d[0] = s[2];
-            d[1] = s[1];
-            d[2] = s[0];
-        }
+        pixels::swap_rgb24(s, d, width);
         break;
     case Convert::kRgb16:
-        for (uint32_t x = 0; x < width; ++x, s += 6, d += 3) {
-            d[0] = s[4];
-            d[1] = s[2];
-            d[2] = s[0];
-        }
+        pixels::rgb16_to_bgr24(s, 3, pixels::Endian::kBig, d, width);
         break;
     case Convert::kGreyAlpha8:
-        for (uint32_t x = 0; x < width; ++x) d[x] = s[2 * x];
+        pixels::first_samples(s, 2, 1, d, width);
         break;
     case Convert::kGreyAlpha16:
-        for (uint32_t x = 0; x < width; ++x) d[x] = s[4 * x];
+        pixels::high_bytes16(s, 2, 1, pixels::Endian::kBig, d, width);
         break;
     case Convert::kRgba8:
-        for (uint32_t x = 0; x < width; ++x, s += 4, d += 4) {
-            d[0] = s[2];
-            d[1] = s[1];
-            d[2] = s[0];
-            d[3] = s[3];
-        }
+        pixels::swap_rgb32(s, d, width);
         break;
     case Convert::kRgba16:
-        for (uint32_t x = 0; x < width; ++x, s += 8, d += 4) {
-            d[0] = s[4];
-            d[1] = s[2];
-            d[2] = s[0];
-            d[3] = s[6];
-        }
+        pixels::rgba16_to_bgra32(s, 4, pixels::Endian::kBig, d, width);
         break;
     }
 }

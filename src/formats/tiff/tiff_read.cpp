@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "core/limits.h"
+#include "core/pixels.h"
 #include "core/settings.h"
 #include "core/stream.h"
-#include "formats/tiff/swap.h"
 #include "formats/tiff/tiff.h"
 #include "process/palette.h"
 
@@ -361,7 +361,7 @@ int32_t PageReader::deliver_unit(uint32_t unit, const uint8_t* raw) {
 void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
     const uint32_t w = width_, n = samples_;
     const bool big = file_.big_endian();
-    const uint32_t hi = big ? 0 : 1;  // the high byte of a 16-bit sample
+    const pixels::Endian order = big ? pixels::Endian::kBig : pixels::Endian::kLittle;
     switch (kind_) {
         case Kind::kCopy:
             if (invert_) {
@@ -412,42 +412,16 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             }
             break;
         case Kind::kRgb8:
-            if (n == 3) {
-                swap_rgb24(raw, out, w);
-            } else {
-                for (uint32_t x = 0; x < w; ++x, raw += n, out += 3) {
-                    out[0] = raw[2];
-                    out[1] = raw[1];
-                    out[2] = raw[0];
-                }
-            }
+            pixels::rgb_to_bgr24(raw, n, out, w);
             break;
         case Kind::kRgba8:
-            if (n == 4) {
-                swap_rgb32(raw, out, w);
-                break;
-            }
-            for (uint32_t x = 0; x < w; ++x, raw += n, out += 4) {
-                out[0] = raw[2];
-                out[1] = raw[1];
-                out[2] = raw[0];
-                out[3] = raw[3];
-            }
+            pixels::rgba_to_bgra32(raw, n, out, w);
             break;
         case Kind::kRgb16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 3) {
-                out[0] = raw[4 + hi];
-                out[1] = raw[2 + hi];
-                out[2] = raw[hi];
-            }
+            pixels::rgb16_to_bgr24(raw, n, order, out, w);
             break;
         case Kind::kRgba16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 4) {
-                out[0] = raw[4 + hi];
-                out[1] = raw[2 + hi];
-                out[2] = raw[hi];
-                out[3] = raw[6 + hi];
-            }
+            pixels::rgba16_to_bgra32(raw, n, order, out, w);
             break;
         case Kind::kRgb4:
             for (uint32_t x = 0; x < w; ++x, out += 3) {
@@ -473,22 +447,13 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             }
             break;
         case Kind::kCmyk8:
-            if (n == 4) {
-                std::memcpy(out, raw, size_t(w) * 4);
-            } else {
-                for (uint32_t x = 0; x < w; ++x, raw += n, out += 4) std::memcpy(out, raw, 4);
-            }
+            pixels::first_samples(raw, n, 4, out, w);
             break;
         case Kind::kCmyk16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 4)
-                for (uint32_t i = 0; i < 4; ++i) out[i] = raw[2 * i + hi];
+            pixels::high_bytes16(raw, n, 4, order, out, w);
             break;
         case Kind::kCmy8:
-            for (uint32_t x = 0; x < w; ++x, raw += 3, out += 3) {
-                out[0] = uint8_t(255 - raw[2]);
-                out[1] = uint8_t(255 - raw[1]);
-                out[2] = uint8_t(255 - raw[0]);
-            }
+            pixels::cmy_to_bgr24(raw, out, w);
             break;
         case Kind::kYCbCr: {
             const uint32_t h = sub_h_, v = sub_v_, unit = h * v + 2;
