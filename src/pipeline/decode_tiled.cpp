@@ -11,7 +11,6 @@
 #include "pipeline/detect.h"
 #include "pipeline/dispatch.h"
 #include "pipeline/entry.h"
-#include "pipeline/rowops.h"
 
 namespace tesslin {
 namespace {
@@ -80,7 +79,7 @@ int32_t tile_raster(uint8_t* row, intptr_t user, int32_t r, uint32_t count) {
         if (count != tile_rb) {
             // A run record of a bilevel tile: expanded from its change list.
             if (t->bits != 1 ||
-                !rowops::rebuild_record(row, count, tw, t->positions.data(), t->record.data()))
+                !runs::rebuild_record(row, count, tw, t->positions.data(), t->record.data()))
                 return IMG_ERR_BAD_IMAGE;
             runs::expand(t->record.data(), tw, t->tile_row.data(), tile_rb);
             data = t->tile_row.data();

@@ -9,8 +9,7 @@
 #include "core/stream.h"
 #include "formats/bmp/bmp.h"
 #include "pipeline/dispatch.h"
-#include "pipeline/rowops.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin::bmp {
 namespace {
@@ -201,7 +200,7 @@ int32_t read_records(Reader& rd) {
         if (length < 8 || length % 4 || length > largest) return IMG_ERR_BAD_IMAGE;
         if (!in.read(bytes.data() + 4, length - 4)) return in.status();
         const uint32_t n =
-            rowops::rebuild_record(bytes.data(), length, rd.width, scratch.data(), record.data());
+            runs::rebuild_record(bytes.data(), length, rd.width, scratch.data(), record.data());
         if (int32_t s = rd.raster(reinterpret_cast<uint8_t*>(record.data()), rd.user, r, n))
             return s;
     }

@@ -10,7 +10,7 @@
 #include "core/stream.h"
 #include "formats/png/inflate.h"
 #include "formats/png/png.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin {
 

@@ -11,7 +11,7 @@
 #include "core/settings.h"
 #include "core/stream.h"
 #include "formats/tiff/tiff.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin::tiff {
 
