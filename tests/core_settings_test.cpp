@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "core/settings.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 #include "test_util.h"
 
 using namespace tesslin;

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "image_util.h"
-#include "pipeline/rowops.h"
+#include "process/colour/ordered_dither.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -141,7 +141,7 @@ TEST_F(Decode, DepthReduction) {
         const auto src = get_row(full, y);
         const auto dst = get_row(eight, y);
         for (int32_t x : {0, 5, 100, 226}) {
-            const int d = rowops::kDither[y & 7][x & 7] >> 3;
+            const int d = colour::kBayer[y & 7][x & 7] >> 3;
             auto sub = [&](int v) { return v < d ? 0 : v - d; };
             const int b = sub(src[x * 3]), g = sub(src[x * 3 + 1]), r = sub(src[x * 3 + 2]);
             EXPECT_EQ(dst[x], (r & 0xE0) | ((g >> 3) & 0x1C) | (b >> 6));

@@ -119,4 +119,43 @@ void expand_changes(const uint32_t* positions, uint32_t width, uint8_t* row, uin
     }
 }
 
+void append_change(std::vector<uint32_t>& list, uint32_t p) {
+    if (!list.empty() && list.back() == p)
+        list.pop_back();
+    else
+        list.push_back(p);
+}
+
+uint32_t cut_record(const uint32_t* record, uint32_t src_width, uint32_t x, uint32_t width,
+                    uint32_t* out) {
+    std::vector<uint32_t> list;
+    uint32_t dropped = 0;
+    for (uint32_t i = 1; i <= src_width + 1; ++i) {
+        const uint32_t p = record[i];
+        if (p >= src_width) break;
+        if (p < x) {
+            ++dropped;
+            continue;
+        }
+        if (dropped & 1) {
+            // The row is black at x: the cut record starts with a black run.
+            append_change(list, 0);
+            dropped = 0;
+        }
+        const uint32_t q = p - x;
+        append_change(list, q < width ? q : width);
+        if (q >= width) break;
+    }
+    if (dropped & 1) append_change(list, 0);
+    return record_from_changes(list.data(), static_cast<uint32_t>(list.size()), width, out);
+}
+
+uint32_t rebuild_record(const uint8_t* bytes, uint32_t count, uint32_t width, uint32_t* scratch,
+                        uint32_t* out) {
+    if (count < 8 || count % 4) return 0;
+    const uint32_t words = count / 4 - 1 < width + 1 ? count / 4 - 1 : width + 1;
+    std::memcpy(scratch, bytes + 4, size_t(words) * 4);
+    return record_from_changes(scratch, words, width, out);
+}
+
 }  // namespace tesslin::runs

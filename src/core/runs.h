@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace tesslin::runs {
 
@@ -51,5 +52,28 @@ inline void expand(const uint32_t* record, uint32_t width, uint8_t* row, uint32_
 
 // Sets or clears bits [from, to) of a packed row (most significant bit first).
 void fill_bits(uint8_t* row, uint32_t from, uint32_t to, bool ones);
+
+// ---- Editing records ----
+
+// Appends change position p to a list being built, dropping zero-length
+// runs: a position equal to the last one cancels it, which keeps the
+// colours of the runs around them.
+void append_change(std::vector<uint32_t>& list, uint32_t p);
+
+// Cuts a record of a row `src_width` wide to columns [x, x + width):
+// positions before x are dropped (the starting colour flips when an odd
+// number were), the rest shifted by -x and cut at `width`. Writes a complete
+// record at `out` (room for max_record_bytes(width)) and returns its length.
+uint32_t cut_record(const uint32_t* record, uint32_t src_width, uint32_t x, uint32_t width,
+                    uint32_t* out);
+
+// Rebuilds a record that a decoder delivered as `count` bytes at `bytes`
+// (length word first, any alignment) from its change list, so that what the
+// library keeps is always well formed: positions clamped to the width and
+// the record closed. `scratch` holds width + 1 words, `out` a record of
+// max_record_bytes(width). Returns the new length, or 0 when `count` cannot
+// be a record (below 8 or not a multiple of 4).
+uint32_t rebuild_record(const uint8_t* bytes, uint32_t count, uint32_t width, uint32_t* scratch,
+                        uint32_t* out);
 
 }  // namespace tesslin::runs

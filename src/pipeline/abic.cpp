@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/dib.h"
+#include "core/limits.h"
 #include "core/stream.h"
 #include "pipeline/decode.h"
 #include "pipeline/plugins.h"
@@ -23,11 +24,6 @@ struct Blocks {
         platform::block_free(work);
     }
 };
-
-// Pixel data larger than this many bytes per byte of stream data, plus a
-// fixed allowance, is refused before it is allocated.
-constexpr uint64_t kMaxExpansion = 2048;
-constexpr uint64_t kAllowance = uint64_t(16) << 20;
 
 }  // namespace
 
@@ -51,14 +47,20 @@ int32_t abic_decode_image(int32_t stream, const AbicParams& p) {
     if (p.width < 1 || p.height < 1 || (p.bits != 1 && p.bits != 4 && p.bits != 8))
         return IMG_ERR_BAD_IMAGE;
 
-    int32_t r = 0;
+    int32_t r = limits::check_dimensions(uint64_t(p.width), uint64_t(p.height));
+    if (r < 0) return r;
     const uint32_t bits = uint32_t(p.bits);
-    const uint64_t rb = row_bytes64(uint64_t(p.width), bits);
-    const uint64_t pixel_bytes = rb * uint64_t(p.height);
+    limits::ImageBytes size;
+    if ((r = limits::image_bytes(uint64_t(p.width), uint64_t(p.height), bits, &size)) < 0)
+        return r;
+    const uint64_t rb = size.row;
+    const uint64_t pixel_bytes = size.total;
     const uint32_t pal = palette_bytes(bits);
-    const int64_t capacity = stream::capacity(stream);
-    if (capacity >= 0 && pixel_bytes > uint64_t(capacity) * kMaxExpansion + kAllowance)
-        return IMG_ERR_BAD_IMAGE;
+    // Pixel data the module's coded data cannot back is refused before it is
+    // allocated.
+    r = limits::check_declared_size(stream::capacity(stream), 0, pixel_bytes, limits::kBilevel,
+                                    IMG_ERR_BAD_IMAGE);
+    if (r < 0) return r;
     const uint64_t dib_size = pal + pixel_bytes + 5040;
     if (dib_size + 1000 > 0x7FFFFFFF) return IMG_ERR_BAD_IMAGE;
 

@@ -4,11 +4,13 @@
 #include <cstring>
 
 #include "core/api.h"
+#include "core/pixels.h"
 #include "core/runs.h"
 #include "core/settings.h"
 #include "pipeline/decode.h"
-#include "pipeline/rowops.h"
-#include "process/palette.h"
+#include "process/colour/ordered_dither.h"
+#include "process/colour/palette.h"
+#include "process/resample/scale_rows.h"
 
 namespace tesslin {
 namespace {
@@ -136,7 +138,7 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
     if (run_encoded && count != ctx->src_row_bytes) {
         // A run record: rebuild it from its change list, so that what is
         // stored is always a well-formed record whatever the decoder sent.
-        length = rowops::rebuild_record(row, count, src_w, ctx->record2.data(), record);
+        length = runs::rebuild_record(row, count, src_w, ctx->record2.data(), record);
         if (!length) return IMG_ERR_BAD_IMAGE;
         data = nullptr;
     } else if (count < ctx->src_row_bytes) {
@@ -146,7 +148,8 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
         data = ctx->padded.data();
     }
     if (data && ctx->reduction) {
-        rowops::reduce(data, ctx->src_bits, ctx->palette, src_w, ctx->bits, r, ctx->reduced.data());
+        colour::dither_row(data, ctx->src_bits, ctx->palette, src_w, ctx->bits, r,
+                           ctx->reduced.data());
         data = ctx->reduced.data();
     }
     if (ctx->row_order == 1) ctx->row_order = (r == ctx->src_height - 1 && run_encoded) ? 0 : 2;
@@ -159,10 +162,10 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
             if (dest == obj->last_reduced_row) return 0;
             obj->last_reduced_row = dest;
             if (run_encoded) {
-                length = rowops::scale_record(record, src_w, stored_w, ctx->record2.data());
+                length = resample::scale_record(record, src_w, stored_w, ctx->record2.data());
                 return store_record(ctx, dest, ctx->record2.data(), length);
             }
-            rowops::scale(data, ctx->bits, src_w, ctx->work.data(), stored_w);
+            resample::scale_row(data, ctx->bits, src_w, ctx->work.data(), stored_w);
             std::memcpy(obj->plain_row(dest), ctx->work.data(), obj->row_bytes);
             return 0;
         }
@@ -171,11 +174,11 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
             const int32_t dest = r - ctx->rect_y;
             const uint32_t x = static_cast<uint32_t>(ctx->rect_x);
             if (run_encoded) {
-                length = rowops::cut_record(record, src_w, x, stored_w, ctx->record2.data());
+                length = runs::cut_record(record, src_w, x, stored_w, ctx->record2.data());
                 return store_record(ctx, dest, ctx->record2.data(), length);
             }
             const uint32_t full = row_bytes(src_w, ctx->bits);
-            const uint32_t from = rowops::column_bytes(x, ctx->bits);
+            const uint32_t from = pixels::column_bytes(x, ctx->bits);
             const uint32_t n = std::min(obj->row_bytes, full - from);
             uint8_t* out = obj->plain_row(dest);
             std::memcpy(out, data + from, n);

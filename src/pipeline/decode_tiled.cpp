@@ -10,7 +10,6 @@
 #include "pipeline/decode.h"
 #include "pipeline/detect.h"
 #include "core/entry.h"
-#include "pipeline/rowops.h"
 
 namespace tesslin {
 namespace {
@@ -79,7 +78,7 @@ int32_t tile_raster(uint8_t* row, intptr_t user, int32_t r, uint32_t count) {
         if (count != tile_rb) {
             // A run record of a bilevel tile: expanded from its change list.
             if (t->bits != 1 ||
-                !rowops::rebuild_record(row, count, tw, t->positions.data(), t->record.data()))
+                !runs::rebuild_record(row, count, tw, t->positions.data(), t->record.data()))
                 return IMG_ERR_BAD_IMAGE;
             runs::expand(t->record.data(), tw, t->tile_row.data(), tile_rb);
             data = t->tile_row.data();

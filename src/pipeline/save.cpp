@@ -9,8 +9,8 @@
 #include "core/settings.h"
 #include "core/stream.h"
 #include "pipeline/registry.h"
-#include "pipeline/rowops.h"
 #include "platform/platform.h"
+#include "process/colour/ordered_dither.h"
 
 namespace tesslin {
 
@@ -53,8 +53,8 @@ int32_t packed_body(SaveContext* c, uint8_t* buffer, int32_t r, uint32_t n) {
         runs::expand(obj->run_record(stored), uint32_t(obj->width), buffer, n);
     } else {
         // Only the runs inside the crop rectangle, moved to column 0.
-        rowops::cut_record(obj->run_record(stored), uint32_t(obj->width), c->crop_x,
-                           c->crop_width, c->record.data());
+        runs::cut_record(obj->run_record(stored), uint32_t(obj->width), c->crop_x,
+                         c->crop_width, c->record.data());
         runs::expand(c->record.data(), c->crop_width, buffer, n);
     }
     if (c->tone_map)
@@ -93,8 +93,8 @@ int32_t run_body(SaveContext* c, uint8_t* buffer, int32_t r, uint32_t n) {
     // Deeper images: the packed row, dithered to one bit, as a run record.
     const uint32_t deep = row_bytes(cw, obj->bits());
     if (int32_t s = packed_body(c, c->work.data(), r, deep)) return s;
-    rowops::reduce(c->work.data(), obj->bits(), dib_palette(obj->dib), cw, 1, r,
-                   c->bilevel.data());
+    colour::dither_row(c->work.data(), obj->bits(), dib_palette(obj->dib), cw, 1, r,
+                       c->bilevel.data());
     const uint32_t length = runs::encode(c->bilevel.data(), cw, out.data());
     out[0] = 0;
     std::memcpy(buffer, out.data(), length);

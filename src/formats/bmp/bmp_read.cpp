@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "core/io.h"
+#include "core/limits.h"
 #include "core/runs.h"
 #include "core/stream.h"
 #include "formats/bmp/bmp.h"
-#include "pipeline/rowops.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin::bmp {
 namespace {
@@ -19,14 +19,6 @@ constexpr uint32_t kRgb = 0, kRle8 = 1, kRle4 = 2, kBitFields = 3, kJpeg = 4, kP
 constexpr uint32_t kJpegCode = 0x4745504A;  // "JPEG"
 constexpr uint32_t kPngCode = 0x20474E50;   // "PNG "
 constexpr uint32_t kLargestHeader = 1024;
-
-// Run-length data and run records may describe far more pixels than they
-// have bytes (a delta skips up to 255 rows in 4 bytes, a white row of any
-// width is a 20-byte record); declared sizes beyond this many pixel bytes per
-// data byte, plus a fixed allowance, are refused before the image is
-// allocated.
-constexpr uint64_t kRleExpansion = 2048;
-constexpr uint64_t kRleAllowance = uint64_t(4) << 20;
 
 // One colour channel of a bit-field pixel, scaled to 8 bits by shifting:
 // 5-bit fields are multiplied by 8, 6-bit fields by 4.
@@ -207,7 +199,7 @@ int32_t read_records(Reader& rd) {
         if (length < 8 || length % 4 || length > largest) return IMG_ERR_BAD_IMAGE;
         if (!in.read(bytes.data() + 4, length - 4)) return in.status();
         const uint32_t n =
-            rowops::rebuild_record(bytes.data(), length, rd.width, scratch.data(), record.data());
+            runs::rebuild_record(bytes.data(), length, rd.width, scratch.data(), record.data());
         if (int32_t s = rd.raster(reinterpret_cast<uint8_t*>(record.data()), rd.user, r, n))
             return s;
     }
@@ -307,9 +299,11 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
         return inner(static_cast<uint32_t>(data_at), raster, user, header, stream);
     }
 
-    if (l.width < 1 || l.height == 0 || l.height == INT32_MIN) return IMG_ERR_BAD_IMAGE;
+    if (l.height == INT32_MIN) return IMG_ERR_BAD_IMAGE;
     l.top_down = l.height < 0;
     const int32_t height = l.top_down ? -l.height : l.height;
+    if (int32_t s = limits::check_dimensions(uint64_t(int64_t(l.width)), uint64_t(height)))
+        return s;
     if (l.bits == 12) l.bits = 16;
     if (!dib_depth_valid(l.bits)) return IMG_ERR_DEPTH;
     const bool fields = c == kBitFields || c == kAlphaBitFields;
@@ -341,23 +335,30 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     }
 
     const uint32_t width = static_cast<uint32_t>(l.width);
-    const uint64_t out_rb = row_bytes64(width, out_bits);
-    const uint64_t src_rb = row_bytes64(width, l.bits);
-    if (out_rb * uint64_t(height) > 0x7FFFFFFF || src_rb * uint64_t(height) > 0x7FFFFFFF)
-        return IMG_ERR_BAD_IMAGE;
+    limits::ImageBytes out_size, src_size;
+    if (int32_t s = limits::image_bytes(width, uint64_t(height), out_bits, &out_size)) return s;
+    if (int32_t s = limits::image_bytes(width, uint64_t(height), l.bits, &src_size)) return s;
+    const uint64_t out_rb = out_size.row, src_rb = src_size.row;
 
     // Refuse sizes the stream cannot back before the image is allocated.
+    // Run lengths and run records may describe far more pixels than they
+    // have bytes (a delta skips up to 255 rows in 4 bytes, a white row of any
+    // width is a 20-byte record); uncompressed rows must all be there, the
+    // last one perhaps without its padding.
     const int64_t capacity = stream::capacity(stream);
-    if (capacity >= 0) {
-        const uint64_t available = uint64_t(capacity) > data_at ? uint64_t(capacity) - data_at : 0;
-        if (c == kRle8 || c == kRle4 || c == IMG_COMPRESSION_RUNS) {
-            if (out_rb * uint64_t(height) > available * kRleExpansion + kRleAllowance)
-                return IMG_ERR_BAD_IMAGE;
-            if (c == IMG_COMPRESSION_RUNS && uint64_t(height) * 20 > available) return IMG_ERR_READ;
-        } else {
-            const uint64_t need = src_rb * uint64_t(height - 1) + (uint64_t(width) * l.bits + 7) / 8;
-            if (need > available) return IMG_ERR_READ;
-        }
+    if (c == kRle8 || c == kRle4 || c == IMG_COMPRESSION_RUNS) {
+        if (int32_t s = limits::check_declared_size(capacity, data_at, out_size.total,
+                                                    limits::kRunLength, IMG_ERR_BAD_IMAGE))
+            return s;
+        const int32_t s = c == IMG_COMPRESSION_RUNS
+                              ? limits::check_declared_size(capacity, data_at, uint64_t(height) * 20,
+                                                            limits::kRaw, IMG_ERR_READ)
+                              : 0;
+        if (s < 0) return s;
+    } else {
+        const uint64_t need = src_rb * uint64_t(height - 1) + (uint64_t(width) * l.bits + 7) / 8;
+        if (int32_t s = limits::check_declared_size(capacity, data_at, need, limits::kRaw, IMG_ERR_READ))
+            return s;
     }
 
     // The header the decoder announces.
@@ -369,7 +370,7 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     out->biPlanes = 1;
     out->biBitCount = static_cast<uint16_t>(out_bits);
     out->biCompression = out_compression;
-    out->biSizeImage = static_cast<uint32_t>(out_rb * uint64_t(height));
+    out->biSizeImage = static_cast<uint32_t>(out_size.total);
     if (l.x_res && l.y_res && (l.file || l.x_res >= 2001)) {
         out->biXPelsPerMeter = to_dpi(l.x_res);
         out->biYPelsPerMeter = to_dpi(l.y_res);

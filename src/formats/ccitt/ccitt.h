@@ -27,6 +27,7 @@
 #include <cstdint>
 
 #include "core/dib.h"
+#include "core/limits.h"
 #include "tesslin/tesslin.h"
 
 namespace tesslin::ccitt {
@@ -77,8 +78,8 @@ constexpr uint32_t kFaxNoRepeatToHeight = 1;
 constexpr uint32_t kFaxStopAtPageEnd = 2;
 
 // Widths above this are refused with IMG_ERR_BAD_IMAGE by decoders and
-// encoders (the work lists grow with the width).
-constexpr uint32_t kMaxFaxWidth = 1u << 24;
+// encoders (the work lists grow with the width): the library's dimension cap.
+constexpr uint32_t kMaxFaxWidth = limits::kMaxDimension;
 
 struct FaxParams {
     uint32_t width = 0;        // pixels per row

@@ -2,16 +2,10 @@
 
 #include <cstring>
 
+#include "core/limits.h"
 #include "core/stream.h"
 
 namespace tesslin::ccitt {
-
-namespace {
-
-constexpr uint64_t kPixelBytesPerCodedByte = 2048;
-constexpr uint64_t kPixelAllowance = uint64_t(64) << 20;
-
-}  // namespace
 
 BilevelHeader bilevel_header(uint32_t width, uint32_t height, int32_t x_dpi, int32_t y_dpi) {
     BilevelHeader h;
@@ -46,12 +40,16 @@ int64_t bytes_from(int32_t stream, uint32_t offset) {
 }
 
 int32_t check_page(int64_t width, int64_t height, int64_t data_bytes) {
-    if (width < 1 || width > int64_t(kMaxFaxWidth) || height < 1 || height > INT32_MAX)
-        return IMG_ERR_BAD_IMAGE;
+    if (int32_t s = limits::check_dimensions(uint64_t(width), uint64_t(height))) return s;
     if (data_bytes < 0) return 0;
-    const uint64_t pixel_bytes = uint64_t(row_bytes(uint32_t(width), 1)) * uint64_t(height);
-    if (pixel_bytes > uint64_t(data_bytes) * kPixelBytesPerCodedByte + kPixelAllowance)
-        return IMG_ERR_BAD_IMAGE;
+    // Rows are delivered one by one: the page is not held whole, so only the
+    // coded data bounds its size.
+    limits::ImageBytes size;
+    if (int32_t s = limits::image_bytes(uint64_t(width), uint64_t(height), 1, &size, UINT64_MAX))
+        return s;
+    if (int32_t s = limits::check_declared_size(data_bytes, 0, size.total, limits::kBilevel,
+                                                IMG_ERR_BAD_IMAGE))
+        return s;
     if (uint64_t(height) > uint64_t(data_bytes) * 8) return IMG_ERR_READ;
     return 0;
 }

@@ -26,13 +26,13 @@ BilevelHeader bilevel_header(uint32_t width, uint32_t height, int32_t x_dpi, int
 int64_t bytes_from(int32_t stream, uint32_t offset);
 
 // Whether `data_bytes` bytes of coded data (negative: unknown) can back a
-// page of width x height. IMG_ERR_BAD_IMAGE for a width outside
-// 1 .. kMaxFaxWidth or a height below 1, or a page whose packed rows would
-// take more than 2048 bytes per coded byte plus 64 MB (fax coding of a blank
-// row costs one bit whatever its width, so the ratio alone would refuse
-// large blank pages); IMG_ERR_READ when the page has more rows than the data
-// has bits: every coding spends at least one bit on a row, so the data is
-// cut short (no data at all is the plainest case). 0 otherwise.
+// page of width x height. IMG_ERR_BAD_IMAGE for a width or height outside
+// 1 .. limits::kMaxDimension, or a page whose packed rows the data cannot
+// back under limits::kBilevel (fax coding of a blank row costs one bit
+// whatever its width, hence its large allowance); IMG_ERR_READ when the page
+// has more rows than the data has bits: every coding spends at least one bit
+// on a row, so the data is cut short (no data at all is the plainest case).
+// 0 otherwise.
 int32_t check_page(int64_t width, int64_t height, int64_t data_bytes);
 
 // Parameters of a page decoded whole: rows delivered white = 1, no strips.

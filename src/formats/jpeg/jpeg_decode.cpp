@@ -11,6 +11,7 @@
 #include <new>
 
 #include "core/api.h"
+#include "core/limits.h"
 #include "core/settings.h"
 #include "core/stream.h"
 #include "formats/jpeg/jpeg.h"
@@ -347,12 +348,9 @@ int32_t Decoder::validate_frame() {
     }
     // Every block costs at least one bit of entropy-coded data: refuse
     // sizes that the stream cannot back before anything is allocated.
-    const int64_t capacity = stream::capacity(stream_);
-    if (capacity >= 0) {
-        const uint64_t avail =
-            static_cast<uint64_t>(capacity) > sos_pos_ ? static_cast<uint64_t>(capacity) - sos_pos_ : 0;
-        if (blocks > avail * 8 + 16384) return IMG_ERR_BAD_IMAGE;
-    }
+    if (int32_t s = limits::check_declared_size(stream::capacity(stream_), sos_pos_, blocks * 64,
+                                                limits::kJpeg, IMG_ERR_BAD_IMAGE))
+        return s;
     if (nf_ == 4) {
         cmyk_mode_ = 2;
         if (adobe_) {

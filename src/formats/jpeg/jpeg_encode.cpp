@@ -12,6 +12,7 @@
 
 #include "core/cpu.h"
 #include "core/io.h"
+#include "core/pixels.h"
 #include "core/settings.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/jpeg/jpeg_internal.h"
@@ -336,15 +337,8 @@ void Encoder::prepare() {
             for (int x = 0; x < width; ++x) dst[x] = (src[x >> 3] >> (7 - (x & 7)) & 1) ? 255 : 0;
         }
     } else {
-        for (int x = 0; x < width; ++x) {
-            int index;
-            if (bits == 8) index = src[x];
-            else if (bits == 4) index = (src[x >> 1] >> (x & 1 ? 0 : 4)) & 15;
-            else index = src[x >> 3] >> (7 - (x & 7)) & 1;
-            dst[3 * x] = palette[index].rgbBlue;
-            dst[3 * x + 1] = palette[index].rgbGreen;
-            dst[3 * x + 2] = palette[index].rgbRed;
-        }
+        pixels::palette_to_bgr24(src, static_cast<uint32_t>(bits), palette, dst,
+                                 static_cast<uint32_t>(width));
     }
     for (int x = width; x < padded_w; ++x)
         std::memcpy(dst + static_cast<size_t>(x) * channels,

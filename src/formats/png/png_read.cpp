@@ -5,10 +5,12 @@
 #include <new>
 
 #include "core/io.h"
+#include "core/limits.h"
+#include "core/pixels.h"
 #include "core/stream.h"
 #include "formats/png/inflate.h"
 #include "formats/png/png.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin {
 
@@ -22,9 +24,6 @@ constexpr uint32_t kIHDR = chunk_type("IHDR");
 constexpr uint32_t kPLTE = chunk_type("PLTE");
 constexpr uint32_t kPHYS = chunk_type("pHYs");
 constexpr uint32_t kIDAT = chunk_type("IDAT");
-
-// Deflate expands at most 1032 times (a 258-byte match in two bits).
-constexpr uint64_t kMaxInflateRatio = 1032;
 
 struct Ihdr {
     bool seen = false;
@@ -146,49 +145,28 @@ void convert_row(Convert how, const uint8_t* s, uint8_t* d, uint32_t width, uint
             std::memcpy(d, s, packed);
         break;
     case Convert::kExpand2:
-        for (uint32_t x = 0; x < width; ++x) d[x] = (s[x >> 2] >> (6 - 2 * (x & 3))) & 3;
+        pixels::unpack_indices(s, 2, d, width);
         break;
     case Convert::kGrey16:
-        for (uint32_t x = 0; x < width; ++x) {
-            d[2 * x] = s[2 * x + 1];
-            d[2 * x + 1] = s[2 * x];
-        }
+        pixels::swap16(s, d, width);
         break;
     case Convert::kRgb8:
-        for (uint32_t x = 0; x < width; ++x, s += 3, d += 3) {
-            d[0] = s[2];
-            d[1] = s[1];
-            d[2] = s[0];
-        }
+        pixels::swap_rgb24(s, d, width);
         break;
     case Convert::kRgb16:
-        for (uint32_t x = 0; x < width; ++x, s += 6, d += 3) {
-            d[0] = s[4];
-            d[1] = s[2];
-            d[2] = s[0];
-        }
+        pixels::rgb16_to_bgr24(s, 3, pixels::Endian::kBig, d, width);
         break;
     case Convert::kGreyAlpha8:
-        for (uint32_t x = 0; x < width; ++x) d[x] = s[2 * x];
+        pixels::first_samples(s, 2, 1, d, width);
         break;
     case Convert::kGreyAlpha16:
-        for (uint32_t x = 0; x < width; ++x) d[x] = s[4 * x];
+        pixels::high_bytes16(s, 2, 1, pixels::Endian::kBig, d, width);
         break;
     case Convert::kRgba8:
-        for (uint32_t x = 0; x < width; ++x, s += 4, d += 4) {
-            d[0] = s[2];
-            d[1] = s[1];
-            d[2] = s[0];
-            d[3] = s[3];
-        }
+        pixels::swap_rgb32(s, d, width);
         break;
     case Convert::kRgba16:
-        for (uint32_t x = 0; x < width; ++x, s += 8, d += 4) {
-            d[0] = s[4];
-            d[1] = s[2];
-            d[2] = s[0];
-            d[3] = s[6];
-        }
+        pixels::rgba16_to_bgra32(s, 4, pixels::Endian::kBig, d, width);
         break;
     }
 }
@@ -332,8 +310,8 @@ int32_t PngReader::walk_chunks(uint32_t* idat_length) {
         if (r_.tell() + skip > 0x7FFFFFFFu || !r_.skip(uint32_t(skip))) return read_status(r_);
     }
 
-    if (!ihdr_.seen || ihdr_.width == 0 || ihdr_.height == 0 || ihdr_.width > 0x7FFFFFFFu ||
-        ihdr_.height > 0x7FFFFFFFu || !valid_combination(ihdr_.colour, ihdr_.depth) || ihdr_.interlace > 1)
+    if (!ihdr_.seen || limits::check_dimensions(ihdr_.width, ihdr_.height) < 0 ||
+        !valid_combination(ihdr_.colour, ihdr_.depth) || ihdr_.interlace > 1)
         return IMG_ERR_BAD_IMAGE;
 
     layout_ = layout_of(ihdr_);
@@ -344,10 +322,13 @@ int32_t PngReader::walk_chunks(uint32_t* idat_length) {
     hdr->biPlanes = 1;
     hdr->biBitCount = uint16_t(layout_.dib_bits);
     hdr->biCompression = layout_.dib_bits == 32 ? 200 : 0;
-    const uint64_t dib_row = row_bytes64(ihdr_.width, layout_.dib_bits);
-    if (dib_row * ihdr_.height > 0xFFFFFFFFull) return IMG_ERR_MEMORY;
-    dib_row_ = uint32_t(dib_row);
-    hdr->biSizeImage = uint32_t(dib_row * ihdr_.height);
+    // The image size field holds the whole pixel area: larger images cannot
+    // be given a DIB.
+    limits::ImageBytes size;
+    if (limits::image_bytes(ihdr_.width, ihdr_.height, layout_.dib_bits, &size, UINT32_MAX) < 0)
+        return IMG_ERR_MEMORY;
+    dib_row_ = uint32_t(size.row);
+    hdr->biSizeImage = uint32_t(size.total);
     if (ihdr_.colour == 3) {
         RgbQuad* q = dib_palette(block_);
         for (uint32_t i = 0; i < palette_entries; ++i)
@@ -374,11 +355,9 @@ int32_t PngReader::announce() {
     } else {
         filtered = (png_row_bytes(ihdr_.width, layout_.channels, ihdr_.depth) + 1) * uint64_t(ihdr_.height);
     }
-    const int64_t capacity = stream::capacity(r_.stream());
-    if (capacity >= 0) {
-        const uint64_t rest = uint64_t(capacity) > r_.tell() ? uint64_t(capacity) - r_.tell() : 0;
-        if (filtered > rest * kMaxInflateRatio + 64) return IMG_ERR_READ;
-    }
+    if (int32_t s = limits::check_declared_size(stream::capacity(r_.stream()), r_.tell(), filtered,
+                                                limits::kDeflate, IMG_ERR_READ))
+        return s;
 
     const uint64_t row = png_row_bytes(ihdr_.width, layout_.channels, ihdr_.depth) + 1;
     rows_.reset(new (std::nothrow) uint8_t[size_t(2 * row + dib_row_ + 16)]);

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "core/io.h"
+#include "core/pixels.h"
 #include "formats/png/png.h"
 
 namespace tesslin {
@@ -162,26 +163,14 @@ int32_t png_encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK 
         }
     };
 
-    uint8_t* const pixels = row.get() + 1;
+    uint8_t* const row_pixels = row.get() + 1;
     for (uint32_t y = 0; y < height; ++y) {
-        const int32_t s = supply(user, pixels, int32_t(y), dib_row);
+        const int32_t s = supply(user, row_pixels, int32_t(y), dib_row);
         if (s < 0) return s;
         row[0] = 0;  // filter None
-        if (bits == 24) {
-            for (uint8_t *p = pixels, *end = pixels + size_t(width) * 3; p < end; p += 3) {
-                const uint8_t b = p[0];
-                p[0] = p[2];
-                p[2] = b;
-            }
-        } else if (bits == 32) {
-            for (uint8_t *p = pixels, *end = pixels + size_t(width) * 4; p < end; p += 4) {
-                const uint8_t b = p[0];
-                p[0] = p[2];
-                p[2] = b;
-            }
-        } else if (bits == 16) {
-            for (uint32_t x = 0; x < width; ++x) std::swap(pixels[2 * x], pixels[2 * x + 1]);
-        }
+        if (bits == 24) pixels::swap_rgb24(row_pixels, row_pixels, width);
+        else if (bits == 32) pixels::swap_rgb32(row_pixels, row_pixels, width);
+        else if (bits == 16) pixels::swap16(row_pixels, row_pixels, width);
         d.z.next_in = row.get();
         d.z.avail_in = png_row + 1;
         const int32_t p = pump(Z_NO_FLUSH);

@@ -6,11 +6,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/limits.h"
+#include "core/pixels.h"
 #include "core/settings.h"
 #include "core/stream.h"
-#include "formats/tiff/swap.h"
 #include "formats/tiff/tiff.h"
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 namespace tesslin::tiff {
 
@@ -30,16 +31,15 @@ void reverse_bits(uint8_t* data, size_t n) {
 
 namespace {
 
-// Ratio of decoded to stored bytes beyond which a page's declared size
-// cannot be backed by the stream (shared strips leave room for
-// uncompressed data; PackBits doubles 2 bytes into 128, deflate expands at
-// most 1032 times, LZW at most about 2730 times).
-uint64_t expansion_of(uint32_t compression) {
+// How far the stored bytes of a compression can expand: a page's declared
+// size beyond that cannot be backed by the stream (strips may share their
+// data, which leaves room for uncompressed pages too).
+limits::Coding coding_of(uint32_t compression) {
     switch (compression) {
-        case 1: return 8;
-        case 32773: return 64;
-        case 8: case 32946: return 1032;
-        default: return 4096;
+        case 1: return limits::kRawShared;
+        case 32773: return limits::kPackBits;
+        case 8: case 32946: return limits::kDeflate;
+        default: return limits::kLzw;
     }
 }
 
@@ -71,8 +71,7 @@ int32_t PageReader::run() {
     if (height_ == 0) height_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : 0;
     if (rows_per_strip_ == 0)
         rows_per_strip_ = width_ == 1728 ? 1045 : width_ == 2544 ? 2000 : height_;
-    if (width_ == 0 || height_ == 0 || width_ > 0x7FFFFFFF || height_ > 0x7FFFFFFF)
-        return IMG_ERR_BAD_IMAGE;
+    if (int32_t s = limits::check_dimensions(width_, height_)) return s;
     rows_per_strip_ = std::min(rows_per_strip_, height_);
     samples_ = d.samples ? d.samples : 1;
     bits_ = d.bits;
@@ -96,7 +95,7 @@ int32_t PageReader::run() {
     if (c != 1 && c != 32773 && c != 5 && c != 8 && c != 32946) return IMG_ERR_COMPRESSION;
     int32_t r = plan();
     if (r < 0) return r;
-    r = check_size(expansion_of(c));
+    r = check_size(coding_of(c));
     if (r < 0) return r;
     r = load_strip_table();
     if (r < 0) return r;
@@ -173,21 +172,18 @@ int32_t PageReader::plan() {
     invert_ = grey && ph == 0;
     predictor_ = dir_.predictor == 2 && (b == 8 || b == 16);
     reverse_bits_ = dir_.fill_order == 2;
-    const uint64_t out_row = row_bytes64(width_, out_bits_);
-    if (out_row > (uint64_t(1) << 28) || out_row * height_ > 0x7FFFFFFFu) return IMG_ERR_BAD_IMAGE;
-    out_row_ = uint32_t(out_row);
+    limits::ImageBytes out_size;
+    if (int32_t s = limits::image_bytes(width_, height_, out_bits_, &out_size)) return s;
+    out_row_ = uint32_t(out_size.row);
     direct_ = kind_ == Kind::kCopy && !invert_ && !predictor_ && planes_ == 1 &&
               !(reverse_bits_ && compression_ == 1);
     in_place_ = planes_ == 1 && ((kind_ == Kind::kRgb8 && n == 3) || (kind_ == Kind::kRgba8 && n == 4));
     return 0;
 }
 
-int32_t PageReader::check_size(uint64_t ratio) const {
-    const int64_t capacity = file_.capacity();
-    if (capacity < 0) return 0;
+int32_t PageReader::check_size(limits::Coding coding) const {
     const uint64_t raw = uint64_t(chunky_row_) * height_ / unit_rows_;
-    const uint64_t have = capacity > int64_t(file_.base()) ? uint64_t(capacity) - file_.base() : 0;
-    return raw > have * ratio + (uint64_t(1) << 16) ? IMG_ERR_READ : 0;
+    return limits::check_declared_size(file_.capacity(), file_.base(), raw, coding, IMG_ERR_READ);
 }
 
 int32_t PageReader::build_palette(RgbQuad* pal, uint32_t bits) {
@@ -365,7 +361,7 @@ int32_t PageReader::deliver_unit(uint32_t unit, const uint8_t* raw) {
 void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
     const uint32_t w = width_, n = samples_;
     const bool big = file_.big_endian();
-    const uint32_t hi = big ? 0 : 1;  // the high byte of a 16-bit sample
+    const pixels::Endian order = big ? pixels::Endian::kBig : pixels::Endian::kLittle;
     switch (kind_) {
         case Kind::kCopy:
             if (invert_) {
@@ -416,42 +412,16 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             }
             break;
         case Kind::kRgb8:
-            if (n == 3) {
-                swap_rgb24(raw, out, w);
-            } else {
-                for (uint32_t x = 0; x < w; ++x, raw += n, out += 3) {
-                    out[0] = raw[2];
-                    out[1] = raw[1];
-                    out[2] = raw[0];
-                }
-            }
+            pixels::rgb_to_bgr24(raw, n, out, w);
             break;
         case Kind::kRgba8:
-            if (n == 4) {
-                swap_rgb32(raw, out, w);
-                break;
-            }
-            for (uint32_t x = 0; x < w; ++x, raw += n, out += 4) {
-                out[0] = raw[2];
-                out[1] = raw[1];
-                out[2] = raw[0];
-                out[3] = raw[3];
-            }
+            pixels::rgba_to_bgra32(raw, n, out, w);
             break;
         case Kind::kRgb16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 3) {
-                out[0] = raw[4 + hi];
-                out[1] = raw[2 + hi];
-                out[2] = raw[hi];
-            }
+            pixels::rgb16_to_bgr24(raw, n, order, out, w);
             break;
         case Kind::kRgba16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 4) {
-                out[0] = raw[4 + hi];
-                out[1] = raw[2 + hi];
-                out[2] = raw[hi];
-                out[3] = raw[6 + hi];
-            }
+            pixels::rgba16_to_bgra32(raw, n, order, out, w);
             break;
         case Kind::kRgb4:
             for (uint32_t x = 0; x < w; ++x, out += 3) {
@@ -477,22 +447,13 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             }
             break;
         case Kind::kCmyk8:
-            if (n == 4) {
-                std::memcpy(out, raw, size_t(w) * 4);
-            } else {
-                for (uint32_t x = 0; x < w; ++x, raw += n, out += 4) std::memcpy(out, raw, 4);
-            }
+            pixels::first_samples(raw, n, 4, out, w);
             break;
         case Kind::kCmyk16:
-            for (uint32_t x = 0; x < w; ++x, raw += 2 * n, out += 4)
-                for (uint32_t i = 0; i < 4; ++i) out[i] = raw[2 * i + hi];
+            pixels::high_bytes16(raw, n, 4, order, out, w);
             break;
         case Kind::kCmy8:
-            for (uint32_t x = 0; x < w; ++x, raw += 3, out += 3) {
-                out[0] = uint8_t(255 - raw[2]);
-                out[1] = uint8_t(255 - raw[1]);
-                out[2] = uint8_t(255 - raw[0]);
-            }
+            pixels::cmy_to_bgr24(raw, out, w);
             break;
         case Kind::kYCbCr: {
             const uint32_t h = sub_h_, v = sub_v_, unit = h * v + 2;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/limits.h"
 #include "formats/tiff/lzw.h"
 #include "formats/tiff/tiff_dir.h"
 #include "pipeline/codec.h"
@@ -84,7 +85,7 @@ private:
     int32_t build_header();
     int32_t build_palette(RgbQuad* palette, uint32_t bits);
     int32_t load_strip_table();
-    int32_t check_size(uint64_t ratio) const;
+    int32_t check_size(limits::Coding coding) const;
     uint32_t strip_index(uint32_t plane, uint32_t strip) const;
     bool strip_bounds(uint32_t index, uint32_t* offset, uint32_t* count);
     int32_t read_strip(uint32_t index, Bytes* out);

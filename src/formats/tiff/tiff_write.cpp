@@ -7,12 +7,12 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "core/pixels.h"
 #include "core/settings.h"
 #include "core/stream.h"
 #include "formats/ccitt/ccitt.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/tiff/lzw.h"
-#include "formats/tiff/swap.h"
 #include "formats/tiff/tiff.h"
 #include "formats/tiff/tiff_dir.h"
 
@@ -358,8 +358,8 @@ struct Rows {
     int32_t get(int32_t y, uint8_t** out) {
         const int32_t r = supply(user, row.data(), y, row_bytes(width, bits));
         if (r < 0) return r;
-        if (bits == 24) swap_rgb24(row.data(), row.data(), width);
-        else if (bits == 32 && alpha) swap_rgb32(row.data(), row.data(), width);
+        if (bits == 24) pixels::swap_rgb24(row.data(), row.data(), width);
+        else if (bits == 32 && alpha) pixels::swap_rgb32(row.data(), row.data(), width);
         *out = row.data();
         return 0;
     }

@@ -1,13 +1,10 @@
-#include "pipeline/rowops.h"
+#include "process/colour/ordered_dither.h"
 
 #include <cstring>
-#include <vector>
 
-#include "core/runs.h"
+namespace tesslin::colour {
 
-namespace tesslin::rowops {
-
-const uint8_t kDither[8][8] = {
+const uint8_t kBayer[8][8] = {
     {4, 128, 32, 160, 8, 136, 40, 168},     {192, 64, 224, 96, 200, 72, 232, 104},
     {48, 176, 16, 144, 56, 184, 24, 152},   {240, 112, 208, 80, 248, 120, 216, 88},
     {12, 140, 44, 172, 4, 132, 36, 164},    {204, 76, 236, 108, 196, 68, 228, 100},
@@ -44,7 +41,7 @@ inline Bgr pixel(const uint8_t* src, const RgbQuad* pal, uint32_t x) {
 template <uint32_t Bits>
 void reduce_to(const uint8_t* src, const RgbQuad* pal, uint32_t width, uint32_t target,
                int32_t row_number, uint8_t* out) {
-    const uint8_t* thresholds = kDither[row_number & 7];
+    const uint8_t* thresholds = kBayer[row_number & 7];
     if (target == 8) {
         for (uint32_t x = 0; x < width; ++x) {
             const Bgr c = pixel<Bits>(src, pal, x);
@@ -81,23 +78,10 @@ void reduce_to(const uint8_t* src, const RgbQuad* pal, uint32_t width, uint32_t 
     }
 }
 
-// Removes zero-length runs: a position equal to the one before it cancels
-// both, which keeps the colours of the runs around them.
-void push_position(std::vector<uint32_t>& list, uint32_t p) {
-    if (!list.empty() && list.back() == p)
-        list.pop_back();
-    else
-        list.push_back(p);
-}
-
-uint32_t close(const std::vector<uint32_t>& list, uint32_t width, uint32_t* out) {
-    return runs::record_from_changes(list.data(), static_cast<uint32_t>(list.size()), width, out);
-}
-
 }  // namespace
 
-void reduce(const uint8_t* src, uint32_t bits, const RgbQuad* palette, uint32_t width,
-            uint32_t target, int32_t row_number, uint8_t* out) {
+void dither_row(const uint8_t* src, uint32_t bits, const RgbQuad* palette, uint32_t width,
+                uint32_t target, int32_t row_number, uint8_t* out) {
     std::memset(out, 0, row_bytes(width, target));
     switch (bits) {
         case 1: reduce_to<1>(src, palette, width, target, row_number, out); break;
@@ -109,72 +93,4 @@ void reduce(const uint8_t* src, uint32_t bits, const RgbQuad* palette, uint32_t 
     }
 }
 
-void scale(const uint8_t* src, uint32_t bits, uint32_t src_width, uint8_t* dst,
-           uint32_t dst_width) {
-    std::memset(dst, 0, row_bytes(dst_width, bits));
-    if (!dst_width) return;
-    const uint64_t step = (uint64_t(src_width) << 16) / dst_width;
-    if (bits >= 8) {
-        const uint32_t bpp = bits / 8;
-        for (uint32_t x = 0; x < dst_width; ++x) {
-            const uint32_t sx = static_cast<uint32_t>((x * step) >> 16);
-            std::memcpy(dst + x * bpp, src + sx * bpp, bpp);
-        }
-    } else if (bits == 4) {
-        for (uint32_t x = 0; x < dst_width; ++x) {
-            const uint32_t sx = static_cast<uint32_t>((x * step) >> 16);
-            const uint8_t v = (sx & 1) ? (src[sx >> 1] & 15) : (src[sx >> 1] >> 4);
-            dst[x >> 1] = static_cast<uint8_t>(dst[x >> 1] | ((x & 1) ? v : v << 4));
-        }
-    } else {
-        for (uint32_t x = 0; x < dst_width; ++x) {
-            const uint32_t sx = static_cast<uint32_t>((x * step) >> 16);
-            if ((src[sx >> 3] >> (7 - (sx & 7))) & 1) dst[x >> 3] |= uint8_t(0x80 >> (x & 7));
-        }
-    }
-}
-
-uint32_t rebuild_record(const uint8_t* bytes, uint32_t count, uint32_t width, uint32_t* scratch,
-                        uint32_t* out) {
-    if (count < 8 || count % 4) return 0;
-    const uint32_t words = count / 4 - 1 < width + 1 ? count / 4 - 1 : width + 1;
-    std::memcpy(scratch, bytes + 4, size_t(words) * 4);
-    return runs::record_from_changes(scratch, words, width, out);
-}
-
-uint32_t scale_record(const uint32_t* record, uint32_t src_width, uint32_t dst_width,
-                      uint32_t* out) {
-    std::vector<uint32_t> list;
-    for (uint32_t i = 1; i <= src_width + 1; ++i) {
-        const uint32_t p = record[i];
-        if (p >= src_width) break;
-        push_position(list, static_cast<uint32_t>(uint64_t(p) * dst_width / src_width));
-    }
-    return close(list, dst_width, out);
-}
-
-uint32_t cut_record(const uint32_t* record, uint32_t src_width, uint32_t x, uint32_t width,
-                    uint32_t* out) {
-    std::vector<uint32_t> list;
-    uint32_t dropped = 0;
-    for (uint32_t i = 1; i <= src_width + 1; ++i) {
-        const uint32_t p = record[i];
-        if (p >= src_width) break;
-        if (p < x) {
-            ++dropped;
-            continue;
-        }
-        if (dropped & 1) {
-            // The row is black at x: the cut record starts with a black run.
-            push_position(list, 0);
-            dropped = 0;
-        }
-        const uint32_t q = p - x;
-        push_position(list, q < width ? q : width);
-        if (q >= width) break;
-    }
-    if (dropped & 1) push_position(list, 0);
-    return close(list, width, out);
-}
-
-}  // namespace tesslin::rowops
+}  // namespace tesslin::colour

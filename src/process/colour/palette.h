@@ -1,4 +1,13 @@
-// Standard palettes, chosen by a name and the header's bit count.
+// Standard palettes, chosen by a name and the header's bit count: the
+// palettes decoders give images without a colour map, the decode driver
+// gives reduced images, and the colour operations install.
+//
+//   build_standard_palette   fills a header's palette by name
+//   kFixedPalette            the fixed 256-colour table
+//
+// build_standard_palette
+//   depths: 1, 4, 8, 16 filled; 24 and 32 (no palette) left alone.
+//   statuses: none.
 #pragma once
 
 #include "core/dib.h"

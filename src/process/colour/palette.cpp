@@ -1,4 +1,4 @@
-#include "process/palette.h"
+#include "process/colour/palette.h"
 
 #include <cstring>
 
