@@ -3,46 +3,26 @@
 
 #include <filesystem>
 
-#include "core/stream.h"
-#include "image_util.h"
 #include "platform/platform.h"
+#include "test_util.h"
+#include "tiff_builder.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
 
 namespace {
 
-std::string write_temp(const std::string& name, const std::vector<uint8_t>& data) {
+std::string write_temp(const std::string& name, const Bytes& data) {
     const std::string path = temp_path(name);
     write_file(path, data);
     return path;
 }
 
-int32_t filetype_mem(const std::vector<uint8_t>& data) {
-    void* b = to_block(data);
-    const int32_t r = IMGLOW_get_filetype_mem(b);
-    tesslin_block_free(b);
-    return r;
-}
-
-// A little-endian TIFF with one directory of the given SHORT tags.
-std::vector<uint8_t> tiff_with(std::initializer_list<std::pair<uint16_t, uint32_t>> tags) {
-    std::vector<uint8_t> f = {'I', 'I', 42, 0, 8, 0, 0, 0};
-    f.push_back(uint8_t(tags.size()));
-    f.push_back(0);
-    for (auto [tag, value] : tags) {
-        uint8_t e[12] = {};
-        store_le16(e, tag);
-        store_le16(e + 2, value > 0xFFFF ? 4 : 3);
-        store_le32(e + 4, 1);
-        if (value > 0xFFFF)
-            store_le32(e + 8, value);
-        else
-            store_le16(e + 8, uint16_t(value));
-        f.insert(f.end(), e, e + 12);
-    }
-    f.insert(f.end(), {0, 0, 0, 0});
-    return f;
+// A little-endian TIFF with one directory of the given tags.
+Bytes tiff_with(std::initializer_list<std::pair<uint16_t, uint32_t>> tags) {
+    TiffBuilder b;
+    for (auto [tag, value] : tags) b.add(tag, value > 0xFFFF ? 4 : 3, {value});
+    return b.finish();
 }
 
 // Restores a detection switch when the test ends.
@@ -58,17 +38,10 @@ struct Switch {
 // open stream and memory block; the stream is put back where it was, except
 // that TIFF, BMP and GIF files are read from there to refine the code.
 TEST(Detect, EveryCorpusFileHasItsExpectedFormatCode) {
-    std::istringstream manifest(std::string(
-        reinterpret_cast<const char*>(read_file(data_path("corpus/MANIFEST.tsv")).data())));
-    std::string line;
-    std::getline(manifest, line);
     int checked = 0;
-    while (std::getline(manifest, line)) {
-        std::vector<std::string> cells;
-        std::stringstream ss(line);
-        for (std::string c; std::getline(ss, c, '\t');) cells.push_back(c);
+    for (const auto& cells : manifest()) {
         if (cells[5].empty()) continue;  // raw fax streams carry no signature
-        const std::string path = data_path("corpus/" + cells[0]);
+        const std::string path = corpus(cells[0]);
         const int32_t expected = std::stoi(cells[5]);
         SCOPED_TRACE(cells[0]);
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), expected);
@@ -104,35 +77,35 @@ TEST(Detect, SignatureOrderAndSwitches) {
     {
         // With TIFF detection off, a TIFF that matches no later test is unknown.
         Switch off(0, false);
-        EXPECT_EQ(IMGLOW_get_filetype(data_path("corpus/doc/g4.tif").c_str()),
+        EXPECT_EQ(IMGLOW_get_filetype(corpus("doc/g4.tif").c_str()),
                   IMG_ERR_UNSUPPORTED);
-        EXPECT_EQ(IMGLOW_get_filetype(data_path("corpus/bmp/rgb24.bmp").c_str()), 1);
+        EXPECT_EQ(IMGLOW_get_filetype(corpus("bmp/rgb24.bmp").c_str()), 1);
     }
     // Nine bytes are too few.
     EXPECT_EQ(filetype_mem({'B', 'M', 0, 0, 0, 0, 0, 0, 0}), IMG_ERR_UNSUPPORTED);
     // Plain text only once its switch is on.
-    const std::vector<uint8_t> text = {'H', 'e', 'l', 'l', 'o', ',', ' ', 'w', 'o', 'r', 'l', 'd', '\n'};
+    const Bytes text = {'H', 'e', 'l', 'l', 'o', ',', ' ', 'w', 'o', 'r', 'l', 'd', '\n'};
     EXPECT_EQ(filetype_mem(text), IMG_ERR_UNSUPPORTED);
     {
         Switch on(38, true);
         EXPECT_EQ(filetype_mem(text), 38);
     }
     // The MO:DCA test runs under the IOCA switch (code 24).
-    const std::vector<uint8_t> modca = {'Z', 0, 0x10, 0xD3, 0xA8, 0xA8, 0, 0, 0, 0};
+    const Bytes modca = {'Z', 0, 0x10, 0xD3, 0xA8, 0xA8, 0, 0, 0, 0};
     EXPECT_EQ(filetype_mem(modca), 49);
     {
         Switch off(24, false);
         EXPECT_NE(filetype_mem(modca), 49);
     }
     // Tests that look beyond the first bytes: DICOM preamble, CALS, WBMP.
-    std::vector<uint8_t> dicom(140, 0);
+    Bytes dicom(140, 0);
     std::memcpy(&dicom[128], "DICM", 4);
     dicom[0] = 1;  // not a matching element pair at offset 0
     EXPECT_EQ(filetype_mem(dicom), 55);
     EXPECT_EQ(filetype_mem({'s', 'r', 'c', 'd', 'o', 'c', 'i', 'd', ':', ' '}), 18);
     EXPECT_EQ(filetype_mem({0, 0, 0x81, 0x63, 0x20, 0, 0, 0, 0, 0}), 68);
     // Tags the memory query does not know.
-    const std::vector<uint8_t> jp2 = {0, 0, 0, 0x0C, 'j', 'P', ' ', ' ', 0x0D, 0x0A};
+    const Bytes jp2 = {0, 0, 0, 0x0C, 'j', 'P', ' ', ' ', 0x0D, 0x0A};
     EXPECT_EQ(filetype_mem(jp2), IMG_ERR_UNSUPPORTED);
     const std::string path = write_temp("x.jp2", jp2);
     EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), 70);
@@ -148,39 +121,39 @@ TEST(Detect, RefinementsOfTiffBmpAndGif) {
     EXPECT_EQ(filetype_mem(tiff_with({{259, 34661}})), 66);
     EXPECT_EQ(filetype_mem(tiff_with({{256, 10}})), 0);  // compression absent: none
     // Compression 1 in a BMP gives 12; a bare DIB is read from its own header.
-    EXPECT_EQ(IMGLOW_get_filetype(data_path("corpus/bmp/pal8-rle.bmp").c_str()), 12);
+    EXPECT_EQ(IMGLOW_get_filetype(corpus("bmp/pal8-rle.bmp").c_str()), 12);
     // Interlaced GIF with a global colour table and an extension block.
-    const std::vector<uint8_t> gif = {'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0x80, 0, 0,
+    const Bytes gif = {'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0x80, 0, 0,
                                       0, 0, 0, 255, 255, 255,  // 2-entry global table
                                       '!', 0xF9, 4, 1, 0, 0, 0, 0,  // extension block
                                       ',', 0, 0, 0, 0, 1, 0, 1, 0, 0x40};
     EXPECT_EQ(filetype_mem(gif), 44);
-    std::vector<uint8_t> plain = gif;
+    Bytes plain = gif;
     plain.back() = 0;
     EXPECT_EQ(filetype_mem(plain), 4);
-    std::vector<uint8_t> cut(gif.begin(), gif.begin() + 22);  // ends inside the extension
+    Bytes cut(gif.begin(), gif.begin() + 22);  // ends inside the extension
     EXPECT_EQ(filetype_mem(cut), IMG_ERR_BAD_IMAGE);
-    std::vector<uint8_t> short_header(gif.begin(), gif.begin() + 11);
+    Bytes short_header(gif.begin(), gif.begin() + 11);
     EXPECT_EQ(filetype_mem(short_header), IMG_ERR_READ);
 }
 
 TEST(Detect, PageCounts) {
     tesslin_set_plugin_dir(std::filesystem::temp_directory_path().c_str());  // no modules there
     IMG_unload_plugins();
-    EXPECT_EQ(IMGLOW_get_pages(data_path("corpus/doc/multipage-g4.tif").c_str()), 3);
-    EXPECT_EQ(IMGLOW_get_pages(data_path("corpus/doc/multipage-g4-bigendian.tif").c_str()), 3);
-    EXPECT_EQ(IMGLOW_get_pages(data_path("corpus/doc/g4.tif").c_str()), 1);
-    EXPECT_EQ(IMGLOW_get_pages(data_path("corpus/jpeg/444.jpg").c_str()), 1);
-    const std::vector<uint8_t> unknown(64, 0x01);
+    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/multipage-g4.tif").c_str()), 3);
+    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/multipage-g4-bigendian.tif").c_str()), 3);
+    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/g4.tif").c_str()), 1);
+    EXPECT_EQ(IMGLOW_get_pages(corpus("jpeg/444.jpg").c_str()), 1);
+    const Bytes unknown(64, 0x01);
     const std::string path = write_temp("unknown.bin", unknown);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 1);
     std::filesystem::remove(path);
-    void* b = to_block(read_file(data_path("corpus/doc/multipage-g4.tif")));
+    void* b = to_block(read_file(corpus("doc/multipage-g4.tif")));
     EXPECT_EQ(IMGLOW_get_pages_mem(b), 3);
     tesslin_block_free(b);
     // PDF without its modules: no pages from a stream, the module's status
     // from memory.
-    const std::vector<uint8_t> pdf = {'%', 'P', 'D', 'F', '-', '1', '.', '4', '\n', '%', '\n'};
+    const Bytes pdf = {'%', 'P', 'D', 'F', '-', '1', '.', '4', '\n', '%', '\n'};
     const std::string pdf_path = write_temp("doc.pdf", pdf);
     EXPECT_EQ(IMGLOW_get_pages(pdf_path.c_str()), 0);
     std::filesystem::remove(pdf_path);
@@ -201,16 +174,16 @@ TEST(Detect, Orientation) {
     EXPECT_EQ(IMGLOW_get_image_orientation(t5.c_str()), 5);
     EXPECT_EQ(IMGLOW_get_image_orientation_page(t6.c_str(), 0), 90);
     EXPECT_EQ(IMGLOW_get_image_orientation_page(t6.c_str(), 1), IMG_ERR_NO_PAGE);
-    EXPECT_EQ(IMGLOW_get_image_orientation(data_path("corpus/doc/g4.tif").c_str()), 0);
-    EXPECT_EQ(IMGLOW_get_image_orientation(data_path("corpus/png/rgb.png").c_str()),
+    EXPECT_EQ(IMGLOW_get_image_orientation(corpus("doc/g4.tif").c_str()), 0);
+    EXPECT_EQ(IMGLOW_get_image_orientation(corpus("png/rgb.png").c_str()),
               IMG_ERR_UNSUPPORTED);
     // Photo CD: the low two bits of byte 3586.
-    std::vector<uint8_t> pcd(4096, 0xFF);
+    Bytes pcd(4096, 0xFF);
     pcd[3586] = 0x01;
     const std::string pcd_path = write_temp("x.pcd", pcd);
     EXPECT_EQ(IMGLOW_get_image_orientation(pcd_path.c_str()), 270);
     // CALS: the digits at offset 905.
-    std::vector<uint8_t> cal(1024, ' ');
+    Bytes cal(1024, ' ');
     std::memcpy(cal.data(), "srcdocid: x", 11);
     std::memcpy(&cal[896], "rorient: 090,270", 16);
     const std::string cal_path = write_temp("x.cal", cal);

@@ -1,17 +1,14 @@
 // The plug-in loader with the test suite's own modules (tests/plugin/):
 // detection, page counts and decodes through a module, callbacks passed
 // once, settings forwarded, and every failure code when modules are absent.
+// (The ABIC module is exercised through raw fax and TIFF pages.)
 #include <gtest/gtest.h>
 #include <dlfcn.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <tuple>
 
-#include "core/stream.h"
-#include "image_util.h"
-#include "pipeline/decode.h"
 #include "platform/platform.h"
+#include "test_util.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -28,7 +25,7 @@ std::string pdf_file(const std::string& name, int pages, int width, int height, 
             std::to_string(width) + " height=" + std::to_string(height) +
             " bits=" + std::to_string(bits) + "\n%%EOF\n";
     const std::string path = temp_path(name);
-    write_file(path, std::vector<uint8_t>(text.begin(), text.end()));
+    write_file(path, Bytes(text.begin(), text.end()));
     return path;
 }
 
@@ -59,7 +56,7 @@ protected:
 
 TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
     const std::string empty = temp_path("empty");
-    std::filesystem::create_directories(empty);
+    fs::create_directories(empty);
     use(empty);
     const std::string pdf = pdf_file("absent.pdf", 2, 8, 8, 8);
     EXPECT_EQ(IMGLOW_get_filetype(pdf.c_str()), 59);  // detection needs no module
@@ -70,10 +67,10 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
     EXPECT_EQ(IMGLOW_set_pcl_input(1, 2), IMG_ERR_PLUGIN);
     EXPECT_EQ(IMGLOW_set_jpeg2000_comp_ratio(20), IMG_ERR_JP2_PLUGIN);
 
-    const std::vector<uint8_t> pcl = {27, 'E', 27, '*', 'r', '1', 'A', 0, 0, 0, 0, 0};
-    const std::vector<uint8_t> fpx = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1, 0, 0, 0, 0};
-    const std::vector<uint8_t> jp2 = {0, 0, 0, 0x0C, 'j', 'P', ' ', ' ', 0x0D, 0x0A, 0x87, 0x0A};
-    using Case = std::tuple<std::vector<uint8_t>, int32_t, int32_t>;
+    const Bytes pcl = {27, 'E', 27, '*', 'r', '1', 'A', 0, 0, 0, 0, 0};
+    const Bytes fpx = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1, 0, 0, 0, 0};
+    const Bytes jp2 = {0, 0, 0, 0x0C, 'j', 'P', ' ', ' ', 0x0D, 0x0A, 0x87, 0x0A};
+    using Case = std::tuple<Bytes, int32_t, int32_t>;
     for (const auto& [data, decode, pages] : {Case{pcl, IMG_ERR_PLUGIN, IMG_ERR_PCL_PLUGIN},
                                               Case{fpx, IMG_ERR_DOC_PLUGIN, IMG_ERR_DOC_PLUGIN},
                                               Case{jp2, IMG_ERR_JP2_PLUGIN, 1}}) {
@@ -81,14 +78,14 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
         write_file(path, data);
         EXPECT_EQ(IMG_decompress_bitmap(path.c_str()), decode);
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), pages);
-        std::filesystem::remove(path);
+        fs::remove(path);
     }
     const int32_t h = make_handle(8, 8, 24);
     void* out = tesslin_block_alloc(4096);
     EXPECT_EQ(IMG_save_bitmap_mem(h, out, 70), IMG_ERR_JP2_PLUGIN);
     tesslin_block_free(out);
     IMG_delete_bitmap(h);
-    std::filesystem::remove(pdf);
+    fs::remove(pdf);
 }
 
 TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
@@ -96,7 +93,7 @@ TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
     const std::string pdf = pdf_file("doc.pdf", 3, 21, 13, 8);
     EXPECT_EQ(IMGLOW_get_filetype(pdf.c_str()), 59);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);  // apdfmod absent: pdfmod answers
-    const std::vector<uint8_t> bytes = read_file(pdf);
+    const Bytes bytes = read_file(pdf);
     void* block = to_block(bytes);
     EXPECT_EQ(IMGLOW_get_pages_mem(block), 3);
     tesslin_block_free(block);
@@ -123,7 +120,7 @@ TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
     EXPECT_EQ(query<int>("pdfmod", "testmod_callbacks"), -999);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);
     EXPECT_EQ(query<int>("pdfmod", "testmod_callbacks"), 1);
-    std::filesystem::remove(pdf);
+    fs::remove(pdf);
 }
 
 TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
@@ -142,7 +139,7 @@ TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
     EXPECT_EQ(query<uint32_t>("pdfmod", "testmod_position"), 100u);
     IMG_delete_bitmap(first);
     platform::file_close(fd);
-    std::filesystem::remove(pdf);
+    fs::remove(pdf);
 }
 
 TEST_F(Plugins, BilevelPagesFromAModuleAreRunEncodedTopFirst) {
@@ -156,7 +153,7 @@ TEST_F(Plugins, BilevelPagesFromAModuleAreRunEncodedTopFirst) {
         for (int x = 0; x < 40; ++x) bad += (r.at(x, y)[0] == 0) != ((x / 4 + y / 4 + 1) % 2 == 0);
     EXPECT_EQ(bad, 0u);
     IMG_delete_bitmap(h);
-    std::filesystem::remove(pdf);
+    fs::remove(pdf);
 }
 
 TEST_F(Plugins, FileNamePdfModuleWhenTheStreamModuleIsAbsent) {
@@ -170,7 +167,7 @@ TEST_F(Plugins, FileNamePdfModuleWhenTheStreamModuleIsAbsent) {
     IMG_delete_bitmap(h);
     EXPECT_EQ(IMGLOW_set_pdf_input(3, 4), 17);
     EXPECT_EQ(query<int32_t>("apdfmod", "testmod_input", 0), 3);
-    std::filesystem::remove(pdf);
+    fs::remove(pdf);
 }
 
 TEST_F(Plugins, DirectoryFromTheEnvironment) {
@@ -180,57 +177,5 @@ TEST_F(Plugins, DirectoryFromTheEnvironment) {
     const std::string pdf = pdf_file("env.pdf", 5, 8, 8, 8);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 5);
     unsetenv("TESSLIN_PLUGIN_DIR");
-    std::filesystem::remove(pdf);
-}
-
-namespace {
-int32_t abic_params(int32_t, int32_t, AbicParams* p) {
-    *p = AbicParams{20, 6, 1, 300, 300};
-    return 0;
-}
-int32_t grey_params(int32_t, int32_t, AbicParams* p) {
-    *p = AbicParams{10, 3, 4, 0, 0};
-    return 0;
-}
-int32_t no_params(int32_t, int32_t, AbicParams*) { return kAbicParamsAbsent; }
-}  // namespace
-
-TEST_F(Plugins, AbicFallback) {
-    std::vector<uint8_t> data = {'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0};
-    void* block = to_block(data);
-    const int32_t s = stream::mem_create(block);
-    const std::string empty = temp_path("empty");
-    std::filesystem::create_directories(empty);
-    use(empty);
-    EXPECT_EQ(abic_fallback(s, 0, abic_params, nullptr), IMG_ERR_ABIC_PLUGIN);
-    EXPECT_EQ(abic_fallback(s, 0, no_params, nullptr), IMG_ERR_COMPRESSION);
-    use(kModules + "/abicmod");
-    // Bilevel: the module's rows straight into the image, 1 bits black.
-    const int32_t h = abic_fallback(s, 0, abic_params, nullptr);
-    ASSERT_GE(h, 0);
-    const Raster r = handle_raster(h);
-    ASSERT_EQ(r.width, 20);
-    ASSERT_EQ(r.height, 6);
-    size_t bad = 0;
-    for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 20; ++x) bad += (r.at(x, y)[0] == 0) != (x <= y);
-    EXPECT_EQ(bad, 0u);
-    EXPECT_EQ(query<int32_t>("abicmod", "testmod_input", 0), 5);
-    IMG_delete_bitmap(h);
-    // 4 bits: rows of bit planes, most significant first, combined.
-    const int32_t g = abic_fallback(s, 0, nullptr, grey_params);
-    ASSERT_GE(g, 0);
-    // Image row y is made of module rows 4y..4y+3; pixel x has a 1 bit in
-    // plane k when x <= (4y + k) mod 10.
-    for (int y = 0; y < 3; ++y) {
-        const auto row = get_row(g, y);
-        for (int x = 0; x < 10; ++x) {
-            int v = 0;
-            for (int k = 0; k < 4; ++k) v = (v << 1) | (x <= (4 * y + k) % 10 ? 1 : 0);
-            EXPECT_EQ((x & 1) ? row[size_t(x) / 2] & 15 : row[size_t(x) / 2] >> 4, v);
-        }
-    }
-    IMG_delete_bitmap(g);
-    stream::mem_release(s);
-    tesslin_block_free(block);
+    fs::remove(pdf);
 }

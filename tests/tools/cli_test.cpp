@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "fax_test_util.h"
+#include "fax.h"
 #include "tesslin/tesslin.h"
 #include "test_util.h"
 

@@ -3,40 +3,23 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <filesystem>
 #include <map>
 #include <set>
 
-#include "image_util.h"
+#include "test_util.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
 
 namespace {
 
-const std::string kSuite = data_path("corpus/suites/bmpsuite/");
-
-std::vector<std::vector<std::string>> read_tsv(const std::string& path) {
-    std::vector<std::vector<std::string>> rows;
-    std::istringstream in(std::string(reinterpret_cast<const char*>(read_file(path).data()),
-                                      read_file(path).size()));
-    std::string line;
-    std::getline(in, line);  // column names
-    while (std::getline(in, line)) {
-        std::vector<std::string> cells;
-        std::stringstream ss(line);
-        std::string cell;
-        while (std::getline(ss, cell, '\t')) cells.push_back(cell);
-        rows.push_back(cells);
-    }
-    return rows;
-}
+const std::string kSuite = corpus("suites/bmpsuite/");
 
 // Little BMP files built in the tests.
-std::vector<uint8_t> bmp_file(int32_t width, int32_t height, uint16_t bits, uint32_t compression,
-                              const std::vector<uint8_t>& palette, const std::vector<uint8_t>& data,
+Bytes bmp_file(int32_t width, int32_t height, uint16_t bits, uint32_t compression,
+                              const Bytes& palette, const Bytes& data,
                               int32_t ppm = 0) {
-    std::vector<uint8_t> f(54, 0);
+    Bytes f(54, 0);
     f[0] = 'B';
     f[1] = 'M';
     store_le32(&f[2], uint32_t(54 + palette.size() + data.size()));
@@ -54,15 +37,8 @@ std::vector<uint8_t> bmp_file(int32_t width, int32_t height, uint16_t bits, uint
     return f;
 }
 
-int32_t decode_bytes(const std::vector<uint8_t>& bytes) {
-    void* block = to_block(bytes);
-    int32_t h = IMG_decompress_bitmap_mem(block, 0);
-    tesslin_block_free(block);
-    return h;
-}
-
-std::vector<uint8_t> grey_palette(int entries) {
-    std::vector<uint8_t> p;
+Bytes grey_palette(int entries) {
+    Bytes p;
     for (int i = 0; i < entries; ++i) {
         const auto v = uint8_t(i * 255 / (entries - 1));
         p.insert(p.end(), {v, v, v, 0});
@@ -73,12 +49,12 @@ std::vector<uint8_t> grey_palette(int entries) {
 }  // namespace
 
 TEST(BmpRead, CorpusFilesDecodeExactlyToTheirReferences) {
-    for (const auto& row : read_tsv(data_path("corpus/MANIFEST.tsv"))) {
+    for (const auto& row : manifest()) {
         if (row[0].rfind("bmp/", 0) != 0) continue;
         SCOPED_TRACE(row[0]);
-        const int32_t h = IMG_decompress_bitmap(data_path("corpus/" + row[0]).c_str());
+        const int32_t h = IMG_decompress_bitmap(corpus(row[0]).c_str());
         ASSERT_GE(h, 0);
-        const Raster ref = to_rgb(read_netpbm(data_path("corpus/" + row[6])));
+        const Raster ref = to_rgb(read_netpbm(corpus(row[6])));
         EXPECT_EQ(count_differences(handle_raster(h), ref, 3), 0u);
         IMG_delete_bitmap(h);
     }
@@ -146,7 +122,7 @@ TEST(BmpRead, BmpSuiteGoodFilesDecodeToWhatPillowShows) {
 TEST(BmpRead, BmpSuiteQuestionableAndBadFilesDecodeOrFailCleanly) {
     size_t decoded = 0, refused = 0;
     for (const char* dir : {"q", "b"}) {
-        for (const auto& e : std::filesystem::directory_iterator(kSuite + dir)) {
+        for (const auto& e : fs::directory_iterator(kSuite + dir)) {
             SCOPED_TRACE(e.path().string());
             const int32_t h = IMG_decompress_bitmap(e.path().c_str());
             if (h >= 0) {
@@ -173,8 +149,8 @@ TEST(BmpRead, BmpSuiteQuestionableAndBadFilesDecodeOrFailCleanly) {
 }
 
 TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
-    std::vector<uint8_t> file = read_file(kSuite + "g/pal8.bmp");
-    std::vector<uint8_t> bare(file.begin() + 14, file.end());
+    Bytes file = read_file(kSuite + "g/pal8.bmp");
+    Bytes bare(file.begin() + 14, file.end());
     void* block = to_block(bare);
     const int32_t a = IMG_create_handle(block);
     const int32_t b = IMG_decompress_bitmap((kSuite + "g/pal8.bmp").c_str());
@@ -184,7 +160,7 @@ TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
     EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 3), 0u);
     // A bare DIB's resolution fields are dots per inch already; a file's are
     // converted from pixels per metre (2835 -> 72).
-    std::vector<uint8_t> ha(kHeaderBlockSize), hb(kHeaderBlockSize);
+    Bytes ha(kHeaderBlockSize), hb(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(a, ha.data());
     IMGLOW_get_bitmap_header(b, hb.data());
     EXPECT_EQ(reinterpret_cast<DibHeader*>(hb.data())->biXPelsPerMeter, 72);
@@ -196,9 +172,9 @@ TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
 
 TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
     // 8 x 2, palette white, black; top row all index 1 (black).
-    std::vector<uint8_t> pal = {255, 255, 255, 0, 0, 0, 0, 0};
-    std::vector<uint8_t> rows = {0x00, 0, 0, 0, 0xFF, 0, 0, 0};  // bottom row first
-    const int32_t h = decode_bytes(bmp_file(8, 2, 1, 0, pal, rows));
+    Bytes pal = {255, 255, 255, 0, 0, 0, 0, 0};
+    Bytes rows = {0x00, 0, 0, 0, 0xFF, 0, 0, 0};  // bottom row first
+    const int32_t h = decode_mem(bmp_file(8, 2, 1, 0, pal, rows));
     ASSERT_GE(h, 0);
     uint8_t p[8];
     IMGLOW_get_palette(h, p);
@@ -210,28 +186,28 @@ TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
 }
 
 TEST(BmpRead, SixteenBitFileBecomes24BitWithShiftedFields) {
-    std::vector<uint8_t> row = {0xFF, 0x7F, 0x1F, 0x00};  // 0x7FFF, then pure blue 0x001F
-    const int32_t h = decode_bytes(bmp_file(2, 1, 16, 0, {}, row));
+    Bytes row = {0xFF, 0x7F, 0x1F, 0x00};  // 0x7FFF, then pure blue 0x001F
+    const int32_t h = decode_mem(bmp_file(2, 1, 16, 0, {}, row));
     ASSERT_GE(h, 0);
     int32_t w, ht, bits;
     IMG_bitmap_info(h, &w, &ht, &bits);
     EXPECT_EQ(bits, 24);
     auto r = get_row(h, 0);
-    EXPECT_EQ(std::vector<uint8_t>(r.begin(), r.begin() + 6),
-              (std::vector<uint8_t>{248, 248, 248, 248, 0, 0}));
+    EXPECT_EQ(Bytes(r.begin(), r.begin() + 6),
+              (Bytes{248, 248, 248, 248, 0, 0}));
     IMG_delete_bitmap(h);
 }
 
 TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
     // 8 x 3: delta (5, 1) first, then a run of 3 pixels of 7, end of row,
     // a run of 4 pixels of 2, end of bitmap.
-    std::vector<uint8_t> data = {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1};
-    const int32_t h = decode_bytes(bmp_file(8, 3, 8, 1, grey_palette(256), data));
+    Bytes data = {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1};
+    const int32_t h = decode_mem(bmp_file(8, 3, 8, 1, grey_palette(256), data));
     ASSERT_GE(h, 0);
-    EXPECT_EQ(get_row(h, 2), (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(get_row(h, 1), (std::vector<uint8_t>{0, 0, 0, 0, 0, 7, 7, 7}));
+    EXPECT_EQ(get_row(h, 2), (Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(get_row(h, 1), (Bytes{0, 0, 0, 0, 0, 7, 7, 7}));
     // The row buffer is not cleared between rows.
-    EXPECT_EQ(get_row(h, 0), (std::vector<uint8_t>{2, 2, 2, 2, 0, 7, 7, 7}));
+    EXPECT_EQ(get_row(h, 0), (Bytes{2, 2, 2, 2, 0, 7, 7, 7}));
     IMG_delete_bitmap(h);
 }
 
@@ -239,25 +215,35 @@ TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
 // JPEG decoder: the same image as the JPEG file itself, and the JPEG
 // decoder's refusal for a stream without any scan.
 TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
-    std::vector<uint8_t> bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
-    EXPECT_EQ(decode_bytes(bad), IMG_ERR_BAD_IMAGE);
-    const std::string jpg = data_path("corpus/jpeg/444.jpg");
-    std::vector<uint8_t> f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
+    Bytes bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
+    EXPECT_EQ(decode_mem(bad), IMG_ERR_BAD_IMAGE);
+    const std::string jpg = corpus("jpeg/444.jpg");
+    Bytes f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
     const int32_t direct = IMG_decompress_bitmap(jpg.c_str());
     ASSERT_GE(direct, 0);
     for (uint32_t code : {4u, 0x4745504Au}) {
         store_le32(&f[30], code);
-        const int32_t h = decode_bytes(f);
+        const int32_t h = decode_mem(f);
         ASSERT_GE(h, 0);
         EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
         IMG_delete_bitmap(h);
     }
     IMG_delete_bitmap(direct);
+    // BMP Suite's 24-bit file with JPEG compression: the data at the file's
+    // data offset, decoded by the JPEG decoder.
+    const Bytes suite = read_file(kSuite + "q/rgb24jpeg.bmp");
+    const int32_t from_bmp = decode_mem(suite);
+    const int32_t from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
+    ASSERT_GE(from_bmp, 0);
+    ASSERT_GE(from_jpeg, 0);
+    EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
+    IMG_delete_bitmap(from_bmp);
+    IMG_delete_bitmap(from_jpeg);
 }
 
 TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
     // A bare 1-bit DIB of compression 99, 40 x 2: row 0 black 8..16, row 1 white.
-    std::vector<uint8_t> d(40 + 8, 0);
+    Bytes d(40 + 8, 0);
     store_le32(&d[0], 40);
     store_le32(&d[4], 40);
     store_le32(&d[8], 2);
@@ -269,7 +255,7 @@ TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
         d.resize(d.size() + 4);
         store_le32(&d[d.size() - 4], w);
     }
-    const int32_t h = decode_bytes(d);
+    const int32_t h = decode_mem(d);
     ASSERT_GE(h, 0);
     EXPECT_EQ(get_row(h, 0)[1], 0x00);
     EXPECT_EQ(get_row(h, 0)[0], 0xFF);
@@ -277,18 +263,18 @@ TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
     IMG_delete_bitmap(h);
     // A record longer than any row can need is refused.
     store_le32(&d[48], 4000);
-    EXPECT_EQ(decode_bytes(d), IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(decode_mem(d), IMG_ERR_BAD_IMAGE);
 }
 
 TEST(BmpRead, DeclaredSizesBeyondTheDataAreRefusedBeforeAllocation) {
     // 20000 x 20000 at 24 bits would need 1.2 GB; the file has 16 bytes of rows.
-    EXPECT_EQ(decode_bytes(bmp_file(20000, 20000, 24, 0, {}, std::vector<uint8_t>(16))),
+    EXPECT_EQ(decode_mem(bmp_file(20000, 20000, 24, 0, {}, Bytes(16))),
               IMG_ERR_READ);
     // Run-length data may expand, but not to this.
-    EXPECT_EQ(decode_bytes(bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1})),
+    EXPECT_EQ(decode_mem(bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1})),
               IMG_ERR_BAD_IMAGE);
     // A file missing only its last row's padding still decodes.
-    const int32_t h = decode_bytes(bmp_file(3, 2, 24, 0, {}, std::vector<uint8_t>(12 + 9, 0x40)));
+    const int32_t h = decode_mem(bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)));
     EXPECT_GE(h, 0);
     IMG_delete_bitmap(h);
 }

@@ -1,7 +1,7 @@
 // CALS raster: files built from the record layout around the corpus Group 4
 // page, the writer's header records and payload (read back by us and by
 // libtiff), the orientation record, and damaged headers.
-#include "fax_test_util.h"
+#include "fax.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -9,8 +9,8 @@ using namespace tesslin::test;
 namespace {
 
 // A CALS header of sixteen 128-byte records, each text padded with spaces.
-std::vector<uint8_t> cals_header(const std::vector<std::string>& records) {
-    std::vector<uint8_t> h(2048, ' ');
+Bytes cals_header(const std::vector<std::string>& records) {
+    Bytes h(2048, ' ');
     for (size_t i = 0; i < records.size() && i < 16; ++i)
         std::copy(records[i].begin(), records[i].end(), h.begin() + long(i * 128));
     return h;
@@ -23,21 +23,13 @@ std::vector<std::string> standard_records(const std::string& pel_count, const st
             "rpelcnt: " + pel_count, "rdensty: " + density, "notes: NONE"};
 }
 
-std::vector<uint8_t> with_data(std::vector<uint8_t> header, const std::vector<uint8_t>& data) {
+Bytes with_data(Bytes header, const Bytes& data) {
     header.insert(header.end(), data.begin(), data.end());
     return header;
 }
 
-const std::vector<uint8_t>& corpus_g4() {
-    static const std::vector<uint8_t> g4 = read_file(corpus_file("doc/page.g4"));
-    return g4;
-}
-
-int32_t dpi_of(int32_t handle) {
-    std::vector<uint8_t> header(kHeaderBlockSize);
-    IMGLOW_get_bitmap_header(handle, header.data());
-    return reinterpret_cast<const DibHeader*>(header.data())->biXPelsPerMeter;
-}
+const Bytes& corpus_g4() { return corpus_fax("g4"); }
+int32_t dpi_of(int32_t handle) { return info_of(handle).biXPelsPerMeter; }
 
 // The pel count at record 9, or moved to record 8 or 7 (record 9 then
 // without a comma), with the corpus page behind it.
@@ -61,11 +53,11 @@ TEST(Cals, ReadsThePelCountFromAnyOfItsRecords) {
 // CALS data at an offset of a larger stream: the position is the base of
 // every record offset.
 TEST(Cals, ReadsAtAnOffset) {
-    std::vector<uint8_t> file(777, 0x42);
-    const std::vector<uint8_t> cals =
+    Bytes file(777, 0x42);
+    const Bytes cals =
         with_data(cals_header(standard_records("001728,002200", " 400")), corpus_g4());
     file.insert(file.end(), cals.begin(), cals.end());
-    const std::string path = scratch("offset.cal");
+    const std::string path = temp_path("offset.cal");
     write_file(path, file);
     const int fd = ::open(path.c_str(), O_RDONLY);
     const int32_t h = IMG_decompress_bitmap_fd(fd, 777, 0);
@@ -73,7 +65,7 @@ TEST(Cals, ReadsAtAnOffset) {
     ASSERT_GE(h, 0);
     EXPECT_EQ(dpi_of(h), 400);
     EXPECT_EQ(take_difference(h, corpus_page()), "");
-    std::remove(path.c_str());
+    fs::remove(path);
 }
 
 // Format code 18 for a 2544 x 3300 page at 300 dpi: the records of the
@@ -84,7 +76,7 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
     const int32_t h = page_handle(page, 300, 300);
     ASSERT_GE(h, 0);
     int32_t n = 0;
-    const std::vector<uint8_t> file = save_to_bytes(h, 18, &n);
+    const Bytes file = save_mem(h, 18, &n);
     IMG_delete_bitmap(h);
     ASSERT_GT(n, 2048);
     const std::vector<std::string> want = {
@@ -98,19 +90,17 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
     EXPECT_EQ(std::string(file.begin() + 1033, file.begin() + 1046), "002544,003300");
     EXPECT_EQ(std::string(file.begin() + 1161, file.begin() + 1165), "0300");
 
-    const int32_t back = decode_block(file);
+    const int32_t back = decode_mem(file);
     ASSERT_GE(back, 0);
     EXPECT_EQ(dpi_of(back), 300);
     EXPECT_EQ(take_difference(back, page), "");
     if (have_pillow()) {
-        const std::vector<uint8_t> g4(file.begin() + 2048, file.end());
-        EXPECT_EQ(page_difference(pillow_decode(minimal_tiff(2544, 3300, 4, 1, 3300, {g4}), 2544, 3300),
-                                  page),
+        EXPECT_EQ(page_difference(libtiff_decode(2544, 3300, 4, 1, 3300, {Bytes(file.begin() + 2048, file.end())}), page),
                   "");
     }
     // No resolution: the density record says 0200.
     const int32_t plain = page_handle(test_page(64, 16));
-    const std::vector<uint8_t> small = save_to_bytes(plain, 18, &n);
+    const Bytes small = save_mem(plain, 18, &n);
     ASSERT_GT(n, 2048);
     EXPECT_EQ(std::string(small.begin() + 1152, small.begin() + 1165), "rdensty: 0200");
     EXPECT_EQ(std::string(small.begin() + 1024, small.begin() + 1046), "rpelcnt: 000064,000016");
@@ -120,12 +110,12 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
 TEST(Cals, WriterRefusesDeepImagesAndReportsShortWrites) {
     const int32_t grey = make_handle(32, 8, 8);
     int32_t n = 0;
-    save_to_bytes(grey, 18, &n);
+    save_mem(grey, 18, &n);
     EXPECT_EQ(n, IMG_ERR_DEPTH);
     IMG_delete_bitmap(grey);
     const int32_t h = page_handle(test_page(300, 40));
     for (uint32_t room : {100u, 1000u, 2047u, 2052u}) {
-        save_to_bytes(h, 18, &n, room);
+        save_mem(h, 18, &n, room);
         EXPECT_EQ(n, IMG_ERR_WRITE) << room;
     }
     IMG_delete_bitmap(h);
@@ -133,7 +123,7 @@ TEST(Cals, WriterRefusesDeepImagesAndReportsShortWrites) {
 
 // The orientation record: 090 is reported as 270, 270 as 90.
 TEST(Cals, OrientationRecord) {
-    const std::string path = scratch("orient.cal");
+    const std::string path = temp_path("orient.cal");
     const std::pair<const char*, int32_t> cases[] = {
         {"090,270", 270}, {"270,000", 90}, {"180,000", 180}, {"000,270", 0}, {" 90,000", 270}};
     for (const auto& [value, degrees] : cases) {
@@ -141,7 +131,7 @@ TEST(Cals, OrientationRecord) {
                                    corpus_g4()));
         EXPECT_EQ(IMGLOW_get_image_orientation(path.c_str()), degrees) << value;
     }
-    std::remove(path.c_str());
+    fs::remove(path);
 }
 
 // Broken pel counts, cut headers and missing data give negative statuses.
@@ -149,7 +139,7 @@ TEST(Cals, DamagedHeadersAndData) {
     auto decode_with = [](const std::string& pel_count) {
         auto records = standard_records(pel_count, "0200", "none");
         records[6] = "rtype: 1";
-        return decode_block(with_data(cals_header(records), corpus_g4()));
+        return decode_mem(with_data(cals_header(records), corpus_g4()));
     };
     EXPECT_EQ(decode_with("001728 002200"), IMG_ERR_BAD_IMAGE);  // no comma anywhere
     EXPECT_EQ(decode_with("x1728,2200"), IMG_ERR_BAD_IMAGE);
@@ -160,19 +150,19 @@ TEST(Cals, DamagedHeadersAndData) {
     // The height's digits run to the end of the 30 bytes read.
     EXPECT_EQ(decode_with("1," + std::string(19, '1')), IMG_ERR_BAD_IMAGE);
 
-    const std::vector<uint8_t> good =
+    const Bytes good =
         with_data(cals_header(standard_records("001728,002200", "0200")), corpus_g4());
     // Cut in the header or before the page's rows could be coded: -12.
     for (size_t cut : {size_t(12), size_t(1000), size_t(1040), size_t(1100), size_t(1400),
                        size_t(2048), size_t(2048 + 200)}) {
-        std::vector<uint8_t> part(good.begin(), good.begin() + long(cut));
+        Bytes part(good.begin(), good.begin() + long(cut));
         // Keep the detection bytes so that the CALS reader is the one asked.
-        EXPECT_EQ(decode_block(part), IMG_ERR_READ) << cut;
+        EXPECT_EQ(decode_mem(part), IMG_ERR_READ) << cut;
     }
     // Cut inside the coded page: the rows that are there, the rest repeated
     // as the Group 4 decoder does for data that ends early.
-    std::vector<uint8_t> part(good.begin(), good.begin() + 2048 + 3000);
-    const int32_t h = decode_block(part);
+    Bytes part(good.begin(), good.begin() + 2048 + 3000);
+    const int32_t h = decode_mem(part);
     EXPECT_GE(h, 0);
     if (h >= 0) IMG_delete_bitmap(h);
 }
@@ -180,8 +170,8 @@ TEST(Cals, DamagedHeadersAndData) {
 // A CALS file carrying a TIFF at 1431 goes to the TIFF reader, tiles
 // included.
 TEST(Cals, TiffAt1431GoesToTheTiffReader) {
-    auto cals_with_tiff = [](const std::vector<uint8_t>& tiff) {
-        std::vector<uint8_t> file = cals_header(standard_records("000008,000008", "0200"));
+    auto cals_with_tiff = [](const Bytes& tiff) {
+        Bytes file = cals_header(standard_records("000008,000008", "0200"));
         file.resize(1431);
         file.insert(file.end(), tiff.begin(), tiff.end());
         return file;
@@ -189,29 +179,29 @@ TEST(Cals, TiffAt1431GoesToTheTiffReader) {
     const Page page = test_page(300, 200);
     const int32_t h = page_handle(page, 300, 300);
     int32_t n = 0;
-    const std::vector<uint8_t> g4 = save_to_bytes(h, 10, &n);  // TIFF Group 4
+    const Bytes g4 = save_mem(h, 10, &n);  // TIFF Group 4
     IMG_delete_bitmap(h);
     ASSERT_GT(n, 0);
     expect_file_decodes(cals_with_tiff(g4), 18, 300, page);
 
-    const std::string path = scratch("tiled.cal");
-    write_file(path, cals_with_tiff(read_file(corpus_file("doc/bilevel-tiled.tif"))));
+    const std::string path = temp_path("tiled.cal");
+    write_file(path, cals_with_tiff(read_file(corpus("doc/bilevel-tiled.tif"))));
     EXPECT_EQ(IMGLOW_is_tiled_image(path.c_str()), 1);
     EXPECT_EQ(take_difference(IMG_decompress_tiled_bitmap(path.c_str(), 0),
-                              load_pbm(corpus_file("refs/4801f0abbac4f916.pbm"))),
+                              load_pbm(corpus("refs/4801f0abbac4f916.pbm"))),
               "");
-    std::remove(path.c_str());
+    fs::remove(path);
     // Not a TIFF after all: the TIFF reader's refusal.
-    std::vector<uint8_t> bad = cals_with_tiff({'I', 'I', 0x2A, 0, 0xFF, 0xFF, 0xFF, 0x7F});
+    Bytes bad = cals_with_tiff({'I', 'I', 0x2A, 0, 0xFF, 0xFF, 0xFF, 0x7F});
     bad.resize(4096, 0);
-    const int32_t r = decode_block(bad);
+    const int32_t r = decode_mem(bad);
     EXPECT_LT(r, 0);
     if (r >= 0) IMG_delete_bitmap(r);
     // A CALS file without a TIFF is not tiled.
-    const std::string plain = scratch("plain.cal");
+    const std::string plain = temp_path("plain.cal");
     write_file(plain, with_data(cals_header(standard_records("001728,002200", "0200")), corpus_g4()));
     EXPECT_EQ(IMG_decompress_tiled_bitmap(plain.c_str(), 0), IMG_ERR_NOT_TILED);
-    std::remove(plain.c_str());
+    fs::remove(plain);
 }
 
 }  // namespace

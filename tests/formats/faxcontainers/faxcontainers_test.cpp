@@ -2,57 +2,31 @@
 // the corpus page's Group 3 and Group 4 streams (and pages of our own
 // encoders), the IMT and BTR writers read back by us and by libtiff and
 // netpbm, MAG pages counted and selected, and damaged headers.
-#include "fax_test_util.h"
+#include "fax.h"
 #include "formats/faxcontainers/faxcontainers.h"
-#include "pipeline/decode.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
 
 namespace {
 
-const std::vector<uint8_t>& corpus_g4() {
-    static const std::vector<uint8_t> d = read_file(corpus_file("doc/page.g4"));
-    return d;
-}
-const std::vector<uint8_t>& corpus_g3() {
-    static const std::vector<uint8_t> d = read_file(corpus_file("doc/page.g3"));
-    return d;
-}
+const Bytes& corpus_g4() { return corpus_fax("g4"); }
+const Bytes& corpus_g3() { return corpus_fax("g3"); }
 
-void le16(std::vector<uint8_t>& f, size_t at, uint32_t v) {
+void le16(Bytes& f, size_t at, uint32_t v) {
     if (f.size() < at + 2) f.resize(at + 2, 0);
-    f[at] = uint8_t(v);
-    f[at + 1] = uint8_t(v >> 8);
+    store_le16(&f[at], uint16_t(v));
 }
-void le32(std::vector<uint8_t>& f, size_t at, uint32_t v) {
+void le32(Bytes& f, size_t at, uint32_t v) {
     le16(f, at, v & 0xFFFF);
     le16(f, at + 2, v >> 16);
 }
-void append(std::vector<uint8_t>& f, const std::vector<uint8_t>& d) { f.insert(f.end(), d.begin(), d.end()); }
+void append(Bytes& f, const Bytes& d) { f.insert(f.end(), d.begin(), d.end()); }
+int32_t x_dpi(int32_t handle) { return info_of(handle).biXPelsPerMeter; }
 
-// Runs a container decoder directly into a new handle through the
-// library's callbacks (for files that detection would not send to it).
-int32_t decode_with(Decoder decoder, const std::vector<uint8_t>& file) {
-    DecodeContext ctx;
-    if (begin_decode(ctx)) return -1;
-    void* block = to_block(file);
-    const int32_t s = stream::mem_create(block);
-    const int32_t r = decoder(0, library_raster, intptr_t(&ctx), library_header, s);
-    stream::mem_release(s);
-    tesslin_block_free(block);
-    return finish_decode(ctx, r < 0 ? r : 0);
-}
-
-int32_t x_dpi(int32_t handle) {
-    std::vector<uint8_t> header(kHeaderBlockSize);
-    IMGLOW_get_bitmap_header(handle, header.data());
-    return reinterpret_cast<const DibHeader*>(header.data())->biXPelsPerMeter;
-}
-
-std::vector<uint8_t> imt_file(uint8_t compression, uint8_t bit_order, const std::vector<uint8_t>& data,
+Bytes imt_file(uint8_t compression, uint8_t bit_order, const Bytes& data,
                               uint32_t version = 1) {
-    std::vector<uint8_t> f = {'\'', 'C', '1', 0};
+    Bytes f = {'\'', 'C', '1', 0};
     le16(f, 4, version);
     f.resize(22, 0);
     f[6] = compression;
@@ -64,23 +38,10 @@ std::vector<uint8_t> imt_file(uint8_t compression, uint8_t bit_order, const std:
     return f;
 }
 
-// Counts what a decoder delivers.
-struct Counter {
-    int headers = 0, rows = 0;
-    static int32_t header(const IMG_BITMAPINFOHEADER*, intptr_t u) {
-        ++reinterpret_cast<Counter*>(u)->headers;
-        return 0;
-    }
-    static int32_t raster(uint8_t*, intptr_t u, int32_t, uint32_t) {
-        ++reinterpret_cast<Counter*>(u)->rows;
-        return 0;
-    }
-};
-
 TEST(FaxContainers, ImtReadsBothCodingsAndBitOrders) {
     struct Case {
         uint8_t compression, bit_order;
-        std::vector<uint8_t> data;
+        Bytes data;
     } cases[] = {
         {3, 1, bit_reversed(corpus_g4())},  // Group 4, first pixel in the low bit
         {3, 0, corpus_g4()},
@@ -93,14 +54,12 @@ TEST(FaxContainers, ImtReadsBothCodingsAndBitOrders) {
     }
     // A compression the reader does not know: the header, no rows, status 0.
     const auto other = imt_file(2, 1, bit_reversed(corpus_g4()));
-    Counter count;
-    void* block = to_block(other);
-    EXPECT_EQ(IMGLOW_decompress_bitmap_mem(block, 0, Counter::raster, intptr_t(&count), Counter::header), 0);
-    tesslin_block_free(block);
-    EXPECT_EQ(count.headers, 1);
-    EXPECT_EQ(count.rows, 0);
-    EXPECT_EQ(decode_block(imt_file(3, 1, corpus_g4(), 2)), IMG_ERR_UNSUPPORTED);
-    EXPECT_EQ(decode_block(std::vector<uint8_t>(other.begin(), other.begin() + 21)), IMG_ERR_READ);
+    const Decoded count = decode_with(faxcontainers::decode_imt, other);
+    EXPECT_EQ(count.status, 0);
+    EXPECT_FALSE(count.header.empty());
+    EXPECT_TRUE(count.order.empty());
+    EXPECT_EQ(decode_mem(imt_file(3, 1, corpus_g4(), 2)), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(decode_mem(Bytes(other.begin(), other.begin() + 21)), IMG_ERR_READ);
 }
 
 // Code 42: Group 4 bit-reversed behind the 22-byte header; the width field
@@ -109,37 +68,35 @@ TEST(FaxContainers, ImtWriter) {
     const Page page = test_page(1700, 500);
     const int32_t h = page_handle(page, 300, 300);
     int32_t n = 0;
-    const std::vector<uint8_t> file = save_to_bytes(h, 42, &n);
+    const Bytes file = save_mem(h, 42, &n);
     IMG_delete_bitmap(h);
     ASSERT_GT(n, 22);
-    const std::vector<uint8_t> head(file.begin(), file.begin() + 22);
-    EXPECT_EQ(head, (std::vector<uint8_t>{'\'', 'C', '1', 0, 1, 0, 3, 0, 0xF4, 1, 0, 0, 212, 0, 0, 0,
+    const Bytes head(file.begin(), file.begin() + 22);
+    EXPECT_EQ(head, (Bytes{'\'', 'C', '1', 0, 1, 0, 3, 0, 0xF4, 1, 0, 0, 212, 0, 0, 0,
                                           44, 1, 1, 0, 1, 0}));
     Page narrow = blank_page(1696, 500);
     for (uint32_t y = 0; y < 500; ++y)
         for (uint32_t x = 0; x < 1696; ++x)
-            if (!page.pixel_white(x, y)) runs::fill_bits(narrow.row(y), x, x + 1, false);
-    const int32_t back = decode_block(file);
+            if (!page.white(x, y)) narrow.set_black(x, x + 1, y);
+    const int32_t back = decode_mem(file);
     ASSERT_GE(back, 0);
     EXPECT_EQ(x_dpi(back), 300);
     EXPECT_EQ(take_difference(back, narrow), "");
     if (have_pillow()) {
-        const std::vector<uint8_t> g4(file.begin() + 22, file.end());
-        EXPECT_EQ(page_difference(pillow_decode(minimal_tiff(1696, 500, 4, 2, 500, {g4}), 1696, 500), narrow),
-                  "");
+        EXPECT_EQ(page_difference(libtiff_decode(1696, 500, 4, 2, 500, {Bytes(file.begin() + 22, file.end())}), narrow), "");
     }
     const int32_t grey = make_handle(16, 4, 8);
-    save_to_bytes(grey, 42, &n);
+    save_mem(grey, 42, &n);
     EXPECT_EQ(n, IMG_ERR_DEPTH);
     IMG_delete_bitmap(grey);
     const int32_t tiny = page_handle(test_page(7, 4));
-    save_to_bytes(tiny, 42, &n);
+    save_mem(tiny, 42, &n);
     EXPECT_EQ(n, IMG_ERR_BAD_IMAGE);  // no whole byte of width
     IMG_delete_bitmap(tiny);
 }
 
-std::vector<uint8_t> btr_file(uint8_t coding, const std::vector<uint8_t>& data) {
-    std::vector<uint8_t> f(128, 0);
+Bytes btr_file(uint8_t coding, const Bytes& data) {
+    Bytes f(128, 0);
     f[0] = 0xBB;
     le16(f, 1, 1);
     f[3] = coding;
@@ -158,9 +115,10 @@ TEST(FaxContainers, BtrReadsGroup3AndGroup4) {
     expect_file_decodes(g3, 29, 200, corpus_page());
     // Coding 3 is Group 4; detection only knows coding 1, so the reader is
     // asked directly.
-    const int32_t h = decode_with(faxcontainers::decode_btr, btr_file(3, corpus_g4()));
-    EXPECT_EQ(take_difference(h, corpus_page()), "");
-    EXPECT_EQ(decode_block(std::vector<uint8_t>(g3.begin(), g3.begin() + 127)), IMG_ERR_READ);
+    const Decoded g4 = decode_with(faxcontainers::decode_btr, btr_file(3, corpus_g4()));
+    ASSERT_EQ(g4.status, 0);
+    EXPECT_EQ(page_difference(raster_page(g4.raster()), corpus_page()), "");
+    EXPECT_EQ(decode_mem(Bytes(g3.begin(), g3.begin() + 127)), IMG_ERR_READ);
 }
 
 // Code 29: Group 3 one-dimensional with EOL codes after a 128-byte header;
@@ -170,44 +128,39 @@ TEST(FaxContainers, BtrWriter) {
     for (int32_t dpi : {96, 100, 101, 300}) {
         const int32_t h = page_handle(page, 204, dpi);
         int32_t n = 0;
-        const std::vector<uint8_t> file = save_to_bytes(h, 29, &n);
+        const Bytes file = save_mem(h, 29, &n);
         IMG_delete_bitmap(h);
         ASSERT_GT(n, 128);
-        std::vector<uint8_t> want = btr_file(1, {});
+        Bytes want = btr_file(1, {});
         le16(want, 9, 1728);
         le16(want, 45, 300);
         le16(want, 6, dpi <= 100 ? 100 : 200);
-        EXPECT_EQ(std::vector<uint8_t>(file.begin(), file.begin() + 128), want) << dpi;
-        EXPECT_EQ(take_difference(decode_block(file), page), "");
+        EXPECT_EQ(Bytes(file.begin(), file.begin() + 128), want) << dpi;
+        EXPECT_EQ(take_difference(decode_mem(file), page), "");
         if (dpi == 300 && have_tool("g3topbm")) {
-            const std::string g3 = scratch("btr.g3"), pbm = scratch("btr.pbm");
-            write_file(g3, std::vector<uint8_t>(file.begin() + 128, file.end()));
-            ASSERT_TRUE(run("g3topbm " + g3 + " > " + pbm));
-            EXPECT_EQ(page_difference(load_pbm(pbm), page), "");
-            std::remove(g3.c_str());
-            std::remove(pbm.c_str());
+            EXPECT_EQ(page_difference(g3topbm(Bytes(file.begin() + 128, file.end())), page), "");
         }
     }
     const int32_t wide = page_handle(test_page(70000, 2));
     int32_t n = 0;
-    save_to_bytes(wide, 29, &n);
+    save_mem(wide, 29, &n);
     EXPECT_EQ(n, IMG_ERR_BAD_IMAGE);  // the width field is 16-bit
     IMG_delete_bitmap(wide);
 }
 
 TEST(FaxContainers, KfxReadsGroup4AtItsDataOffset) {
-    std::vector<uint8_t> f = {'.', 'K', 'F'};
+    Bytes f = {'.', 'K', 'F'};
     le16(f, 12, kCorpusWidth / 8);
     le16(f, 14, kCorpusHeight);
     f.resize(512, 0);
     append(f, bit_reversed(corpus_g4()));
     expect_file_decodes(f, 23, 0, corpus_page());
-    EXPECT_EQ(decode_block(std::vector<uint8_t>(f.begin(), f.begin() + 21)), IMG_ERR_READ);
-    EXPECT_EQ(decode_block(std::vector<uint8_t>(f.begin(), f.begin() + 512)), IMG_ERR_READ);
+    EXPECT_EQ(decode_mem(Bytes(f.begin(), f.begin() + 21)), IMG_ERR_READ);
+    EXPECT_EQ(decode_mem(Bytes(f.begin(), f.begin() + 512)), IMG_ERR_READ);
 }
 
-std::vector<uint8_t> lsd_file(uint8_t coding, uint8_t bit_order, bool at_150, const std::vector<uint8_t>& data) {
-    std::vector<uint8_t> f = {0xDC, 0xDC};
+Bytes lsd_file(uint8_t coding, uint8_t bit_order, bool at_150, const Bytes& data) {
+    Bytes f = {0xDC, 0xDC};
     le16(f, 6, kCorpusHeight);
     le16(f, 8, kCorpusWidth);
     f.resize(16, 0);
@@ -223,7 +176,7 @@ TEST(FaxContainers, LsdCodingBitOrderAndDataPosition) {
     struct Case {
         uint8_t coding, bit_order;
         bool at_150;
-        std::vector<uint8_t> data;
+        Bytes data;
     } cases[] = {
         {0, 2, false, bit_reversed(corpus_g4())},  // Group 4, bit order 2: low bit first
         {1, 0, false, bit_reversed(corpus_g4())},  // bit order 0: low bit first
@@ -234,18 +187,18 @@ TEST(FaxContainers, LsdCodingBitOrderAndDataPosition) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.coding) + "/" + std::to_string(c.bit_order) + "/" + std::to_string(c.at_150));
-        const int32_t h = decode_block(lsd_file(c.coding, c.bit_order, c.at_150, c.data));
+        const int32_t h = decode_mem(lsd_file(c.coding, c.bit_order, c.at_150, c.data));
         EXPECT_EQ(take_difference(h, corpus_page()), "");
     }
     const auto f = lsd_file(0, 2, false, bit_reversed(corpus_g4()));
-    EXPECT_EQ(decode_block(std::vector<uint8_t>(f.begin(), f.begin() + 511)), IMG_ERR_READ);
+    EXPECT_EQ(decode_mem(Bytes(f.begin(), f.begin() + 511)), IMG_ERR_READ);
 }
 
 // A MAG file of the given pages (Group 4, first pixel in the low bit): the
 // first block at 149 (or 161 with the sizes at 155/157 left 0), each page's
 // data followed by the next page's block of 100 bytes.
-std::vector<uint8_t> mag_file(const std::vector<std::pair<Page, std::vector<uint8_t>>>& pages, bool moved) {
-    std::vector<uint8_t> f = {'W', 'T', 'I'};
+Bytes mag_file(const std::vector<std::pair<Page, Bytes>>& pages, bool moved) {
+    Bytes f = {'W', 'T', 'I'};
     size_t block = moved ? 161 : 149;
     f.resize(block + 108, 0);
     for (const auto& [page, data] : pages) {
@@ -263,19 +216,19 @@ std::vector<uint8_t> mag_file(const std::vector<std::pair<Page, std::vector<uint
 }
 
 TEST(FaxContainers, MagPagesAreCountedAndSelected) {
-    std::vector<std::pair<Page, std::vector<uint8_t>>> pages;
+    std::vector<std::pair<Page, Bytes>> pages;
     pages.emplace_back(corpus_page(), bit_reversed(corpus_g4()));
     for (auto [w, h] : {std::pair{900u, 700u}, std::pair{2000u, 90u}}) {
         Page p = test_page(w, h);
         const int32_t handle = page_handle(p);
         int32_t n = 0;
-        pages.emplace_back(p, save_to_bytes(handle, 34, &n));  // raw Group 4, bit-reversed
+        pages.emplace_back(p, save_mem(handle, 34, &n));  // raw Group 4, bit-reversed
         IMG_delete_bitmap(handle);
         ASSERT_GT(n, 0);
     }
     for (bool moved : {false, true}) {
         SCOPED_TRACE(moved ? "sizes at 167" : "sizes at 155");
-        const std::string path = scratch("pages.mag");
+        const std::string path = temp_path("pages.mag");
         write_file(path, mag_file(pages, moved));
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), 61);
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
@@ -287,29 +240,29 @@ TEST(FaxContainers, MagPagesAreCountedAndSelected) {
         }
         EXPECT_EQ(IMG_decompress_bitmap_page(path.c_str(), 3), IMG_ERR_NO_PAGE);
         EXPECT_EQ(IMG_decompress_bitmap_page(path.c_str(), 60000), IMG_ERR_NO_PAGE);
-        std::remove(path.c_str());
+        fs::remove(path);
     }
     // One page.
-    const std::string one = scratch("one.mag");
+    const std::string one = temp_path("one.mag");
     write_file(one, mag_file({pages[1]}, false));
     EXPECT_EQ(IMGLOW_get_pages(one.c_str()), 1);
     EXPECT_EQ(take_difference(IMG_decompress_bitmap(one.c_str()), pages[1].first), "");
-    std::remove(one.c_str());
+    fs::remove(one);
 }
 
 TEST(FaxContainers, MagDamagedRecords) {
     Page p = test_page(64, 20);
     const int32_t handle = page_handle(p);
     int32_t n = 0;
-    const std::vector<uint8_t> g4 = save_to_bytes(handle, 34, &n);
+    const Bytes g4 = save_mem(handle, 34, &n);
     IMG_delete_bitmap(handle);
-    const std::vector<uint8_t> good = mag_file({{p, g4}, {p, g4}}, false);
-    auto page_of = [](const std::vector<uint8_t>& f, int32_t page) {
-        const std::string path = scratch("bad.mag");
+    const Bytes good = mag_file({{p, g4}, {p, g4}}, false);
+    auto page_of = [](const Bytes& f, int32_t page) {
+        const std::string path = temp_path("bad.mag");
         write_file(path, f);
         const int32_t h = IMG_decompress_bitmap_page(path.c_str(), page);
         const int32_t pages = IMGLOW_get_pages(path.c_str());
-        std::remove(path.c_str());
+        fs::remove(path);
         if (h >= 0) IMG_delete_bitmap(h);
         return std::pair{h, pages};
     };
@@ -327,12 +280,12 @@ TEST(FaxContainers, MagDamagedRecords) {
     EXPECT_EQ(page_of(bad, 1).first, IMG_ERR_NO_PAGE);
     EXPECT_EQ(page_of(bad, 0).first, IMG_ERR_NO_PAGE);
     // Cut inside the second page's block: one page, the second missing.
-    const std::vector<uint8_t> cut(good.begin(), good.begin() + long(257 + g4.size() + 50));
+    const Bytes cut(good.begin(), good.begin() + long(257 + g4.size() + 50));
     EXPECT_EQ(page_of(cut, 0).second, 1);
     EXPECT_EQ(page_of(cut, 1).first, IMG_ERR_NO_PAGE);
     // Cut before the first record (no page), or before the sizes (a short header).
-    EXPECT_EQ(page_of(std::vector<uint8_t>(good.begin(), good.begin() + 200), 0).first, IMG_ERR_NO_PAGE);
-    EXPECT_EQ(page_of(std::vector<uint8_t>(good.begin(), good.begin() + 156), 0).first, IMG_ERR_READ);
+    EXPECT_EQ(page_of(Bytes(good.begin(), good.begin() + 200), 0).first, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(page_of(Bytes(good.begin(), good.begin() + 156), 0).first, IMG_ERR_READ);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "core/settings.h"
 #include "jpeg_reference.h"
-#include "jpeg_test_util.h"
+#include "jpeg_test.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -57,11 +57,11 @@ TEST(JpegDecode, CorpusRowsMatchTheirReferences) {
             continue;
         }
         ASSERT_EQ(r, 0);
-        EXPECT_EQ(d.header.biWidth, row.width);
-        EXPECT_EQ(d.header.biHeight, row.height);
-        Pnm ref;
-        ASSERT_TRUE(read_pnm(data_path("corpus/" + row.reference), &ref));
-        const double p = psnr(as_pnm_samples(d), ref.px);
+        EXPECT_EQ(d.h().biWidth, row.width);
+        EXPECT_EQ(d.h().biHeight, row.height);
+        const Raster ref = read_netpbm(data_path("corpus/" + row.reference));
+        ASSERT_GT(ref.width, 0);
+        const double p = psnr(samples(d), ref.px);
         const double need = std::atof(row.compare.c_str() + 5);
         std::printf("%-28s %6.2f dB\n", row.file.c_str(), p);
         EXPECT_GE(p, need);
@@ -72,11 +72,11 @@ namespace {
 
 // djpeg writes four-component files as RGB: each of the stored (inverted)
 // C, M, Y values times the stored K over 255.
-std::vector<uint8_t> four_channels_as_djpeg_rgb(const Decoded& d) {
-    std::vector<uint8_t> out;
-    for (int y = 0; y < d.header.biHeight; ++y) {
-        const uint8_t* r = d.row(y);
-        for (int x = 0; x < d.header.biWidth; ++x) {
+Bytes four_channels_as_djpeg_rgb(const Decoded& d) {
+    Bytes out;
+    for (int y = 0; y < d.h().biHeight; ++y) {
+        const uint8_t* r = d.rows[size_t(y)].data();
+        for (int x = 0; x < d.h().biWidth; ++x) {
             const double k = 255 - r[4 * x + 3];
             for (int c = 0; c < 3; ++c) out.push_back(uint8_t((255 - r[4 * x + c]) * k / 255.0 + 0.5));
         }
@@ -94,12 +94,12 @@ TEST(JpegDecode, PeerEncodedFilesMatchDjpeg) {
         SCOPED_TRACE(name);
         Decoded d;
         ASSERT_EQ(jpeg_decode_file(data_path(std::string("jpeg/") + name + ".jpg"), &d), 0);
-        const bool grey = d.header.biBitCount == 8;
-        Pnm ref;
-        ASSERT_TRUE(read_pnm(data_path(std::string("jpeg/") + name + (grey ? ".pgm" : ".ppm")), &ref));
-        ASSERT_EQ(d.header.biWidth, ref.width);
-        ASSERT_EQ(d.header.biHeight, ref.height);
-        const auto ours = d.header.biBitCount == 32 ? four_channels_as_djpeg_rgb(d) : as_pnm_samples(d);
+        const bool grey = d.h().biBitCount == 8;
+        const Raster ref = read_netpbm(data_path(std::string("jpeg/") + name + (grey ? ".pgm" : ".ppm")));
+        ASSERT_GT(ref.width, 0);
+        ASSERT_EQ(d.h().biWidth, ref.width);
+        ASSERT_EQ(d.h().biHeight, ref.height);
+        const auto ours = d.h().biBitCount == 32 ? four_channels_as_djpeg_rgb(d) : samples(d);
         const double p = psnr(ours, ref.px);
         std::printf("%-22s %6.2f dB\n", name, p);
         EXPECT_GE(p, 40.0);
@@ -108,17 +108,17 @@ TEST(JpegDecode, PeerEncodedFilesMatchDjpeg) {
 
 namespace {
 
-std::vector<uint8_t> test_file(const std::string& name) { return read_file(data_path("jpeg/" + name)); }
+Bytes test_file(const std::string& name) { return read_file(data_path("jpeg/" + name)); }
 
 // Offset of the first marker `m` (0xFF m) after SOI.
-size_t find_marker(const std::vector<uint8_t>& f, uint8_t m) {
+size_t find_marker(const Bytes& f, uint8_t m) {
     for (size_t i = 2; i + 1 < f.size(); ++i)
         if (f[i] == 0xFF && f[i + 1] == m) return i;
     return std::string::npos;
 }
 
 // The file without the segments of one marker type.
-std::vector<uint8_t> without_segments(std::vector<uint8_t> f, uint8_t m) {
+Bytes without_segments(Bytes f, uint8_t m) {
     for (size_t at; (at = find_marker(f, m)) != std::string::npos;) {
         const size_t len = size_t((f[at + 2] << 8) | f[at + 3]);
         f.erase(f.begin() + long(at), f.begin() + long(at + 2 + len));
@@ -126,9 +126,9 @@ std::vector<uint8_t> without_segments(std::vector<uint8_t> f, uint8_t m) {
     return f;
 }
 
-bool same_pixels(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+bool same_pixels(const Bytes& a, const Bytes& b) {
     Decoded x, y;
-    return jpeg_decode_bytes(a, &x) == 0 && jpeg_decode_bytes(b, &y) == 0 && x.pixels == y.pixels;
+    return jpeg_decode_bytes(a, &x) == 0 && jpeg_decode_bytes(b, &y) == 0 && x.rows == y.rows;
 }
 
 }  // namespace
@@ -139,8 +139,8 @@ TEST(JpegDecode, RefusesArithmeticLosslessAndTwelveBitFrames) {
         SCOPED_TRACE(name);
         Decoded d;
         EXPECT_EQ(jpeg_decode_file(data_path(name), &d), IMG_ERR_UNSUPPORTED);
-        EXPECT_TRUE(d.rows_seen.empty());
-        EXPECT_EQ(d.header.biSize, 0u);  // refused before the header callback
+        EXPECT_TRUE(d.order.empty());
+        EXPECT_TRUE(d.header.empty());  // refused before the header callback
     }
 }
 
@@ -149,30 +149,30 @@ TEST(JpegDecode, FindsStartOfImageWithinAThousandBytes) {
     Decoded ref;
     ASSERT_EQ(jpeg_decode_bytes(f, &ref), 0);
     for (size_t junk : {size_t(1), size_t(999), size_t(1000), size_t(1001)}) {
-        std::vector<uint8_t> g(junk, 0x20);
+        Bytes g(junk, 0x20);
         g.insert(g.end(), f.begin(), f.end());
         Decoded d;
         const int32_t r = jpeg_decode_bytes(g, &d);
         if (junk <= 1000) {
             EXPECT_EQ(r, 0) << junk;
-            EXPECT_EQ(d.pixels, ref.pixels);
+            EXPECT_EQ(d.rows, ref.rows);
         } else {
             EXPECT_EQ(r, IMG_ERR_BAD_IMAGE);
         }
     }
     // A byte offset, and bit 31 with the stream standing at the data.
-    std::vector<uint8_t> g(5000, 0x55);
+    Bytes g(5000, 0x55);
     g.insert(g.end(), f.begin(), f.end());
     Decoded at;
     EXPECT_EQ(jpeg_decode_bytes(g, &at, {}, 4990), 0);
-    EXPECT_EQ(at.pixels, ref.pixels);
+    EXPECT_EQ(at.rows, ref.rows);
     void* block = tesslin_block_alloc(uint32_t(g.size()));
     std::memcpy(block, g.data(), g.size());
     const int32_t s = stream::mem_create_sized(block, uint32_t(g.size()));
     stream::seek(s, 4500, 0);
     Decoded page;
-    EXPECT_EQ(jpeg::decode(0x80000000u, decoded_row, reinterpret_cast<intptr_t>(&page), decoded_header, s), 0);
-    EXPECT_EQ(page.pixels, ref.pixels);
+    EXPECT_EQ(jpeg::decode(0x80000000u, Decoded::on_row, reinterpret_cast<intptr_t>(&page), Decoded::on_header, s), 0);
+    EXPECT_EQ(page.rows, ref.rows);
     stream::mem_release(s);
     tesslin_block_free(block);
     Decoded empty;
@@ -182,10 +182,10 @@ TEST(JpegDecode, FindsStartOfImageWithinAThousandBytes) {
 TEST(JpegDecode, HeaderFields) {
     Decoded d;
     ASSERT_EQ(jpeg_decode_file(data_path("corpus/jpeg/dpi300.jpg"), &d), 0);
-    EXPECT_EQ(d.header.biXPelsPerMeter, 300);
-    EXPECT_EQ(d.header.biYPelsPerMeter, 300);
-    EXPECT_EQ(d.header.biBitCount, 24);
-    EXPECT_EQ(d.header.biSizeImage, row_bytes(454, 24) * 298);
+    EXPECT_EQ(d.h().biXPelsPerMeter, 300);
+    EXPECT_EQ(d.h().biYPelsPerMeter, 300);
+    EXPECT_EQ(d.h().biBitCount, 24);
+    EXPECT_EQ(d.h().biSizeImage, row_bytes(454, 24) * 298);
 
     // JFIF units 2 (dots per centimetre): 118 -> 300 dpi, 40 -> 102.
     auto f = test_file("grey.jpg");
@@ -195,11 +195,11 @@ TEST(JpegDecode, HeaderFields) {
     f[app0 + 14] = 0, f[app0 + 15] = 40;
     Decoded g;
     ASSERT_EQ(jpeg_decode_bytes(f, &g), 0);
-    EXPECT_EQ(g.header.biXPelsPerMeter, 300);
-    EXPECT_EQ(g.header.biYPelsPerMeter, 102);
-    EXPECT_EQ(g.header.biBitCount, 8);
-    ASSERT_EQ(g.palette.size(), 256u);
-    for (int i = 0; i < 256; ++i) EXPECT_EQ(g.palette[i].rgbRed, i);
+    EXPECT_EQ(g.h().biXPelsPerMeter, 300);
+    EXPECT_EQ(g.h().biYPelsPerMeter, 102);
+    EXPECT_EQ(g.h().biBitCount, 8);
+    ASSERT_EQ(g.header.size(), 40u + 1024);
+    for (int i = 0; i < 256; ++i) EXPECT_EQ(g.palette()[i].rgbRed, i);
 
     // Adobe transform 2 with flags0 0x0080: YCC with K carried through and
     // the alpha marker; transform 0 of the same data: the stored components
@@ -209,13 +209,13 @@ TEST(JpegDecode, HeaderFields) {
     y[app14 + 11] = 0x00, y[app14 + 12] = 0x80;
     Decoded a;
     ASSERT_EQ(jpeg_decode_bytes(y, &a), 0);
-    EXPECT_EQ(a.header.biCompression, 200u);
+    EXPECT_EQ(a.h().biCompression, 200u);
     Decoded raw;
     y[app14 + 15] = 0;
     ASSERT_EQ(jpeg_decode_bytes(y, &raw), 0);
-    EXPECT_EQ(raw.header.biCompression, 0u);
+    EXPECT_EQ(raw.h().biCompression, 0u);
     // Mode 1 carries K through as its stored value; mode 0 inverts it.
-    for (int x = 0; x < 10; ++x) EXPECT_EQ(a.row(5)[4 * x + 3], 255 - raw.row(5)[4 * x + 3]);
+    for (int x = 0; x < 10; ++x) EXPECT_EQ(a.rows[size_t(5)][4 * x + 3], 255 - raw.rows[size_t(5)][4 * x + 3]);
 }
 
 TEST(JpegDecode, TablesAndSamplingFactors) {
@@ -252,7 +252,7 @@ TEST(JpegDecode, BlackGreyImageDecodesToLevelOne) {
     Decoded d;
     ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
     for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 16; ++x) EXPECT_EQ(d.row(y)[x], 1);
+        for (int x = 0; x < 16; ++x) EXPECT_EQ(d.rows[size_t(y)][x], 1);
     tesslin_block_free(black);
 }
 
@@ -267,7 +267,7 @@ TEST(JpegDecode, RestartMarkers) {
     g.erase(g.begin() + long(rst), g.begin() + long(rst + 2));
     Decoded a;
     EXPECT_EQ(jpeg_decode_bytes(g, &a), 0);
-    EXPECT_EQ(a.rows_seen.size(), 74u);
+    EXPECT_EQ(a.order.size(), 74u);
 }
 
 TEST(JpegDecode, StripRestartsAndSharedTables) {
@@ -288,19 +288,19 @@ TEST(JpegDecode, StripRestartsAndSharedTables) {
     jpeg::DecodeOptions o;
     o.strip_rows = 16;
     ASSERT_EQ(jpeg_decode_bytes(strips, &got, o), 0);
-    EXPECT_EQ(got.pixels, expect.pixels);
+    EXPECT_EQ(got.rows, expect.rows);
     ASSERT_EQ(jpeg_decode_bytes(strips, &plain), 0);
-    EXPECT_NE(plain.pixels, expect.pixels);
+    EXPECT_NE(plain.rows, expect.rows);
     Decoded ref;
     ReferenceOptions ro;
     ro.strip_rows = 16;
     ASSERT_EQ(reference_decode(strips, &ref, ro), 0);
-    EXPECT_EQ(ref.pixels, got.pixels);
+    EXPECT_EQ(ref.rows, got.rows);
 
     // Tables shared by abbreviated streams (TIFF JPEGTables): the tables
     // stream holds DQT and DHT, the image stream neither.
     const auto full = test_file("420.jpg");
-    std::vector<uint8_t> tables = {0xFF, 0xD8};
+    Bytes tables = {0xFF, 0xD8};
     for (uint8_t m : {uint8_t(0xDB), uint8_t(0xC4)})
         for (size_t at = find_marker(full, m); at != std::string::npos && full[at + 1] == m;) {
             const size_t len = size_t((full[at + 2] << 8) | full[at + 3]);
@@ -319,12 +319,12 @@ TEST(JpegDecode, StripRestartsAndSharedTables) {
     Decoded a, b;
     ASSERT_EQ(jpeg_decode_bytes(full, &a), 0);
     ASSERT_EQ(jpeg_decode_bytes(image, &b, shared), 0);
-    EXPECT_EQ(a.pixels, b.pixels);
+    EXPECT_EQ(a.rows, b.rows);
     ReferenceOptions rt;
     rt.tables = &tables;
     Decoded c;
     ASSERT_EQ(reference_decode(image, &c, rt), 0);
-    EXPECT_EQ(c.pixels, b.pixels);
+    EXPECT_EQ(c.rows, b.rows);
     // Malformed tables streams are refused.
     auto bad = tables;
     bad[find_marker(bad, 0xDB) + 4] = 0x20;  // precision 2
@@ -335,16 +335,16 @@ TEST(JpegDecode, CallbackContract) {
     const auto f = test_file("420.jpg");
     Decoded d;
     ASSERT_EQ(jpeg_decode_bytes(f, &d), 0);
-    ASSERT_EQ(d.rows_seen.size(), 74u);
-    for (int i = 0; i < 74; ++i) EXPECT_EQ(d.rows_seen[size_t(i)], i);  // top row first, once each
-    EXPECT_EQ(d.row_bytes, row_bytes(113, 24));
+    ASSERT_EQ(d.order.size(), 74u);
+    for (int i = 0; i < 74; ++i) EXPECT_EQ(d.order[size_t(i)], i);  // top row first, once each
+    EXPECT_EQ(d.rows[0].size(), row_bytes(113, 24));
 
     Decoded stop;
-    stop.stop_after = 3;
+    stop.stop_row = 3, stop.stop_status = -5;
     EXPECT_EQ(jpeg_decode_bytes(f, &stop), -5);
-    EXPECT_EQ(stop.rows_seen.size(), 3u);
+    EXPECT_EQ(stop.order.size(), 4u) << "nothing after the row that failed";
     Decoded stop_prog;
-    stop_prog.stop_after = 0;
+    stop_prog.stop_row = 0, stop_prog.stop_status = -5;
     EXPECT_EQ(jpeg_decode_bytes(test_file("progressive.jpg"), &stop_prog), -5);
 
     auto refuse = [](const IMG_BITMAPINFOHEADER*, intptr_t) -> int32_t { return -18; };
@@ -369,25 +369,25 @@ TEST(JpegDecode, CoefficientOutput) {
     const int32_t r = jpeg_decode_bytes(f, &d);
     IMGLOW_set_jpeg_decompression(0);
     ASSERT_EQ(r, 0);
-    EXPECT_EQ(d.header.biBitCount, 96);
-    EXPECT_EQ(d.header.biWidth, 128);  // 113 rounded up to the 16-pixel MCU
-    EXPECT_EQ(d.header.biHeight, 80);
-    EXPECT_EQ(d.rows_seen.size(), 80u);
+    EXPECT_EQ(d.h().biBitCount, 96);
+    EXPECT_EQ(d.h().biWidth, 128);  // 113 rounded up to the 16-pixel MCU
+    EXPECT_EQ(d.h().biHeight, 80);
+    EXPECT_EQ(d.order.size(), 80u);
     // Every 8 x 8 block of the luminance starts with its DC coefficient: a
     // multiple of the DC quantisation step.
     const int q0 = f[find_marker(f, 0xDB) + 5];
     for (int by = 0; by < 10; ++by)
         for (int bx = 0; bx < 16; ++bx) {
-            const int32_t dc = int32_t(load_le32(d.row(by * 8) + size_t(bx) * 8 * 12));
+            const int32_t dc = int32_t(load_le32(d.rows[size_t(by * 8)].data() + size_t(bx) * 8 * 12));
             EXPECT_EQ(dc % q0, 0);
         }
     Decoded grey;
     jpeg::DecodeOptions o;
     o.coefficients = 1;
     ASSERT_EQ(jpeg_decode_bytes(test_file("grey.jpg"), &grey, o), 0);
-    EXPECT_EQ(grey.header.biBitCount, 32);
-    EXPECT_EQ(grey.header.biWidth, 120);
-    EXPECT_EQ(grey.header.biHeight, 80);
+    EXPECT_EQ(grey.h().biBitCount, 32);
+    EXPECT_EQ(grey.h().biWidth, 120);
+    EXPECT_EQ(grey.h().biHeight, 80);
 }
 
 TEST(JpegDecode, BadInputIsRefused) {
@@ -398,7 +398,7 @@ TEST(JpegDecode, BadInputIsRefused) {
     huge[sof + 5] = huge[sof + 6] = huge[sof + 7] = huge[sof + 8] = 0xFF;
     Decoded d;
     EXPECT_EQ(jpeg_decode_bytes(huge, &d), IMG_ERR_BAD_IMAGE);
-    EXPECT_EQ(d.header.biSize, 0u);
+    EXPECT_TRUE(d.header.empty());
     auto zero = f;
     zero[sof + 5] = zero[sof + 6] = 0;
     EXPECT_EQ(jpeg_decode_bytes(zero, &d), IMG_ERR_BAD_IMAGE);
@@ -426,7 +426,7 @@ TEST(JpegDecode, BadInputIsRefused) {
     sel[find_marker(f, 0xDA) + 5] = 9;
     EXPECT_EQ(jpeg_decode_bytes(sel, &d), IMG_ERR_BAD_IMAGE);
     // Nothing after the scan header.
-    std::vector<uint8_t> cut(f.begin(), f.begin() + long(find_marker(f, 0xDA) + 14));
+    Bytes cut(f.begin(), f.begin() + long(find_marker(f, 0xDA) + 14));
     EXPECT_EQ(jpeg_decode_bytes(cut, &d), IMG_ERR_READ);
 }
 
@@ -438,7 +438,7 @@ TEST(JpegDecode, IccProfile) {
     ASSERT_NE(p, nullptr);
     const auto bytes = read_file(data_path("corpus/jpeg/cmyk.jpg"));
     // Chunk payloads from the file itself, in order.
-    std::vector<uint8_t> expect;
+    Bytes expect;
     for (size_t i = 2; i + 3 < bytes.size() && bytes[i] == 0xFF && bytes[i + 1] != 0xDA;) {
         const size_t len = size_t((bytes[i + 2] << 8) | bytes[i + 3]);
         if (bytes[i + 1] == 0xE2 && std::memcmp(&bytes[i + 4], "ICC_PROFILE", 12) == 0)
@@ -468,7 +468,7 @@ TEST(JpegDecode, ThreadsDecodeIndependently) {
             for (int i = 0; i < 20; ++i) {
                 Decoded d;
                 const auto& src = t % 2 ? b : a;
-                if (jpeg_decode_bytes(src, &d) != 0 || d.pixels != (t % 2 ? rb : ra).pixels) ++bad;
+                if (jpeg_decode_bytes(src, &d) != 0 || d.rows != (t % 2 ? rb : ra).rows) ++bad;
             }
         });
     for (auto& t : threads) t.join();

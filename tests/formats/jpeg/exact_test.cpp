@@ -10,7 +10,7 @@
 #include "formats/jpeg/jpeg_internal.h"
 #include "formats/jpeg/jpeg_rows.h"
 #include "jpeg_reference.h"
-#include "jpeg_test_util.h"
+#include "jpeg_test.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -33,7 +33,7 @@ std::vector<std::string> jpeg_files() {
     return files;
 }
 
-void expect_same(const std::vector<uint8_t>& bytes, const jpeg::DecodeOptions& options,
+void expect_same(const Bytes& bytes, const jpeg::DecodeOptions& options,
                  const ReferenceOptions& ref_options, const std::string& what) {
     SCOPED_TRACE(what);
     Decoded lib, ref;
@@ -41,13 +41,11 @@ void expect_same(const std::vector<uint8_t>& bytes, const jpeg::DecodeOptions& o
     const int32_t b = reference_decode(bytes, &ref, ref_options);
     ASSERT_EQ(a, b);
     if (a < 0) return;
-    EXPECT_EQ(0, std::memcmp(&lib.header, &ref.header, sizeof lib.header));
-    EXPECT_EQ(lib.palette.size(), ref.palette.size());
-    ASSERT_EQ(lib.pixels.size(), ref.pixels.size());
+    EXPECT_EQ(lib.header, ref.header);
+    ASSERT_EQ(lib.rows.size(), ref.rows.size());
     size_t first = 0;
-    while (first < lib.pixels.size() && lib.pixels[first] == ref.pixels[first]) ++first;
-    EXPECT_EQ(first, lib.pixels.size()) << "first difference at byte " << first << " (row "
-                                         << (lib.row_bytes ? first / lib.row_bytes : 0) << ")";
+    while (first < lib.rows.size() && lib.rows[first] == ref.rows[first]) ++first;
+    EXPECT_EQ(first, lib.rows.size()) << "first difference in row " << first;
 }
 
 }  // namespace
@@ -69,7 +67,7 @@ TEST(JpegExact, DecoderRowsEqualTheReferenceOnEveryTestFile) {
 namespace {
 
 // Offset of the first byte after the first scan header.
-size_t first_scan_data(const std::vector<uint8_t>& f) {
+size_t first_scan_data(const Bytes& f) {
     for (size_t i = 2; i + 3 < f.size(); ++i)
         if (f[i] == 0xFF && f[i + 1] == 0xDA) return i + 2 + size_t((f[i + 2] << 8) | f[i + 3]);
     return f.size();
@@ -91,13 +89,13 @@ TEST(JpegExact, DamagedDataGivesTheReferenceResult) {
         const size_t start = first_scan_data(good);
         ASSERT_LT(start, good.size());
         for (int i = 0; i < 24; ++i) {
-            std::vector<uint8_t> cut(good.begin(), good.begin() + long(start + (good.size() - start) * i / 24));
+            Bytes cut(good.begin(), good.begin() + long(start + (good.size() - start) * i / 24));
             expect_same(cut, {}, {}, std::string(name) + " cut " + std::to_string(cut.size()));
             Decoded d;
             (jpeg_decode_bytes(cut, &d) < 0 ? negative : complete)++;
         }
         for (int i = 0; i < 40; ++i) {
-            std::vector<uint8_t> bad = good;
+            Bytes bad = good;
             const int flips = 1 + int(rnd() % 4);
             for (int f = 0; f < flips; ++f) bad[start + rnd() % (bad.size() - start)] ^= uint8_t(1 << (rnd() % 8));
             expect_same(bad, {}, {}, std::string(name) + " damage " + std::to_string(i));
@@ -132,7 +130,7 @@ TEST(JpegExact, ColourConversionCoversEveryChromaValue) {
         }
         jpeg::RowConverter conv;
         ASSERT_TRUE(conv.init(layout));
-        std::vector<uint8_t> out(size_t(width) * 3);
+        Bytes out(size_t(width) * 3);
         conv.convert(0, out.data());
         auto L = [](int v) { return v < -128 ? 0 : v > 127 ? 255 : v + 128; };
         for (int x = 0; x < width; ++x) {
@@ -239,7 +237,7 @@ TEST(JpegExact, EncoderColourConversionCoversEveryValue) {
     const jpeg::RgbTables& t = jpeg::rgb_tables();
     for (int h : {0, 1, 2}) {
         for (int shift = 0; shift < 256; shift += 15) {
-            std::vector<uint8_t> bgr(256 * 3);
+            Bytes bgr(256 * 3);
             for (int x = 0; x < 256; ++x) {
                 bgr[3 * x] = uint8_t(x * 11 + shift);
                 bgr[3 * x + 1] = uint8_t(x * 7 + 3 * shift);

@@ -420,7 +420,7 @@ struct Ref {
         if (nf == 1 && !opt.coefficients)
             for (int i = 0; i < 256; ++i)
                 reinterpret_cast<RgbQuad*>(hb + 40)[i] = RgbQuad{uint8_t(i), uint8_t(i), uint8_t(i), 0};
-        decoded_header(h, reinterpret_cast<intptr_t>(out));
+        Decoded::on_header(h, reinterpret_cast<intptr_t>(out));
 
         // Scans.
         size_t pos = size_t(sos);
@@ -543,7 +543,7 @@ struct Ref {
     rows:
         std::vector<std::vector<int8_t>> plane(static_cast<size_t>(nf));
         std::vector<std::vector<int32_t>> cplane(static_cast<size_t>(nf));
-        std::vector<uint8_t> line(out->row_bytes);
+        std::vector<uint8_t> line(row_bytes(uint32_t(out->width()), uint32_t(out->bits())));
         for (int r = 0; r < my; ++r) {
             for (int i = 0; i < nf; ++i) {
                 Comp& k = c[i];
@@ -618,7 +618,7 @@ struct Ref {
                         p[3] = uint8_t(255 - L(K));
                     }
                 }
-                decoded_row(line.data(), reinterpret_cast<intptr_t>(out), row, out->row_bytes);
+                Decoded::on_row(line.data(), reinterpret_cast<intptr_t>(out), row, uint32_t(line.size()));
             }
         }
         return 0;

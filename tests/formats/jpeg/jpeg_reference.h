@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "jpeg_test_util.h"
+#include "jpeg_test.h"
 
 namespace tesslin::test {
 

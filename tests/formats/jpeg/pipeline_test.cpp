@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "core/settings.h"
-#include "jpeg_test_util.h"
+#include "jpeg_test.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -15,12 +15,12 @@ namespace {
 void expect_handle_rows(int32_t h, const Decoded& d) {
     int32_t w = 0, ht = 0, bits = 0;
     ASSERT_NE(IMG_bitmap_info(h, &w, &ht, &bits), IMG_ERR_HANDLE);
-    ASSERT_EQ(w, d.header.biWidth);
-    ASSERT_EQ(ht, d.header.biHeight);
-    ASSERT_EQ(bits, d.header.biBitCount);
+    ASSERT_EQ(w, d.h().biWidth);
+    ASSERT_EQ(ht, d.h().biHeight);
+    ASSERT_EQ(bits, d.h().biBitCount);
     for (int r = 0; r < ht; ++r) {
         const auto row = get_row(h, r);
-        ASSERT_EQ(0, std::memcmp(row.data(), d.row(r), d.row_bytes)) << "row " << r;
+        ASSERT_EQ(row, d.rows[size_t(r)]) << "row " << r;
     }
 }
 
@@ -37,7 +37,7 @@ TEST(JpegPipeline, DecodeEntryPointsGiveTheDecodersRows) {
         ASSERT_GE(h, 0);
         expect_handle_rows(h, d);
         auto* hd = reinterpret_cast<DibHeader*>(IMG_bitmap_info(h, nullptr, nullptr, nullptr));
-        EXPECT_EQ(hd->biXPelsPerMeter, d.header.biXPelsPerMeter);
+        EXPECT_EQ(hd->biXPelsPerMeter, d.h().biXPelsPerMeter);
         IMG_delete_bitmap(h);
     }
     EXPECT_LT(IMG_decompress_bitmap(data_path("corpus/jpeg/arithmetic.jpg").c_str()), 0);
@@ -62,8 +62,8 @@ TEST(JpegPipeline, BmpWithJpegCompression) {
 TEST(JpegPipeline, SaveWithCodeThirteen) {
     const Settings saved = settings();
     IMGLOW_set_comp_quality(75);
-    Pnm photo;
-    ASSERT_TRUE(read_pnm(data_path("corpus/refs/b8d8b9b4501bf26d.ppm"), &photo));
+    const Raster photo = read_netpbm(data_path("corpus/refs/b8d8b9b4501bf26d.ppm"));
+    ASSERT_GT(photo.width, 0);
     const int32_t h = IMG_create_handle_keep(dib_from_pnm(photo));
     ASSERT_GE(h, 0);
     const std::string by_code = temp_path("save13.jpg"), by_name = temp_path("byname.jpg");
@@ -81,7 +81,7 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
     // Back through the library: close to the source.
     const int32_t back = IMG_decompress_bitmap(by_code.c_str());
     ASSERT_GE(back, 0);
-    std::vector<uint8_t> rgb;
+    Bytes rgb;
     for (int r = 0; r < photo.height; ++r) {
         const auto row = get_row(back, r);
         for (int x = 0; x < photo.width; ++x)
@@ -95,8 +95,8 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
     ASSERT_EQ(IMG_save_bitmap(h, by_code.c_str(), 13), 0);
     Decoded cropped;
     ASSERT_EQ(jpeg_decode_file(by_code, &cropped), 0);
-    EXPECT_EQ(cropped.header.biWidth, 50);
-    EXPECT_EQ(cropped.header.biHeight, 30);
+    EXPECT_EQ(cropped.h().biWidth, 50);
+    EXPECT_EQ(cropped.h().biHeight, 30);
     IMG_delete_bitmap(h);
 
     // 16-bit images are refused, 32-bit ones come back as four channels.

@@ -8,7 +8,7 @@
 #include "core/io.h"
 #include "core/stream.h"
 #include "formats/png/inflate.h"
-#include "png_helpers.h"
+#include "png_test.h"
 
 using namespace tesslin;
 

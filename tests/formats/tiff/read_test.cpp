@@ -14,34 +14,19 @@
 #include <map>
 #include <thread>
 
-#include "pipeline/dispatch.h"
-#include "tiff_test_util.h"
+#include "tiff_test.h"
 
 using namespace tesslin;
-using namespace tesslin::tifftest;
-namespace fs = std::filesystem;
+using namespace tesslin::test;
 
 namespace {
 
-const std::string kSuite = test::data_path("corpus/suites/libtiff");
-const std::string kCorpus = test::data_path("corpus");
+const std::string kSuite = corpus("suites/libtiff");
+const std::string kCorpus = data_path("corpus");
 
-// A file with one byte changed.
-std::vector<uint8_t> patched(std::vector<uint8_t> f, size_t at, uint8_t v) {
+Bytes patched(Bytes f, size_t at, uint8_t v) {
     f.at(at) = v;
     return f;
-}
-
-// Offset of the value field of `tag` in the first directory of a
-// little-endian file.
-size_t field_of(const std::vector<uint8_t>& f, uint16_t tag) {
-    const uint32_t ifd = load_le32(&f[4]);
-    const uint32_t n = load_le16(&f[ifd]);
-    for (uint32_t i = 0; i < n; ++i) {
-        const size_t e = ifd + 2 + 12 * size_t(i);
-        if (load_le16(&f[e]) == tag) return e + 8;
-    }
-    return 0;
 }
 
 int32_t handle_of(const std::string& path, int32_t page = 0) {
@@ -94,7 +79,7 @@ TEST(TiffSuite, EveryFileDecodesToItsReference) {
             if (!have_pillow()) continue;
             const int32_t h = IMG_decompress_tiled_bitmap(path.c_str(), 0);
             ASSERT_GE(h, 0) << name;
-            const Raster got = test::handle_raster(h), ref = pillow(path, "RGB");
+            const Raster got = handle_raster(h), ref = pillow(path, "RGB");
             IMG_delete_bitmap(h);
             ASSERT_EQ(got.width, ref.width);
             ASSERT_EQ(got.height, ref.height);
@@ -146,7 +131,7 @@ TEST(TiffSuite, EveryFileDecodesToItsReference) {
             if (!have_pillow()) continue;
             ref = pillow(path, e.reference.substr(7));
         } else {
-            ref = test::read_netpbm(kSuite + "/" + e.reference);
+            ref = read_netpbm(kSuite + "/" + e.reference);
         }
         ASSERT_GT(ref.width, 0) << name;
         EXPECT_EQ(differences(d, ref, e.channels), 0) << name;
@@ -189,7 +174,7 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
 // Pages of a big-endian multi-page file: each page is its own directory;
 // a page beyond the chain is -11.
 TEST(TiffRead, PagesOfAMultiPageFile) {
-    const auto file = test::read_file(kCorpus + "/doc/multipage-g4-bigendian.tif");
+    const auto file = read_file(kCorpus + "/doc/multipage-g4-bigendian.tif");
     const Decoded p0 = decode(file, 0x80000000u), p2 = decode(file, 0x80000002u);
     ASSERT_EQ(p0.status, 0);
     ASSERT_EQ(p2.status, 0);
@@ -204,8 +189,8 @@ TEST(TiffRead, PagesOfAMultiPageFile) {
 // A Group 4 fax page whose ImageLength is missing: width 1728 gives the
 // standard 1045 rows.
 TEST(TiffRead, FaxPageWithoutLengthHasTheStandardHeight) {
-    std::vector<uint8_t> f = test::read_file(kCorpus + "/doc/g4.tif");
-    const size_t at = field_of(f, 257);
+    Bytes f = read_file(kCorpus + "/doc/g4.tif");
+    const size_t at = tiff_field(f, 257);
     ASSERT_GT(at, 0u);
     store_le16(&f[at - 8], 0x7FFF);  // some private tag number instead of ImageLength
     const Decoded d = decode(f);
@@ -217,9 +202,9 @@ TEST(TiffRead, FaxPageWithoutLengthHasTheStandardHeight) {
 // WhiteIsZero Group 4 data arrives as it is coded; the same data marked
 // BlackIsZero arrives with every row inverted; both with black, white.
 TEST(TiffRead, PhotometricOfFaxData) {
-    std::vector<uint8_t> f = test::read_file(kCorpus + "/doc/g4.tif");
+    Bytes f = read_file(kCorpus + "/doc/g4.tif");
     const Decoded white = decode(f);
-    store_le16(&f[field_of(f, 262)], 1);
+    store_le16(&f[tiff_field(f, 262)], 1);
     const Decoded black = decode(f);
     ASSERT_EQ(white.status, 0);
     ASSERT_EQ(black.status, 0);
@@ -233,8 +218,8 @@ TEST(TiffRead, PhotometricOfFaxData) {
 
 // Resolution 200 per centimetre is reported as 508 dots per inch.
 TEST(TiffRead, CentimetreResolution) {
-    Builder b;
-    const uint32_t strip = b.add_data(std::vector<uint8_t>(4, 0x55));
+    TiffBuilder b;
+    const uint32_t strip = b.add_data(Bytes(4, 0x55));
     b.add_long(256, 8);
     b.add_long(257, 4);
     b.add_short(259, 1);
@@ -251,21 +236,35 @@ TEST(TiffRead, CentimetreResolution) {
     EXPECT_EQ(d.h().biYPelsPerMeter, 508);
 }
 
+// Tiled pages assembled from their tiles, the edge tiles clipped: a 24-bit
+// page (227 x 149 in tiles of 64) and a bilevel one, exactly their
+// references; files that are not tiled are refused.
+TEST(TiffRead, TiledPagesAssembleIntoOneImage) {
+    for (auto [file, ref] : {std::pair{"tone/rgb-tiled.tif", "b8d8b9b4501bf26d.ppm"},
+                             {"doc/bilevel-tiled.tif", "4801f0abbac4f916.pbm"}}) {
+        const int32_t h = IMG_decompress_tiled_bitmap((kCorpus + "/" + file).c_str(), 0);
+        ASSERT_GE(h, 0) << file;
+        EXPECT_EQ(count_differences(handle_raster(h), read_netpbm(kCorpus + "/refs/" + ref), 3), 0u) << file;
+        IMG_delete_bitmap(h);
+    }
+    EXPECT_EQ(IMG_decompress_tiled_bitmap((kCorpus + "/bmp/rgb24.bmp").c_str(), 0), IMG_ERR_NOT_TILED);
+    EXPECT_EQ(IMG_decompress_tiled_bitmap((kCorpus + "/tone/rgb-none.tif").c_str(), 0), IMG_ERR_NOT_TILED);
+    EXPECT_EQ(IMG_decompress_tiled_bitmap("/nonexistent", 0), IMG_ERR_OPEN);
+}
+
 // A tiled page decoded with tile index 5 delivers tile 5 alone, sized as a
 // tile; the tile and tag queries describe the file.
 TEST(TiffRead, TilesAndTheirQueries) {
     const std::string path = kCorpus + "/tone/rgb-tiled.tif";
-    const auto file = test::read_file(path);
+    const auto file = read_file(path);
     const Decoded t5 = decode(file, 0x80000000u | (5u << 16));
     ASSERT_EQ(t5.status, 0);
     EXPECT_EQ(t5.width(), 64);
     EXPECT_EQ(t5.height(), 64);
     // Tile 5 is the second tile of the second row of tiles (4 across).
-    const Raster whole = test::read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
-    uint8_t p[4];
-    pixel(t5, 3, 7, p);
-    EXPECT_EQ(p[0], whole.at(64 + 3, 64 + 7)[0]);
-    EXPECT_EQ(p[2], whole.at(64 + 3, 64 + 7)[2]);
+    const Raster whole = read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
+    EXPECT_EQ(t5.raster().at(3, 7)[0], whole.at(64 + 3, 64 + 7)[0]);
+    EXPECT_EQ(t5.raster().at(3, 7)[2], whole.at(64 + 3, 64 + 7)[2]);
 
     int32_t info[5] = {};
     EXPECT_EQ(IMGLOW_get_tile_info(path.c_str(), info, 0), 0);
@@ -317,28 +316,28 @@ TEST(TiffRead, TagQueries) {
 TEST(TiffRead, DirectoryListing) {
     for (bool big : {false, true}) {
         SCOPED_TRACE(big ? "big-endian" : "little-endian");
-        Builder b(big);
-        const uint32_t strip = b.add_data(std::vector<uint8_t>(4, 0));
+        TiffBuilder b(big);
+        const uint32_t strip = b.add_data(Bytes(4, 0));
         b.add_long(256, 8);
         b.add_long(257, 4);
         b.add_long(273, strip);
         b.add(258, 3, {8, 8, 8, 8, 8, 8});  // six SHORTs: data elsewhere
         b.add_rational(282, 300, 1);
         b.add_ascii(305, "listing");
-        auto be_or_le = [&](std::vector<uint8_t> v) {
+        auto be_or_le = [&](Bytes v) {
             if (!big) std::reverse(v.begin(), v.end());
             return v;
         };
         b.entries.push_back({0x8001, 6, 1, {0xFB}});                        // SBYTE -5
         b.entries.push_back({0x8002, 8, 1, be_or_le({0xFF, 0xFE})});        // SSHORT -2
         b.entries.push_back({0x8003, 12, 1, be_or_le({0x3F, 0xF8, 0, 0, 0, 0, 0, 0})});  // 1.5
-        std::vector<uint8_t> srational = be_or_le({0xFF, 0xFF, 0xFF, 0xFF});  // -1 / 3
-        const std::vector<uint8_t> three = be_or_le({0, 0, 0, 3});
+        Bytes srational = be_or_le({0xFF, 0xFF, 0xFF, 0xFF});  // -1 / 3
+        const Bytes three = be_or_le({0, 0, 0, 3});
         srational.insert(srational.end(), three.begin(), three.end());
         b.entries.push_back({0x8004, 10, 1, srational});
         b.set_first(b.finish_directory());
         const std::string path = temp_path("listing.tif");
-        test::write_file(path, b.bytes);
+        write_file(path, b.bytes);
 
         const int32_t n = IMGLOW_get_tiff_directory(path.c_str(), 0, nullptr, 0);
         ASSERT_EQ(n, 10);
@@ -369,8 +368,8 @@ TEST(TiffRead, DirectoryListing) {
 
         EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 1, f.data(), n), IMG_ERR_NO_PAGE);
         // Cut inside the directory.
-        std::vector<uint8_t> cut(b.bytes.begin(), b.bytes.end() - 30);
-        test::write_file(path, cut);
+        Bytes cut(b.bytes.begin(), b.bytes.end() - 30);
+        write_file(path, cut);
         EXPECT_LT(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), n), 0);
         fs::remove(path);
     }
@@ -381,24 +380,21 @@ TEST(TiffRead, DirectoryListing) {
 
 // Channel mode (a negative page): one byte of each pixel as 8-bit grey.
 TEST(TiffRead, ChannelMode) {
-    const auto file = test::read_file(kCorpus + "/tone/rgb-none.tif");
+    const auto file = read_file(kCorpus + "/tone/rgb-none.tif");
     const Decoded whole = decode(file);
     const Decoded green = decode(file, uint32_t(-1));
     ASSERT_EQ(green.status, 0);
     EXPECT_EQ(green.bits(), 8);
-    for (int32_t x = 0; x < whole.width(); x += 17) {
-        uint8_t p[4];
-        pixel(whole, x, 40, p);
-        EXPECT_EQ(green.rows[40][size_t(x)], p[1]);
-    }
+    const Raster rgb = whole.raster();
+    for (int32_t x = 0; x < whole.width(); x += 17) EXPECT_EQ(green.rows[40][size_t(x)], rgb.at(x, 40)[1]);
     EXPECT_EQ(decode(file, uint32_t(-3)).status, IMG_ERR_BAD_IMAGE);  // RGB has bytes 0 to 2
 }
 
 // Our writer's page index: page p's directory is found at 20 + 4p without
 // walking the chain (here the chain is cut to prove it).
 TEST(TiffRead, PageIndexIsFollowed) {
-    std::vector<uint8_t> one = test::read_file(kCorpus + "/tone/grey-none.tif");
-    Builder b;
+    Bytes one = read_file(kCorpus + "/tone/grey-none.tif");
+    TiffBuilder b;
     b.bytes.resize(20 + 4 * 4, 0);
     std::memcpy(&b.bytes[8], "Tesslin", 8);
     store_le32(&b.bytes[16], 2);
@@ -406,7 +402,7 @@ TEST(TiffRead, PageIndexIsFollowed) {
     // Two pages of 2 x 2 grey, each its own directory, not chained.
     std::vector<uint32_t> ifds;
     for (uint8_t level : {10, 200}) {
-        const uint32_t strip = b.add_data(std::vector<uint8_t>(4, level));
+        const uint32_t strip = b.add_data(Bytes(4, level));
         b.add_long(256, 2);
         b.add_long(257, 2);
         b.add_short(258, 8);
@@ -429,27 +425,26 @@ TEST(TiffRead, PageIndexIsFollowed) {
 // Compressed data that ends early, directories that loop or point outside
 // the file, counts no file can hold, zero tile sizes: negative statuses.
 TEST(TiffRead, DamagedFilesFailCleanly) {
-    const std::vector<uint8_t> lzw = test::read_file(kCorpus + "/tone/rgb-lzw.tif");
-    const std::vector<uint8_t> packbits = test::read_file(kCorpus + "/tone/rgb-packbits.tif");
-    const std::vector<uint8_t> none = test::read_file(kCorpus + "/tone/rgb-none.tif");
-    const std::vector<uint8_t> g4 = test::read_file(kCorpus + "/doc/g4-strips.tif");
+    const Bytes lzw = read_file(kCorpus + "/tone/rgb-lzw.tif");
+    const Bytes packbits = read_file(kCorpus + "/tone/rgb-packbits.tif");
+    const Bytes none = read_file(kCorpus + "/tone/rgb-none.tif");
+    const Bytes g4 = read_file(kCorpus + "/doc/g4-strips.tif");
 
     // Uncompressed and PackBits strips cut short: -12.
-    Decoded d = decode(std::vector<uint8_t>(none.begin(), none.begin() + 50000));
+    Decoded d = decode(Bytes(none.begin(), none.begin() + 50000));
     EXPECT_LT(d.status, 0);
-    std::vector<uint8_t> f = packbits;
-    store_le32(&f[field_of(f, 279)], load_le32(&f[field_of(f, 279)]));  // intact
+    Bytes f;
     // Header, offsets and counts pointing past the end of the file.
     f = none;
     store_le32(&f[4], 0x7FFFFF00);
     EXPECT_LT(decode(f).status, 0);
     f = none;
-    store_le32(&f[field_of(f, 273)], 0x7FFFF000);  // StripOffsets array beyond the file
+    store_le32(&f[tiff_field(f, 273)], 0x7FFFF000);  // StripOffsets array beyond the file
     EXPECT_LT(decode(f).status, 0);
     // Absurd sizes: a width no stream can back.
     f = lzw;
-    store_le32(&f[field_of(f, 256)], 0x00FFFFFF);
-    store_le16(&f[field_of(f, 256) - 6], 4);
+    store_le32(&f[tiff_field(f, 256)], 0x00FFFFFF);
+    store_le16(&f[tiff_field(f, 256) - 6], 4);
     EXPECT_LT(decode(f).status, 0);
     // Entry counts outside 3..550.
     f = none;
@@ -457,19 +452,19 @@ TEST(TiffRead, DamagedFilesFailCleanly) {
     EXPECT_EQ(decode(f).status, IMG_ERR_BAD_IMAGE);
     // Wrong byte order word.
     EXPECT_EQ(decode(patched(none, 0, 'X')).status, IMG_ERR_UNSUPPORTED);
-    EXPECT_EQ(decode(std::vector<uint8_t>(none.begin(), none.begin() + 6)).status, IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(decode(Bytes(none.begin(), none.begin() + 6)).status, IMG_ERR_BAD_IMAGE);
     // A directory chain that loops: the pages end where it loops.
     f = none;
     const uint32_t ifd = load_le32(&f[4]);
     const uint32_t n = load_le16(&f[ifd]);
     store_le32(&f[ifd + 2 + 12 * n], ifd);
     EXPECT_EQ(decode(f, 0x80000005u).status, IMG_ERR_NO_PAGE);
-    test::write_file(temp_path("loop.tif"), f);
+    write_file(temp_path("loop.tif"), f);
     EXPECT_EQ(IMGLOW_get_pages(temp_path("loop.tif").c_str()), 1);
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(256, 0, nullptr, temp_path("loop.tif").c_str(), nullptr, 4),
               IMG_ERR_NO_PAGE);
     // A tile size of 0.
-    Builder b;
+    TiffBuilder b;
     b.add_long(256, 64);
     b.add_long(257, 64);
     b.add_long(322, 0);
@@ -477,14 +472,14 @@ TEST(TiffRead, DamagedFilesFailCleanly) {
     b.add_long(324, 8);
     b.set_first(b.finish_directory());
     EXPECT_LT(decode(b.bytes).status, 0);
-    test::write_file(temp_path("zero-tile.tif"), b.bytes);
+    write_file(temp_path("zero-tile.tif"), b.bytes);
     int32_t info[5];
     EXPECT_EQ(IMGLOW_get_tile_info(temp_path("zero-tile.tif").c_str(), info, 0), IMG_ERR_BAD_IMAGE);
     EXPECT_LT(IMG_decompress_tiled_bitmap(temp_path("zero-tile.tif").c_str(), 0), 0);
     // Every truncation of a Group 4 and an LZW file: a status, never a crash.
     for (const auto* src : {&g4, &lzw, &packbits}) {
         for (size_t cut = 8; cut < src->size(); cut += src->size() / 97 + 1) {
-            std::vector<uint8_t> t(src->begin(), src->begin() + long(cut));
+            Bytes t(src->begin(), src->begin() + long(cut));
             decode(t);
         }
     }
@@ -495,26 +490,24 @@ TEST(TiffRead, DamagedFilesFailCleanly) {
 // A damaged LZW strip in the middle of a page: its rows arrive as far as
 // they decoded and the rest of the page decodes.
 TEST(TiffRead, LzwStripWithABadCodeDoesNotStopThePage) {
-    std::vector<uint8_t> f = test::read_file(kCorpus + "/tone/rgb-lzw-strips.tif");
-    const uint32_t offsets = load_le32(&f[field_of(f, 273)]);
+    Bytes f = read_file(kCorpus + "/tone/rgb-lzw-strips.tif");
+    const uint32_t offsets = load_le32(&f[tiff_field(f, 273)]);
     const uint32_t strip3 = load_le32(&f[offsets + 12]);
     for (int i = 40; i < 60; ++i) f[strip3 + uint32_t(i)] = 0xFF;
     const Decoded d = decode(f);
     EXPECT_EQ(d.status, 0);
     EXPECT_TRUE(d.complete());
-    const Raster ref = test::read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
+    const Raster ref = read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
     // Strips other than the damaged one are intact.
-    uint8_t p[4];
-    pixel(d, 100, 100, p);
-    EXPECT_EQ(p[0], ref.at(100, 100)[0]);
+    EXPECT_EQ(d.raster().at(100, 100)[0], ref.at(100, 100)[0]);
 }
 
 // Old-style JPEG (compression 6 with the tables in the directory): a
 // baseline JPEG file taken apart into tables and entropy-coded data decodes
 // to what the JPEG decoder makes of the file itself.
 TEST(TiffRead, OldStyleJpeg) {
-    const std::vector<uint8_t> jpg = test::read_file(kCorpus + "/jpeg/420.jpg");
-    std::map<int, std::vector<uint8_t>> quant, huff;  // by table id; huff: class * 4 + id
+    const Bytes jpg = read_file(kCorpus + "/jpeg/420.jpg");
+    std::map<int, Bytes> quant, huff;  // by table id; huff: class * 4 + id
     int width = 0, height = 0, h1 = 1, v1 = 1;
     int tq[3] = {}, td[3] = {}, ta[3] = {};
     size_t data = 0, pos = 2;
@@ -549,8 +542,8 @@ TEST(TiffRead, OldStyleJpeg) {
     }
     ASSERT_GT(data, 0u);
     ASSERT_EQ(jpg[jpg.size() - 2], 0xFF);
-    Builder b;
-    const uint32_t strip = b.add_data(std::vector<uint8_t>(jpg.begin() + long(data), jpg.end() - 2));
+    TiffBuilder b;
+    const uint32_t strip = b.add_data(Bytes(jpg.begin() + long(data), jpg.end() - 2));
     std::vector<uint32_t> q, dc, ac;
     for (int c = 0; c < 3; ++c) {
         q.push_back(b.add_data(quant[tq[c]]));
@@ -573,10 +566,7 @@ TEST(TiffRead, OldStyleJpeg) {
     b.add(530, 3, {uint32_t(h1), uint32_t(v1)});
     b.set_first(b.finish_directory());
 
-    Decoded whole;
-    const int32_t s = stream::mem_create_sized(const_cast<uint8_t*>(jpg.data()), uint32_t(jpg.size()));
-    whole.status = dispatch::decoder_for("jpg")(0, on_row, intptr_t(&whole), on_header, s);
-    stream::mem_release(s);
+    const Decoded whole = jpeg_rows(jpg);
     ASSERT_EQ(whole.status, 0);
     const Decoded d = decode(b.bytes);
     ASSERT_EQ(d.status, 0);
@@ -606,10 +596,10 @@ TEST(TiffRead, ThreadsDecodeAlike) {
 namespace {
 
 // A one-strip uncompressed page of the given samples built entry by entry.
-std::vector<uint8_t> page_of(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
-                             uint32_t photometric, const std::vector<uint8_t>& data,
-                             bool big = false, std::function<void(Builder&)> more = {}) {
-    Builder b(big);
+Bytes page_of(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
+                             uint32_t photometric, const Bytes& data,
+                             bool big = false, std::function<void(TiffBuilder&)> more = {}) {
+    TiffBuilder b(big);
     const uint32_t strip = b.add_data(data);
     b.add_long(256, width);
     b.add_long(257, height);
@@ -639,8 +629,8 @@ TEST(TiffRead, SampleLayouts) {
     d = decode(page_of(2, 1, {16}, 1, {0x12, 0x34, 0xAB, 0xCD}, true));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.bits(), 16);
-    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 4),
-              (std::vector<uint8_t>{0x34, 0x12, 0xCD, 0xAB}));
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 4),
+              (Bytes{0x34, 0x12, 0xCD, 0xAB}));
     // 12-bit grey: 16-bit samples, shifted up by 4.
     d = decode(page_of(2, 1, {12}, 1, {0xAB, 0xC1, 0x23}));
     ASSERT_EQ(d.status, 0);
@@ -659,21 +649,21 @@ TEST(TiffRead, SampleLayouts) {
     // 4-bit RGB: value x 16, blue first.
     d = decode(page_of(1, 1, {4, 4, 4}, 2, {0x12, 0x30}));
     ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 3),
-              (std::vector<uint8_t>{48, 32, 16}));
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (Bytes{48, 32, 16}));
     // Separated with three samples: 255 - sample.
     d = decode(page_of(1, 1, {8, 8, 8}, 5, {10, 20, 30}));
     ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 3),
-              (std::vector<uint8_t>{225, 235, 245}));
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (Bytes{225, 235, 245}));
     // YCbCr subsampled 2 x 1: Y0, Y1, Cb, Cr for two pixels; each
     // correction truncated (1.772 x 72 = 127.6, 0.34414 x 72 = 24.8).
     d = decode(page_of(2, 1, {8, 8, 8}, 6, {100, 150, 200, 128},
-                       false, [](Builder& b) { b.add(530, 3, {2, 1}); }));
+                       false, [](TiffBuilder& b) { b.add(530, 3, {2, 1}); }));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.bits(), 24);
-    EXPECT_EQ(std::vector<uint8_t>(d.rows[0].begin(), d.rows[0].begin() + 6),
-              (std::vector<uint8_t>{227, 76, 100, 255, 126, 150}));
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 6),
+              (Bytes{227, 76, 100, 255, 126, 150}));
     // CIELab: L 100 (255) is white, L 0 nearly black (the conversion keeps
     // the 16 / 116 offset of its cube root: 9).
     d = decode(page_of(2, 1, {8, 8, 8}, 8, {255, 0, 0, 0, 0, 0}));
@@ -682,11 +672,11 @@ TEST(TiffRead, SampleLayouts) {
     for (int i = 3; i < 6; ++i) EXPECT_EQ(d.rows[0][size_t(i)], 9);
     // Horizontal differencing of 16-bit samples.
     d = decode(page_of(2, 1, {16}, 1, {0xE8, 0x03, 0x05, 0x00},
-                       false, [](Builder& b) { b.add_short(317, 2); }));
+                       false, [](TiffBuilder& b) { b.add_short(317, 2); }));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(load_le16(&d.rows[0][2]), 1005);
     // Fill order 2: the bits of each byte reversed.
-    d = decode(page_of(8, 1, {1}, 1, {0x01}, false, [](Builder& b) { b.add_short(266, 2); }));
+    d = decode(page_of(8, 1, {1}, 1, {0x01}, false, [](TiffBuilder& b) { b.add_short(266, 2); }));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.rows[0][0], 0x80);
     // A colour map of 8-bit levels is taken as it is.
@@ -694,7 +684,7 @@ TEST(TiffRead, SampleLayouts) {
     map[1] = 200;          // red of entry 1
     map[16 + 1] = 100;     // green
     map[32 + 1] = 50;      // blue
-    d = decode(page_of(2, 1, {4}, 3, {0x10}, false, [&](Builder& b) { b.add(320, 3, map); }));
+    d = decode(page_of(2, 1, {4}, 3, {0x10}, false, [&](TiffBuilder& b) { b.add(320, 3, map); }));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.palette()[1].rgbRed, 200);
     EXPECT_EQ(d.palette()[1].rgbGreen, 100);
@@ -703,8 +693,8 @@ TEST(TiffRead, SampleLayouts) {
 
 // PackBits runs may run past the end of a row into the next one.
 TEST(TiffRead, PackBitsRunAcrossRows) {
-    std::vector<uint8_t> f = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
-    store_le16(&f[field_of(f, 259)], 32773);
+    Bytes f = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
+    store_le16(&f[tiff_field(f, 259)], 32773);
     const Decoded d = decode(f);
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.rows[0][3], 77);
@@ -719,16 +709,16 @@ TEST(TiffRead, JpegPagesInRgb) {
     ASSERT_TRUE(run("tiffcp -c jpeg:r -r 16 '" + kCorpus + "/tone/rgb-none.tif' '" + path + "'"));
     const Decoded d = decode_file(path);
     ASSERT_EQ(d.status, 0);
-    EXPECT_GT(psnr(d, pillow(path, "RGB")), 40.0);
+    EXPECT_GT(psnr(d.raster(), pillow(path, "RGB")), 40.0);
     fs::remove(path);
 }
 
 // Compression 32010 goes to the ABIC module, with the page's size and
 // depth read from its directory.
 TEST(TiffRead, AbicPagesGoToTheModule) {
-    std::vector<uint8_t> f = page_of(20, 6, {1}, 0, std::vector<uint8_t>(40, 0));
-    store_le16(&f[field_of(f, 259)], 32010);
-    void* block = test::to_block(f);
+    Bytes f = page_of(20, 6, {1}, 0, Bytes(40, 0));
+    store_le16(&f[tiff_field(f, 259)], 32010);
+    void* block = to_block(f);
     EXPECT_EQ(IMGLOW_get_filetype_mem(block), 46);
     IMG_unload_plugins();
     tesslin_set_plugin_dir((std::string(TESSLIN_TEST_PLUGINS) + "/abicmod").c_str());

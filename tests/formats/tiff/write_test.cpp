@@ -9,12 +9,10 @@
 #include <filesystem>
 #include <map>
 
-#include "pipeline/dispatch.h"
-#include "tiff_test_util.h"
+#include "tiff_test.h"
 
 using namespace tesslin;
-using namespace tesslin::tifftest;
-namespace fs = std::filesystem;
+using namespace tesslin::test;
 
 namespace {
 
@@ -31,7 +29,7 @@ struct Restore {
 // A test image of a depth: patterns that exercise runs and literals.
 int32_t image(int bits, bool colour_palette = false, bool alpha = true, int32_t w = 123,
               int32_t h = 37) {
-    void* dib = test::make_dib(w, h, bits, [&](uint8_t* row, uint32_t n, int32_t y) {
+    void* dib = make_dib(w, h, bits, [&](uint8_t* row, uint32_t n, int32_t y) {
         for (uint32_t i = 0; i < n; ++i) {
             const uint32_t x = i;
             row[i] = uint8_t((x / 9 + y / 3) % 3 == 0 ? 0xFF : (x * 7 + y * 13) ^ (x >> 2));
@@ -54,58 +52,30 @@ int32_t save(int32_t handle, const std::string& path, int32_t code, bool fresh =
 }
 
 // Rows of a handle (0 = top) and its palette.
-std::vector<std::vector<uint8_t>> rows_of(int32_t handle) {
+std::vector<Bytes> rows_of(int32_t handle) {
     int32_t w, h, bits;
     IMG_bitmap_info(handle, &w, &h, &bits);
-    std::vector<std::vector<uint8_t>> out;
-    for (int32_t y = 0; y < h; ++y) out.push_back(test::get_row(handle, y));
+    std::vector<Bytes> out;
+    for (int32_t y = 0; y < h; ++y) out.push_back(get_row(handle, y));
     return out;
 }
 
 // The handle's pixels in the form Pillow gives for the mode.
 Raster expected_for_pillow(int32_t handle, const std::string& mode) {
-    int32_t w, h, bits;
-    IMG_bitmap_info(handle, &w, &h, &bits);
-    std::vector<uint8_t> hdr(kHeaderBlockSize);
-    IMGLOW_get_bitmap_header(handle, hdr.data());
-    const RgbQuad* pal = dib_palette(hdr.data());
-    Raster r;
-    r.width = w;
-    r.height = h;
-    r.channels = mode == "L" ? 1 : mode == "RGB" ? 3 : mode == "I;16" ? 2 : 4;
-    r.px.resize(size_t(w) * h * r.channels);
-    for (int32_t y = 0; y < h; ++y) {
-        const std::vector<uint8_t> row = test::get_row(handle, y);
-        for (int32_t x = 0; x < w; ++x) {
-            uint8_t* o = r.px.data() + (size_t(y) * w + x) * r.channels;
-            uint32_t index = 0;
-            switch (bits) {
-                case 1: index = (row[size_t(x) / 8] >> (7 - x % 8)) & 1; break;
-                case 4: index = (row[size_t(x) / 2] >> (x % 2 ? 0 : 4)) & 15; break;
-                case 8: index = row[size_t(x)]; break;
-                case 16: o[0] = row[size_t(x) * 2 + 1]; o[1] = row[size_t(x) * 2]; continue;
-                case 24: o[0] = row[size_t(x) * 3 + 2]; o[1] = row[size_t(x) * 3 + 1]; o[2] = row[size_t(x) * 3]; continue;
-                case 32:
-                    if (mode == "CMYK") {
-                        std::memcpy(o, &row[size_t(x) * 4], 4);
-                    } else {
-                        o[0] = row[size_t(x) * 4 + 2];
-                        o[1] = row[size_t(x) * 4 + 1];
-                        o[2] = row[size_t(x) * 4];
-                        o[3] = row[size_t(x) * 4 + 3];
-                    }
-                    continue;
-            }
-            if (mode == "L") {
-                o[0] = bits == 4 ? uint8_t(index * 17) : bits == 1 ? uint8_t(index * 255) : uint8_t(index);
-            } else {
-                o[0] = pal[index].rgbRed;
-                o[1] = pal[index].rgbGreen;
-                o[2] = pal[index].rgbBlue;
-            }
+    Raster r = handle_raster(handle), out = r;
+    out.channels = mode == "L" ? 1 : mode == "I;16" ? 2 : r.channels;
+    out.px.clear();
+    for (int32_t y = 0; y < r.height; ++y) {
+        const Bytes row = get_row(handle, y);
+        for (int32_t x = 0; x < r.width; ++x) {
+            const uint8_t* p = r.at(x, y);
+            if (mode == "L") out.px.push_back(p[0]);
+            else if (mode == "I;16") out.px.insert(out.px.end(), {row[size_t(x) * 2 + 1], row[size_t(x) * 2]});
+            else if (mode == "CMYK") out.px.insert(out.px.end(), {p[2], p[1], p[0], p[3]});
+            else out.px.insert(out.px.end(), p, p + r.channels);
         }
     }
-    return r;
+    return out;
 }
 
 // libtiff reads the file without an error and copies it, uncompressed, to
@@ -123,7 +93,7 @@ void expect_libtiff_reads(const std::string& path, const std::string& what,
 
 // Rows with the bits beyond the width cleared (the padding of stored rows
 // is not written to files).
-std::vector<std::vector<uint8_t>> trimmed(std::vector<std::vector<uint8_t>> rows, int32_t width,
+std::vector<Bytes> trimmed(std::vector<Bytes> rows, int32_t width,
                                           int bits) {
     const uint64_t used = uint64_t(width) * uint64_t(bits);
     for (auto& row : rows) {
@@ -177,7 +147,7 @@ TEST(TiffWrite, DataCodesRoundTripEveryDepth) {
                     EXPECT_EQ(back.h().biCompression, d.colour ? 200u : 0u) << what;
                 }
                 if (d.colour && d.bits <= 8) {
-                    std::vector<uint8_t> hdr(kHeaderBlockSize);
+                    Bytes hdr(kHeaderBlockSize);
                     IMGLOW_get_bitmap_header(h, hdr.data());
                     EXPECT_EQ(std::memcmp(back.palette(), dib_palette(hdr.data()),
                                           palette_bytes(uint32_t(d.bits))),
@@ -256,12 +226,7 @@ TEST(TiffWrite, JpegCodeHoldsTheJpegStream) {
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), 40) << what;
         const Decoded back = decode_file(path);
         ASSERT_EQ(back.status, 0) << what;
-        Decoded direct;
-        const std::vector<uint8_t> bytes = test::read_file(jpg);
-        std::vector<uint8_t> copy = bytes;
-        const int32_t s = stream::mem_create_sized(copy.data(), uint32_t(copy.size()));
-        direct.status = dispatch::decoder_for("jpg")(0, on_row, intptr_t(&direct), on_header, s);
-        stream::mem_release(s);
+        const Decoded direct = jpeg_rows(read_file(jpg));
         EXPECT_TRUE(back.rows == direct.rows) << what;
         if (d.bits != 32 && have_tool("tiffinfo") && have_tool("tiff2rgba")) {
             // libtiff decodes the page (tiffcp cannot copy it: libtiff writes
@@ -274,7 +239,7 @@ TEST(TiffWrite, JpegCodeHoldsTheJpegStream) {
             const std::string copy = temp_path("jpeg-copy.tif");
             EXPECT_TRUE(run("tiff2rgba -c none '" + path + "' '" + copy + "'", &out)) << what << out;
             if (have_pillow()) {
-                EXPECT_GT(psnr(back, pillow(copy, "RGB")), 30.0) << what;
+                EXPECT_GT(psnr(back.raster(), pillow(copy, "RGB")), 30.0) << what;
             }
             fs::remove(copy);
         }
@@ -294,7 +259,7 @@ struct Ifd {
     std::map<uint16_t, std::array<uint32_t, 3>> tags;  // type, count, value
 };
 
-Ifd ifd_at(const std::vector<uint8_t>& f, uint32_t at) {
+Ifd ifd_at(const Bytes& f, uint32_t at) {
     Ifd d;
     d.offset = at;
     const uint32_t n = load_le16(&f[at]);
@@ -319,7 +284,7 @@ TEST(TiffWrite, ThreePagesWithThePageIndex) {
     std::vector<int32_t> pages = {image(1), image(8), image(24)};
     for (size_t i = 0; i < pages.size(); ++i)
         ASSERT_EQ(IMG_save_bitmap(pages[i], path.c_str(), i == 0 ? 10 : 9), 0);
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&f[8]), 7), "Tesslin");
     EXPECT_EQ(load_le32(&f[4]), 60u);
     EXPECT_EQ(load_le32(&f[16]), 3u);
@@ -357,7 +322,7 @@ TEST(TiffWrite, PagesBeyondTheIndexFollowTheChain) {
         pages.push_back(image(8, false, false, 20 + i, 10));
         ASSERT_EQ(IMG_save_bitmap(pages.back(), path.c_str(), 0), 0) << i;
     }
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     EXPECT_EQ(load_le32(&f[16]), 5u);
     EXPECT_EQ(load_le32(&f[4]), 28u);  // 20 + 4 x 2: the first directory follows the index
     EXPECT_EQ(ifd_at(f, 28).tags.count(256), 1u);  // not overwritten by index entries
@@ -385,7 +350,7 @@ TEST(TiffWrite, TagsOrientationAndResolution) {
     IMGLOW_set_image_orientation(9);
     const int32_t h = image(8);
     ASSERT_EQ(save(h, path, 0), 0);
-    std::vector<uint8_t> f = test::read_file(path);
+    Bytes f = read_file(path);
     Ifd d = ifd_at(f, load_le32(&f[4]));
     EXPECT_EQ(d.tags.size(), 20u);
     EXPECT_EQ(d.tags[50001], (std::array<uint32_t, 3>{4, 1, 1234}));
@@ -409,9 +374,9 @@ TEST(TiffWrite, TagsOrientationAndResolution) {
     // Cleared: the next page has its 18 tags.
     IMGLOW_set_tiff_tag(-1, 0, 0, nullptr);
     const int32_t bw = image(1, false, false, 64, 8);
-    std::vector<uint8_t> hdr(kHeaderBlockSize);
+    Bytes hdr(kHeaderBlockSize);
     ASSERT_EQ(save(bw, path, 8), 0);
-    f = test::read_file(path);
+    f = read_file(path);
     d = ifd_at(f, load_le32(&f[4]));
     EXPECT_EQ(d.tags.size(), 19u);  // with T4Options
     EXPECT_EQ(load_le32(&f[d.tags[282][2]]), 300u);  // the image's own resolution
@@ -423,10 +388,10 @@ TEST(TiffWrite, TagsOrientationAndResolution) {
 // Group 3 pages without a resolution get 200 by 200.
 TEST(TiffWrite, Group3DefaultResolution) {
     const std::string path = temp_path("g3res.tif");
-    void* dib = test::make_dib(64, 8, 1);
+    void* dib = make_dib(64, 8, 1);
     const int32_t h = IMG_create_handle_keep(dib);
     ASSERT_EQ(save(h, path, 8), 0);
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     Ifd d = ifd_at(f, load_le32(&f[4]));
     EXPECT_EQ(load_le32(&f[d.tags[282][2]]), 200u);
     EXPECT_EQ(load_le32(&f[d.tags[283][2] + 4]), 1u);
@@ -438,11 +403,11 @@ TEST(TiffWrite, Group3DefaultResolution) {
 // little-endian TIFF.
 TEST(TiffWrite, BigEndianFileIsReplaced) {
     const std::string path = temp_path("mm.tif");
-    fs::copy_file(test::data_path("corpus/tone/rgb-bigendian.tif"), path,
+    fs::copy_file(data_path("corpus/tone/rgb-bigendian.tif"), path,
                   fs::copy_options::overwrite_existing);
     const int32_t h = image(24, false, false, 40, 20);
     ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), 9), 0);
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     EXPECT_EQ(f[0], 'I');
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 1);
     const Decoded back = decode(f);
@@ -458,7 +423,7 @@ TEST(TiffWrite, Group4InStrips) {
     const std::string path = temp_path("g4strips.tif");
     const int32_t h = image(1, false, false, 1728, 4000);
     ASSERT_EQ(save(h, path, 67), 0);
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     Ifd d = ifd_at(f, load_le32(&f[4]));
     EXPECT_EQ(d.tags[278][2], 3703u);
     EXPECT_EQ(d.tags[273][1], 2u);
@@ -481,7 +446,7 @@ TEST(TiffWrite, Group4InStrips) {
     IMGLOW_set_tiff_save_strips(1);
     const std::string p51 = temp_path("g4strips51.tif");
     ASSERT_EQ(save(h, p51, 51), 0);
-    EXPECT_EQ(test::read_file(p51).size(), f.size());
+    EXPECT_EQ(read_file(p51).size(), f.size());
     IMG_delete_bitmap(h);
     fs::remove(path);
     fs::remove(p51);
@@ -494,9 +459,9 @@ TEST(TiffWrite, WriteTiffStream) {
     const std::string path = temp_path("stream.tif"), g4 = temp_path("stream-g4.tif");
     fs::remove(path);
     const int32_t h = image(8, false, false, 30, 10);
-    std::vector<uint8_t> hdr(kHeaderBlockSize);
+    Bytes hdr(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(h, hdr.data());
-    std::vector<uint8_t> data;
+    Bytes data;
     for (const auto& row : rows_of(h)) data.insert(data.end(), row.begin(), row.begin() + 30);
     auto* header = reinterpret_cast<IMG_BITMAPINFOHEADER*>(hdr.data());
     ASSERT_EQ(IMGLOW_write_tiff_stream(header, data.data(), uint32_t(data.size()), 1, path.c_str()), 0);
@@ -504,18 +469,18 @@ TEST(TiffWrite, WriteTiffStream) {
     // bit-reversed for fill order 2) and of a code 51 page (4000: bytes in
     // natural order, fill order 1).
     const int32_t bw = image(1, false, false, 200, 50);
-    std::vector<uint8_t> bwh(kHeaderBlockSize);
+    Bytes bwh(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(bw, bwh.data());
     for (int32_t code : {10, 51}) {
         ASSERT_EQ(save(bw, g4, code), 0);
-        const std::vector<uint8_t> g4file = test::read_file(g4);
+        const Bytes g4file = read_file(g4);
         const Ifd d = ifd_at(g4file, load_le32(&g4file[4]));
         const uint32_t off = d.tags.at(273)[2], len = d.tags.at(279)[2];
         ASSERT_EQ(IMGLOW_write_tiff_stream(reinterpret_cast<IMG_BITMAPINFOHEADER*>(bwh.data()),
                                            &g4file[off], len, code == 10 ? 4 : 4000, path.c_str()),
                   0);
     }
-    const std::vector<uint8_t> f = test::read_file(path);
+    const Bytes f = read_file(path);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
     const Decoded p0 = decode(f, 0x80000000u);
     ASSERT_EQ(p0.status, 0);
@@ -537,9 +502,9 @@ TEST(TiffWrite, WriteTiffStream) {
 // leaves the file in place.
 TEST(TiffWrite, AppendToABrokenChain) {
     const std::string path = temp_path("broken.tif");
-    std::vector<uint8_t> f = test::read_file(test::data_path("corpus/tone/grey-none.tif"));
+    Bytes f = read_file(data_path("corpus/tone/grey-none.tif"));
     store_le32(&f[4], uint32_t(f.size() + 1000));
-    test::write_file(path, f);
+    write_file(path, f);
     const int32_t h = image(8);
     EXPECT_EQ(IMG_save_bitmap(h, path.c_str(), 0), IMG_ERR_BAD_IMAGE);
     EXPECT_TRUE(fs::exists(path));
@@ -551,15 +516,15 @@ TEST(TiffWrite, AppendToABrokenChain) {
 // from its own first byte (an EPS preview is written so).
 TEST(TiffWrite, OffsetsCountFromTheTiffsStart) {
     const int32_t h = image(24, false, false, 40, 12);
-    std::vector<uint8_t> hdr(kHeaderBlockSize);
+    Bytes hdr(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(h, hdr.data());
     void* block = tesslin_block_alloc(1 << 16);
     std::memset(block, 0, 1 << 16);
     const int32_t s = stream::mem_create(block);
     stream::seek(s, 32, 0);
-    std::vector<std::vector<uint8_t>> rows = rows_of(h);
+    std::vector<Bytes> rows = rows_of(h);
     auto supply = [](intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) -> int32_t {
-        const auto* r = reinterpret_cast<std::vector<std::vector<uint8_t>>*>(user);
+        const auto* r = reinterpret_cast<std::vector<Bytes>*>(user);
         std::memcpy(buffer, (*r)[size_t(row)].data(), bytes);
         return 0;
     };
@@ -569,10 +534,10 @@ TEST(TiffWrite, OffsetsCountFromTheTiffsStart) {
     const int32_t end = stream::seek(s, 0, 1);
     stream::mem_release(s);
     const auto* bytes = static_cast<const uint8_t*>(block);
-    const std::vector<uint8_t> tiff(bytes + 32, bytes + end);
+    const Bytes tiff(bytes + 32, bytes + end);
     EXPECT_EQ(tiff[0], 'I');
     EXPECT_EQ(load_le32(&tiff[4]), 8u);
-    const Decoded back = decode(std::vector<uint8_t>(bytes, bytes + end), 32);
+    const Decoded back = decode(Bytes(bytes, bytes + end), 32);
     ASSERT_EQ(back.status, 0);
     EXPECT_TRUE(same_rows(back, h));
     EXPECT_TRUE(same_rows(decode(tiff), h));
