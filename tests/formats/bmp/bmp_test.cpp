@@ -1,0 +1,268 @@
+// BMP reader and writers: the corpus and BMP Suite against independent
+// references, and the reader's and writers' documented behaviour.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <set>
+
+#include "test_util.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+const std::string kSuite = corpus("suites/bmpsuite/");
+
+// Little BMP files built in the tests.
+Bytes bmp_file(int32_t width, int32_t height, uint16_t bits, uint32_t compression,
+                              const Bytes& palette, const Bytes& data,
+                              int32_t ppm = 0) {
+    Bytes f(54, 0);
+    f[0] = 'B';
+    f[1] = 'M';
+    store_le32(&f[2], uint32_t(54 + palette.size() + data.size()));
+    store_le32(&f[10], uint32_t(54 + palette.size()));
+    store_le32(&f[14], 40);
+    store_le32(&f[18], uint32_t(width));
+    store_le32(&f[22], uint32_t(height));
+    store_le16(&f[26], 1);
+    store_le16(&f[28], bits);
+    store_le32(&f[30], compression);
+    store_le32(&f[38], uint32_t(ppm));
+    store_le32(&f[42], uint32_t(ppm));
+    f.insert(f.end(), palette.begin(), palette.end());
+    f.insert(f.end(), data.begin(), data.end());
+    return f;
+}
+
+Bytes grey_palette(int entries) {
+    Bytes p;
+    for (int i = 0; i < entries; ++i) {
+        const auto v = uint8_t(i * 255 / (entries - 1));
+        p.insert(p.end(), {v, v, v, 0});
+    }
+    return p;
+}
+
+}  // namespace
+
+// Every good file of BMP Suite against Pillow's decode (tests/data/bmp/
+// make_refs.py wrote the references). Where the library converts by its own
+// documented rules the comparison follows them:
+// - 16-bit pixels are widened by shifting (a 5-bit field times 8, a 6-bit
+//   field times 4, so 31 becomes 248), while Pillow spreads them over 0..255
+//   (31 becomes 255): the fields themselves are compared.
+// - A bilevel image is always held with palette black, white (a palette of
+//   white, black inverts the pixels; other colours are replaced): the two
+//   colours must map one to one onto Pillow's.
+// - 32-bit files are read as 24-bit (their fourth byte is not alpha).
+// Two files are held against the uncompressed file with the same picture
+// (bmpsuite.tsv says which): Pillow refuses rgb32bf.bmp's mask layout, and
+// reads pal4rle.bmp's odd-length absolute runs one pixel short.
+TEST(BmpRead, BmpSuiteGoodFilesDecodeToWhatPillowShows) {
+    const std::map<std::string, std::array<int, 3>> sixteen = {
+        {"g/rgb16.bmp", {5, 5, 5}},     {"g/rgb16bfdef.bmp", {5, 5, 5}},
+        {"g/rgb16-565.bmp", {5, 6, 5}}, {"g/rgb16-565pal.bmp", {5, 6, 5}}};
+    const auto rows = read_tsv(data_path("bmp/bmpsuite.tsv"));
+    ASSERT_EQ(rows.size(), 27u);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        const int32_t h = IMG_decompress_bitmap((kSuite + row[0]).c_str());
+        ASSERT_GE(h, 0);
+        const Raster ours = handle_raster(h);
+        const Raster ref = read_netpbm(data_path("bmp/" + row[1]));
+        int32_t w = 0, ht = 0, bits = 0;
+        IMG_bitmap_info(h, &w, &ht, &bits);
+        IMG_delete_bitmap(h);
+        ASSERT_EQ(ours.width, ref.width);
+        ASSERT_EQ(ours.height, ref.height);
+        if (auto it = sixteen.find(row[0]); it != sixteen.end()) {
+            EXPECT_EQ(bits, 24);
+            size_t bad = 0;
+            for (size_t i = 0; i < ref.px.size(); ++i) {
+                const int field = it->second[i % 3];
+                const int max = (1 << field) - 1;
+                bad += ours.px[i] != ((ref.px[i] * max + 127) / 255) << (8 - field);
+            }
+            EXPECT_EQ(bad, 0u);
+        } else if (bits == 1) {
+            std::map<uint32_t, uint32_t> mapping;
+            std::set<uint32_t> seen;
+            size_t bad = 0;
+            for (size_t i = 0; i < ref.px.size(); i += 3) {
+                const uint32_t a = ref.px[i] << 16 | ref.px[i + 1] << 8 | ref.px[i + 2];
+                const uint32_t b = ours.px[i] << 16 | ours.px[i + 1] << 8 | ours.px[i + 2];
+                auto [pos, fresh] = mapping.emplace(a, b);
+                if (!fresh) bad += pos->second != b;
+                if (fresh) bad += !seen.insert(b).second;
+            }
+            EXPECT_EQ(bad, 0u);
+        } else {
+            EXPECT_EQ(count_differences(ours, ref, 3), 0u);
+        }
+    }
+}
+
+// Questionable and bad files: each decodes or returns a negative status,
+// and the ones whose data cannot be an image are refused.
+TEST(BmpRead, BmpSuiteQuestionableAndBadFilesDecodeOrFailCleanly) {
+    size_t decoded = 0, refused = 0;
+    for (const char* dir : {"q", "b"}) {
+        for (const auto& e : fs::directory_iterator(kSuite + dir)) {
+            SCOPED_TRACE(e.path().string());
+            const int32_t h = IMG_decompress_bitmap(e.path().c_str());
+            if (h >= 0) {
+                ++decoded;
+                const Raster r = handle_raster(h);  // every row readable
+                EXPECT_GT(r.width, 0);
+                IMG_delete_bitmap(h);
+            } else {
+                ++refused;
+            }
+        }
+    }
+    EXPECT_EQ(decoded + refused, 63u);
+    const std::map<std::string, int32_t> expected = {
+        {"b/reallybig.bmp", IMG_ERR_BAD_IMAGE},   {"b/badwidth.bmp", IMG_ERR_BAD_IMAGE},
+        {"b/badbitcount.bmp", IMG_ERR_DEPTH},     {"b/shortfile.bmp", IMG_ERR_READ},
+        {"b/rletopdown.bmp", IMG_ERR_BAD_IMAGE},  {"q/pal2.bmp", IMG_ERR_DEPTH},
+        {"q/pal1huffmsb.bmp", IMG_ERR_VARIANT},
+    };
+    for (const auto& [file, status] : expected) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(IMG_decompress_bitmap((kSuite + file).c_str()), status);
+    }
+}
+
+TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
+    Bytes file = read_file(kSuite + "g/pal8.bmp");
+    Bytes bare(file.begin() + 14, file.end());
+    void* block = to_block(bare);
+    const int32_t a = IMG_create_handle(block);
+    const int32_t b = IMG_decompress_bitmap((kSuite + "g/pal8.bmp").c_str());
+    tesslin_block_free(block);
+    ASSERT_GE(a, 0);
+    ASSERT_GE(b, 0);
+    EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 3), 0u);
+    // A bare DIB's resolution fields are dots per inch already; a file's are
+    // converted from pixels per metre (2835 -> 72).
+    Bytes ha(kHeaderBlockSize), hb(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(a, ha.data());
+    IMGLOW_get_bitmap_header(b, hb.data());
+    EXPECT_EQ(reinterpret_cast<DibHeader*>(hb.data())->biXPelsPerMeter, 72);
+    // 2835 is 2001 or more: a bare DIB's value that large is converted too.
+    EXPECT_EQ(reinterpret_cast<DibHeader*>(ha.data())->biXPelsPerMeter, 72);
+    IMG_delete_bitmap(a);
+    IMG_delete_bitmap(b);
+}
+
+TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
+    // 8 x 2, palette white, black; top row all index 1 (black).
+    Bytes pal = {255, 255, 255, 0, 0, 0, 0, 0};
+    Bytes rows = {0x00, 0, 0, 0, 0xFF, 0, 0, 0};  // bottom row first
+    const int32_t h = decode_mem(bmp_file(8, 2, 1, 0, pal, rows));
+    ASSERT_GE(h, 0);
+    uint8_t p[8];
+    IMGLOW_get_palette(h, p);
+    EXPECT_EQ(p[0] | p[1] | p[2], 0);     // entry 0 black
+    EXPECT_EQ(p[4] & p[5] & p[6], 255);  // entry 1 white
+    EXPECT_EQ(get_row(h, 0)[0], 0x00);   // black pixels: index 0 now
+    EXPECT_EQ(get_row(h, 1)[0], 0xFF);
+    IMG_delete_bitmap(h);
+}
+
+TEST(BmpRead, SixteenBitFileBecomes24BitWithShiftedFields) {
+    Bytes row = {0xFF, 0x7F, 0x1F, 0x00};  // 0x7FFF, then pure blue 0x001F
+    const int32_t h = decode_mem(bmp_file(2, 1, 16, 0, {}, row));
+    ASSERT_GE(h, 0);
+    int32_t w, ht, bits;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(bits, 24);
+    auto r = get_row(h, 0);
+    EXPECT_EQ(Bytes(r.begin(), r.begin() + 6),
+              (Bytes{248, 248, 248, 248, 0, 0}));
+    IMG_delete_bitmap(h);
+}
+
+TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
+    // 8 x 3: delta (5, 1) first, then a run of 3 pixels of 7, end of row,
+    // a run of 4 pixels of 2, end of bitmap.
+    Bytes data = {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1};
+    const int32_t h = decode_mem(bmp_file(8, 3, 8, 1, grey_palette(256), data));
+    ASSERT_GE(h, 0);
+    EXPECT_EQ(get_row(h, 2), (Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(get_row(h, 1), (Bytes{0, 0, 0, 0, 0, 7, 7, 7}));
+    // The row buffer is not cleared between rows.
+    EXPECT_EQ(get_row(h, 0), (Bytes{2, 2, 2, 2, 0, 7, 7, 7}));
+    IMG_delete_bitmap(h);
+}
+
+// Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
+// JPEG decoder: the same image as the JPEG file itself, and the JPEG
+// decoder's refusal for a stream without any scan.
+TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
+    Bytes bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
+    EXPECT_EQ(decode_mem(bad), IMG_ERR_BAD_IMAGE);
+    const std::string jpg = corpus("jpeg/444.jpg");
+    Bytes f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
+    const int32_t direct = IMG_decompress_bitmap(jpg.c_str());
+    ASSERT_GE(direct, 0);
+    for (uint32_t code : {4u, 0x4745504Au}) {
+        store_le32(&f[30], code);
+        const int32_t h = decode_mem(f);
+        ASSERT_GE(h, 0);
+        EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
+        IMG_delete_bitmap(h);
+    }
+    IMG_delete_bitmap(direct);
+    // BMP Suite's 24-bit file with JPEG compression: the data at the file's
+    // data offset, decoded by the JPEG decoder.
+    const Bytes suite = read_file(kSuite + "q/rgb24jpeg.bmp");
+    const int32_t from_bmp = decode_mem(suite);
+    const int32_t from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
+    ASSERT_GE(from_bmp, 0);
+    ASSERT_GE(from_jpeg, 0);
+    EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
+    IMG_delete_bitmap(from_bmp);
+    IMG_delete_bitmap(from_jpeg);
+}
+
+TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
+    // A bare 1-bit DIB of compression 99, 40 x 2: row 0 black 8..16, row 1 white.
+    Bytes d(40 + 8, 0);
+    store_le32(&d[0], 40);
+    store_le32(&d[4], 40);
+    store_le32(&d[8], 2);
+    store_le16(&d[12], 1);
+    store_le16(&d[14], 1);
+    store_le32(&d[16], IMG_COMPRESSION_RUNS);
+    d[44] = d[45] = d[46] = 255;
+    for (uint32_t w : {28u, 8u, 16u, 40u, 40u, 40u, 40u, 20u, 40u, 40u, 40u, 40u}) {
+        d.resize(d.size() + 4);
+        store_le32(&d[d.size() - 4], w);
+    }
+    const int32_t h = decode_mem(d);
+    ASSERT_GE(h, 0);
+    EXPECT_EQ(get_row(h, 0)[1], 0x00);
+    EXPECT_EQ(get_row(h, 0)[0], 0xFF);
+    EXPECT_EQ(get_row(h, 1)[1], 0xFF);
+    IMG_delete_bitmap(h);
+    // A record longer than any row can need is refused.
+    store_le32(&d[48], 4000);
+    EXPECT_EQ(decode_mem(d), IMG_ERR_BAD_IMAGE);
+}
+
+TEST(BmpRead, DeclaredSizesBeyondTheDataAreRefusedBeforeAllocation) {
+    // 20000 x 20000 at 24 bits would need 1.2 GB; the file has 16 bytes of rows.
+    EXPECT_EQ(decode_mem(bmp_file(20000, 20000, 24, 0, {}, Bytes(16))),
+              IMG_ERR_READ);
+    // Run-length data may expand, but not to this.
+    EXPECT_EQ(decode_mem(bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1})),
+              IMG_ERR_BAD_IMAGE);
+    // A file missing only its last row's padding still decodes.
+    const int32_t h = decode_mem(bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)));
+    EXPECT_GE(h, 0);
+    IMG_delete_bitmap(h);
+}

@@ -1,0 +1,419 @@
+// JPEG decoding: files made by peer encoders against djpeg, refusals,
+// header fields and the decoder contract. (The corpus' JPEG pages are held
+// against their references by the conformance suite.)
+#include <atomic>
+#include <thread>
+
+#include "core/settings.h"
+#include "jpeg_reference.h"
+#include "jpeg_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+// djpeg writes four-component files as RGB: each of the stored (inverted)
+// C, M, Y values times the stored K over 255.
+Bytes four_channels_as_djpeg_rgb(const Decoded& d) {
+    Bytes out;
+    for (int y = 0; y < d.h().biHeight; ++y) {
+        const uint8_t* r = d.rows[size_t(y)].data();
+        for (int x = 0; x < d.h().biWidth; ++x) {
+            const double k = 255 - r[4 * x + 3];
+            for (int c = 0; c < 3; ++c) out.push_back(uint8_t((255 - r[4 * x + c]) * k / 255.0 + 0.5));
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(JpegDecode, PeerEncodedFilesMatchDjpeg) {
+    const char* files[] = {"444", "422", "420", "411", "440", "444-in-2x1", "grey",
+                           "progressive", "progressive-grey", "progressive-restart", "restart", "restart-rows",
+                           "multiscan", "extended", "cmyk", "ycck"};
+    for (const char* name : files) {
+        SCOPED_TRACE(name);
+        Decoded d;
+        ASSERT_EQ(jpeg_decode_file(data_path(std::string("jpeg/") + name + ".jpg"), &d), 0);
+        const bool grey = d.h().biBitCount == 8;
+        const Raster ref = read_netpbm(data_path(std::string("jpeg/") + name + (grey ? ".pgm" : ".ppm")));
+        ASSERT_GT(ref.width, 0);
+        ASSERT_EQ(d.h().biWidth, ref.width);
+        ASSERT_EQ(d.h().biHeight, ref.height);
+        const auto ours = d.h().biBitCount == 32 ? four_channels_as_djpeg_rgb(d) : samples(d);
+        const double p = psnr(ours, ref.px);
+        std::printf("%-22s %6.2f dB\n", name, p);
+        EXPECT_GE(p, 40.0);
+    }
+}
+
+namespace {
+
+Bytes test_file(const std::string& name) { return read_file(data_path("jpeg/" + name)); }
+
+// Offset of the first marker `m` (0xFF m) after SOI.
+size_t find_marker(const Bytes& f, uint8_t m) {
+    for (size_t i = 2; i + 1 < f.size(); ++i)
+        if (f[i] == 0xFF && f[i + 1] == m) return i;
+    return std::string::npos;
+}
+
+// The file without the segments of one marker type.
+Bytes without_segments(Bytes f, uint8_t m) {
+    for (size_t at; (at = find_marker(f, m)) != std::string::npos;) {
+        const size_t len = size_t((f[at + 2] << 8) | f[at + 3]);
+        f.erase(f.begin() + long(at), f.begin() + long(at + 2 + len));
+    }
+    return f;
+}
+
+bool same_pixels(const Bytes& a, const Bytes& b) {
+    Decoded x, y;
+    return jpeg_decode_bytes(a, &x) == 0 && jpeg_decode_bytes(b, &y) == 0 && x.rows == y.rows;
+}
+
+}  // namespace
+
+TEST(JpegDecode, RefusesArithmeticLosslessAndTwelveBitFrames) {
+    for (const char* name : {"corpus/jpeg/arithmetic.jpg", "corpus/suites/jpeg/testimgari.jpg",
+                             "jpeg/lossless.jpg", "jpeg/twelve-bit.jpg"}) {
+        SCOPED_TRACE(name);
+        Decoded d;
+        EXPECT_EQ(jpeg_decode_file(data_path(name), &d), IMG_ERR_UNSUPPORTED);
+        EXPECT_TRUE(d.order.empty());
+        EXPECT_TRUE(d.header.empty());  // refused before the header callback
+    }
+}
+
+TEST(JpegDecode, FindsStartOfImageWithinAThousandBytes) {
+    const auto f = test_file("grey.jpg");
+    Decoded ref;
+    ASSERT_EQ(jpeg_decode_bytes(f, &ref), 0);
+    for (size_t junk : {size_t(1), size_t(999), size_t(1000), size_t(1001)}) {
+        Bytes g(junk, 0x20);
+        g.insert(g.end(), f.begin(), f.end());
+        Decoded d;
+        const int32_t r = jpeg_decode_bytes(g, &d);
+        if (junk <= 1000) {
+            EXPECT_EQ(r, 0) << junk;
+            EXPECT_EQ(d.rows, ref.rows);
+        } else {
+            EXPECT_EQ(r, IMG_ERR_BAD_IMAGE);
+        }
+    }
+    // A byte offset, and bit 31 with the stream standing at the data.
+    Bytes g(5000, 0x55);
+    g.insert(g.end(), f.begin(), f.end());
+    Decoded at;
+    EXPECT_EQ(jpeg_decode_bytes(g, &at, {}, 4990), 0);
+    EXPECT_EQ(at.rows, ref.rows);
+    void* block = tesslin_block_alloc(uint32_t(g.size()));
+    std::memcpy(block, g.data(), g.size());
+    const int32_t s = stream::mem_create_sized(block, uint32_t(g.size()));
+    stream::seek(s, 4500, 0);
+    Decoded page;
+    EXPECT_EQ(jpeg::decode(0x80000000u, Decoded::on_row, reinterpret_cast<intptr_t>(&page), Decoded::on_header, s), 0);
+    EXPECT_EQ(page.rows, ref.rows);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+    Decoded empty;
+    EXPECT_EQ(jpeg_decode_bytes({0xFF}, &empty), IMG_ERR_READ);
+}
+
+TEST(JpegDecode, HeaderFields) {
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_file(data_path("corpus/jpeg/dpi300.jpg"), &d), 0);
+    EXPECT_EQ(d.h().biXPelsPerMeter, 300);
+    EXPECT_EQ(d.h().biYPelsPerMeter, 300);
+    EXPECT_EQ(d.h().biBitCount, 24);
+    EXPECT_EQ(d.h().biSizeImage, row_bytes(454, 24) * 298);
+
+    // JFIF units 2 (dots per centimetre): 118 -> 300 dpi, 40 -> 102.
+    auto f = test_file("grey.jpg");
+    const size_t app0 = find_marker(f, 0xE0);
+    f[app0 + 11] = 2;
+    f[app0 + 12] = 0, f[app0 + 13] = 118;
+    f[app0 + 14] = 0, f[app0 + 15] = 40;
+    Decoded g;
+    ASSERT_EQ(jpeg_decode_bytes(f, &g), 0);
+    EXPECT_EQ(g.h().biXPelsPerMeter, 300);
+    EXPECT_EQ(g.h().biYPelsPerMeter, 102);
+    EXPECT_EQ(g.h().biBitCount, 8);
+    ASSERT_EQ(g.header.size(), 40u + 1024);
+    for (int i = 0; i < 256; ++i) EXPECT_EQ(g.palette()[i].rgbRed, i);
+
+    // Adobe transform 2 with flags0 0x0080: YCC with K carried through and
+    // the alpha marker; transform 0 of the same data: the stored components
+    // inverted.
+    auto y = test_file("ycck.jpg");
+    const size_t app14 = find_marker(y, 0xEE);
+    y[app14 + 11] = 0x00, y[app14 + 12] = 0x80;
+    Decoded a;
+    ASSERT_EQ(jpeg_decode_bytes(y, &a), 0);
+    EXPECT_EQ(a.h().biCompression, 200u);
+    Decoded raw;
+    y[app14 + 15] = 0;
+    ASSERT_EQ(jpeg_decode_bytes(y, &raw), 0);
+    EXPECT_EQ(raw.h().biCompression, 0u);
+    // Mode 1 carries K through as its stored value; mode 0 inverts it.
+    for (int x = 0; x < 10; ++x) EXPECT_EQ(a.rows[size_t(5)][4 * x + 3], 255 - raw.rows[size_t(5)][4 * x + 3]);
+}
+
+TEST(JpegDecode, TablesAndSamplingFactors) {
+    // Without DQT the two default tables are used (same rows as the
+    // reference decoder, which installs them too).
+    const auto no_dqt = without_segments(test_file("420.jpg"), 0xDB);
+    Decoded d;
+    EXPECT_EQ(jpeg_decode_bytes(no_dqt, &d), 0);
+    // A motion-JPEG style stream without DHT uses the T.81 Annex K tables,
+    // which are what cjpeg wrote.
+    auto std_tables = read_file(data_path("corpus/jpeg/420.jpg"));
+    EXPECT_TRUE(same_pixels(std_tables, without_segments(std_tables, 0xC4)));
+    // Quantisation selectors 2 and 3 use table 1.
+    auto f = test_file("420.jpg");
+    const size_t sof = find_marker(f, 0xC0);
+    auto g = f;
+    g[sof + 10 + 3 * 1 + 2] = 2;
+    g[sof + 10 + 3 * 2 + 2] = 3;
+    EXPECT_TRUE(same_pixels(f, g));
+    // One component: its sampling factors are taken as 1 x 1.
+    auto grey = test_file("grey.jpg");
+    auto grey22 = grey;
+    grey22[find_marker(grey, 0xC0) + 11] = 0x22;
+    EXPECT_TRUE(same_pixels(grey, grey22));
+}
+
+TEST(JpegDecode, BlackGreyImageDecodesToLevelOne) {
+    void* black = make_dib(16, 16, 8, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0, n); });
+    const Settings saved = settings();
+    IMGLOW_set_comp_quality(100);
+    const auto bytes = jpeg_encode_dib(black);
+    std::memcpy(settings().jpeg_luma, saved.jpeg_luma, 64);
+    std::memcpy(settings().jpeg_chroma, saved.jpeg_chroma, 64);
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x) EXPECT_EQ(d.rows[size_t(y)][x], 1);
+    tesslin_block_free(black);
+}
+
+TEST(JpegDecode, RestartMarkers) {
+    // A restart marker missing at its place: decoding goes on without the
+    // reset (the rows differ from the intact file but match the reference).
+    auto f = test_file("restart.jpg");
+    const size_t data = find_marker(f, 0xDA);
+    size_t rst = data;
+    while (!(f[rst] == 0xFF && f[rst + 1] >= 0xD0 && f[rst + 1] <= 0xD7)) ++rst;
+    auto g = f;
+    g.erase(g.begin() + long(rst), g.begin() + long(rst + 2));
+    Decoded a;
+    EXPECT_EQ(jpeg_decode_bytes(g, &a), 0);
+    EXPECT_EQ(a.order.size(), 74u);
+}
+
+TEST(JpegDecode, StripRestartsAndSharedTables) {
+    // A stream with a restart marker after every MCU row, its markers and
+    // DRI taken out, is what a whole-image JPEG spanning TIFF strips of 16
+    // rows looks like: each strip starts byte-aligned with fresh DC
+    // predictors.
+    const auto rows = test_file("restart-rows.jpg");
+    auto strips = without_segments(rows, 0xDD);
+    const size_t data = find_marker(strips, 0xDA);
+    for (size_t i = data + 2; i + 1 < strips.size();)
+        if (strips[i] == 0xFF && strips[i + 1] >= 0xD0 && strips[i + 1] <= 0xD7)
+            strips.erase(strips.begin() + long(i), strips.begin() + long(i + 2));
+        else
+            ++i;
+    Decoded expect, got, plain;
+    ASSERT_EQ(jpeg_decode_bytes(rows, &expect), 0);
+    jpeg::DecodeOptions o;
+    o.strip_rows = 16;
+    ASSERT_EQ(jpeg_decode_bytes(strips, &got, o), 0);
+    EXPECT_EQ(got.rows, expect.rows);
+    ASSERT_EQ(jpeg_decode_bytes(strips, &plain), 0);
+    EXPECT_NE(plain.rows, expect.rows);
+    Decoded ref;
+    ReferenceOptions ro;
+    ro.strip_rows = 16;
+    ASSERT_EQ(reference_decode(strips, &ref, ro), 0);
+    EXPECT_EQ(ref.rows, got.rows);
+
+    // Tables shared by abbreviated streams (TIFF JPEGTables): the tables
+    // stream holds DQT and DHT, the image stream neither.
+    const auto full = test_file("420.jpg");
+    Bytes tables = {0xFF, 0xD8};
+    for (uint8_t m : {uint8_t(0xDB), uint8_t(0xC4)})
+        for (size_t at = find_marker(full, m); at != std::string::npos && full[at + 1] == m;) {
+            const size_t len = size_t((full[at + 2] << 8) | full[at + 3]);
+            tables.insert(tables.end(), full.begin() + long(at), full.begin() + long(at + 2 + len));
+            at += 2 + len;
+            if (at + 1 >= full.size() || full[at] != 0xFF) break;
+        }
+    tables.push_back(0xFF);
+    tables.push_back(0xD9);
+    const auto image = without_segments(without_segments(full, 0xDB), 0xC4);
+    jpeg::Tables t;
+    ASSERT_EQ(jpeg::read_tables(tables.data(), uint32_t(tables.size()), &t), 0);
+    EXPECT_TRUE(t.quant_defined[0] && t.quant_defined[1] && t.dc[1].defined && t.ac[1].defined);
+    jpeg::DecodeOptions shared;
+    shared.tables = &t;
+    Decoded a, b;
+    ASSERT_EQ(jpeg_decode_bytes(full, &a), 0);
+    ASSERT_EQ(jpeg_decode_bytes(image, &b, shared), 0);
+    EXPECT_EQ(a.rows, b.rows);
+    ReferenceOptions rt;
+    rt.tables = &tables;
+    Decoded c;
+    ASSERT_EQ(reference_decode(image, &c, rt), 0);
+    EXPECT_EQ(c.rows, b.rows);
+    // Malformed tables streams are refused.
+    auto bad = tables;
+    bad[find_marker(bad, 0xDB) + 4] = 0x20;  // precision 2
+    EXPECT_EQ(jpeg::read_tables(bad.data(), uint32_t(bad.size()), &t), IMG_ERR_BAD_IMAGE);
+}
+
+TEST(JpegDecode, CallbackContract) {
+    const auto f = test_file("420.jpg");
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_bytes(f, &d), 0);
+    ASSERT_EQ(d.order.size(), 74u);
+    for (int i = 0; i < 74; ++i) EXPECT_EQ(d.order[size_t(i)], i);  // top row first, once each
+    EXPECT_EQ(d.rows[0].size(), row_bytes(113, 24));
+
+    Decoded stop;
+    stop.stop_row = 3, stop.stop_status = -5;
+    EXPECT_EQ(jpeg_decode_bytes(f, &stop), -5);
+    EXPECT_EQ(stop.order.size(), 4u) << "nothing after the row that failed";
+    Decoded stop_prog;
+    stop_prog.stop_row = 0, stop_prog.stop_status = -5;
+    EXPECT_EQ(jpeg_decode_bytes(test_file("progressive.jpg"), &stop_prog), -5);
+
+    auto refuse = [](const IMG_BITMAPINFOHEADER*, intptr_t) -> int32_t { return -18; };
+    int rows = 0;
+    auto count = [](uint8_t*, intptr_t u, int32_t, uint32_t) -> int32_t {
+        ++*reinterpret_cast<int*>(u);
+        return 0;
+    };
+    void* block = tesslin_block_alloc(uint32_t(f.size()));
+    std::memcpy(block, f.data(), f.size());
+    const int32_t s = stream::mem_create_sized(block, uint32_t(f.size()));
+    EXPECT_EQ(jpeg::decode(0, count, reinterpret_cast<intptr_t>(&rows), refuse, s), -18);
+    EXPECT_EQ(rows, 0);
+    stream::mem_release(s);
+    tesslin_block_free(block);
+}
+
+TEST(JpegDecode, CoefficientOutput) {
+    const auto f = test_file("420.jpg");
+    IMGLOW_set_jpeg_decompression(1);
+    Decoded d;
+    const int32_t r = jpeg_decode_bytes(f, &d);
+    IMGLOW_set_jpeg_decompression(0);
+    ASSERT_EQ(r, 0);
+    EXPECT_EQ(d.h().biBitCount, 96);
+    EXPECT_EQ(d.h().biWidth, 128);  // 113 rounded up to the 16-pixel MCU
+    EXPECT_EQ(d.h().biHeight, 80);
+    EXPECT_EQ(d.order.size(), 80u);
+    // Every 8 x 8 block of the luminance starts with its DC coefficient: a
+    // multiple of the DC quantisation step.
+    const int q0 = f[find_marker(f, 0xDB) + 5];
+    for (int by = 0; by < 10; ++by)
+        for (int bx = 0; bx < 16; ++bx) {
+            const int32_t dc = int32_t(load_le32(d.rows[size_t(by * 8)].data() + size_t(bx) * 8 * 12));
+            EXPECT_EQ(dc % q0, 0);
+        }
+    Decoded grey;
+    jpeg::DecodeOptions o;
+    o.coefficients = 1;
+    ASSERT_EQ(jpeg_decode_bytes(test_file("grey.jpg"), &grey, o), 0);
+    EXPECT_EQ(grey.h().biBitCount, 32);
+    EXPECT_EQ(grey.h().biWidth, 120);
+    EXPECT_EQ(grey.h().biHeight, 80);
+}
+
+TEST(JpegDecode, BadInputIsRefused) {
+    const auto f = test_file("420.jpg");
+    const size_t sof = find_marker(f, 0xC0);
+    // Absurd sizes that the data cannot back.
+    auto huge = f;
+    huge[sof + 5] = huge[sof + 6] = huge[sof + 7] = huge[sof + 8] = 0xFF;
+    Decoded d;
+    EXPECT_EQ(jpeg_decode_bytes(huge, &d), IMG_ERR_BAD_IMAGE);
+    EXPECT_TRUE(d.header.empty());
+    auto zero = f;
+    zero[sof + 5] = zero[sof + 6] = 0;
+    EXPECT_EQ(jpeg_decode_bytes(zero, &d), IMG_ERR_BAD_IMAGE);
+    auto two = f;
+    two[sof + 9] = 2;
+    EXPECT_EQ(jpeg_decode_bytes(two, &d), IMG_ERR_UNSUPPORTED);
+    auto sampling = f;
+    sampling[sof + 11] = 0x32;  // 3 x 2 beside 1 x 1 chroma: 3 is no multiple
+    sampling[sof + 14] = 0x21;
+    EXPECT_EQ(jpeg_decode_bytes(sampling, &d), IMG_ERR_UNSUPPORTED);
+    // Huffman tables with more codes than their lengths hold, or more than
+    // 256 symbols; a quantisation table of precision 2.
+    const size_t dht = find_marker(f, 0xC4);
+    auto over = f;
+    over[dht + 5] = 3;  // three codes of length 1
+    EXPECT_EQ(jpeg_decode_bytes(over, &d), IMG_ERR_BAD_IMAGE);
+    auto many = f;
+    for (int i = 0; i < 16; ++i) many[dht + 5 + size_t(i)] = 17;
+    EXPECT_EQ(jpeg_decode_bytes(many, &d), IMG_ERR_BAD_IMAGE);
+    auto pq = f;
+    pq[find_marker(f, 0xDB) + 4] = 0x20;
+    EXPECT_EQ(jpeg_decode_bytes(pq, &d), IMG_ERR_BAD_IMAGE);
+    // A scan naming a component the frame does not have.
+    auto sel = f;
+    sel[find_marker(f, 0xDA) + 5] = 9;
+    EXPECT_EQ(jpeg_decode_bytes(sel, &d), IMG_ERR_BAD_IMAGE);
+    // Nothing after the scan header.
+    Bytes cut(f.begin(), f.begin() + long(find_marker(f, 0xDA) + 14));
+    EXPECT_EQ(jpeg_decode_bytes(cut, &d), IMG_ERR_READ);
+}
+
+TEST(JpegDecode, IccProfile) {
+    // The corpus' Adobe CMYK file carries a profile in three chunks; a
+    // stream with one chunk; files without.
+    uint32_t size = 1234;
+    void* p = IMG_get_profile(data_path("corpus/jpeg/cmyk.jpg").c_str(), 0, &size);
+    ASSERT_NE(p, nullptr);
+    const auto bytes = read_file(data_path("corpus/jpeg/cmyk.jpg"));
+    // Chunk payloads from the file itself, in order.
+    Bytes expect;
+    for (size_t i = 2; i + 3 < bytes.size() && bytes[i] == 0xFF && bytes[i + 1] != 0xDA;) {
+        const size_t len = size_t((bytes[i + 2] << 8) | bytes[i + 3]);
+        if (bytes[i + 1] == 0xE2 && std::memcmp(&bytes[i + 4], "ICC_PROFILE", 12) == 0)
+            expect.insert(expect.end(), bytes.begin() + long(i + 18), bytes.begin() + long(i + 2 + len));
+        i += 2 + len;
+    }
+    ASSERT_GT(expect.size(), 65536u);
+    ASSERT_EQ(size, expect.size());
+    EXPECT_EQ(0, std::memcmp(p, expect.data(), size));
+    EXPECT_EQ(load_be32(static_cast<uint8_t*>(p)), size);  // an ICC header starts with its size
+    tesslin_block_free(p);
+    EXPECT_EQ(IMG_get_profile(data_path("jpeg/420.jpg").c_str(), 0, &size), nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(IMG_get_profile(data_path("corpus/tone/rgb-none.tif").c_str(), 0, &size), nullptr);
+    EXPECT_EQ(IMG_get_profile("/nonexistent/file.jpg", 0, &size), nullptr);
+}
+
+TEST(JpegDecode, ThreadsDecodeIndependently) {
+    const auto a = test_file("progressive.jpg"), b = test_file("ycck.jpg");
+    Decoded ra, rb;
+    ASSERT_EQ(jpeg_decode_bytes(a, &ra), 0);
+    ASSERT_EQ(jpeg_decode_bytes(b, &rb), 0);
+    std::vector<std::thread> threads;
+    std::atomic<int> bad{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 20; ++i) {
+                Decoded d;
+                const auto& src = t % 2 ? b : a;
+                if (jpeg_decode_bytes(src, &d) != 0 || d.rows != (t % 2 ? rb : ra).rows) ++bad;
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(bad.load(), 0);
+}

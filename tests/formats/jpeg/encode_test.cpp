@@ -1,0 +1,287 @@
+// JPEG encoding: bytes equal to the plain reference encoder, files that
+// djpeg and Pillow read cleanly and close to the source, the quality and
+// sampling settings, colour-model choice and failures.
+#include <gtest/gtest.h>
+
+#include "core/settings.h"
+#include "formats/jpeg/jpeg_internal.h"
+#include "jpeg_reference.h"
+#include "jpeg_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+class JpegEncode : public ::testing::Test {
+protected:
+    void SetUp() override { saved_ = settings(); }
+    void TearDown() override {
+        Settings& s = settings();
+        std::memcpy(s.jpeg_luma, saved_.jpeg_luma, 64);
+        std::memcpy(s.jpeg_chroma, saved_.jpeg_chroma, 64);
+        s.jpeg_h = saved_.jpeg_h;
+        s.jpeg_v = saved_.jpeg_v;
+    }
+    Settings saved_;
+};
+
+void* photo_dib() {
+    const Raster p = read_netpbm(data_path("corpus/refs/b8d8b9b4501bf26d.ppm"));
+    EXPECT_GT(p.width, 0);
+    return dib_from_pnm(p);
+}
+
+// The DIB's pixels as netpbm samples (RGB, grey, or the four bytes).
+Bytes dib_samples(const void* dib) {
+    const auto* h = static_cast<const DibHeader*>(dib);
+    Decoded d;
+    Decoded::on_header(h, reinterpret_cast<intptr_t>(&d));
+    const uint32_t rb = row_bytes(uint32_t(h->biWidth), h->biBitCount);
+    const uint8_t* px = static_cast<const uint8_t*>(dib) + 40 + palette_bytes(h->biBitCount);
+    for (int r = 0; r < h->biHeight; ++r) d.rows[size_t(r)].assign(px + size_t(h->biHeight - 1 - r) * rb, px + size_t(h->biHeight - r) * rb);
+    return samples(d);
+}
+
+// Palette DIBs: 8-bit with a colour palette, 4-bit grey, 4-bit colour,
+// 1-bit black/white and 1-bit white/black.
+void* palette_dib(int bits, bool grey, bool inverted = false) {
+    void* dib = make_dib(61, 37, bits, [&](uint8_t* row, uint32_t n, int32_t r) {
+        for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t(r * 13 + b * 29 + (b >> 2));
+    });
+    RgbQuad* pal = dib_palette(dib);
+    const int entries = 1 << bits;
+    for (int i = 0; i < entries; ++i) {
+        const int v = bits == 1 ? (inverted ? 255 - 255 * i : 255 * i) : i * 255 / (entries - 1);
+        pal[i] = grey ? RgbQuad{uint8_t(v), uint8_t(v), uint8_t(v), 0}
+                      : RgbQuad{uint8_t(v), uint8_t(255 - v), uint8_t(v * 7), 0};
+    }
+    return dib;
+}
+
+void expect_reference_bytes(const void* dib, const std::string& what) {
+    SCOPED_TRACE(what);
+    int32_t status = 0;
+    const auto lib = jpeg_encode_dib(dib, &status);
+    ASSERT_EQ(status, 0);
+    Bytes ref;
+    ASSERT_EQ(reference_encode(dib, &ref), 0);
+    ASSERT_EQ(lib.size(), ref.size());
+    EXPECT_TRUE(lib == ref);
+}
+
+}  // namespace
+
+TEST_F(JpegEncode, BytesEqualTheReferenceEncoder) {
+    void* photo = photo_dib();
+    const int samplings[][2] = {{2, 1}, {1, 1}, {2, 2}, {4, 1}, {1, 2}, {4, 2}};
+    for (const auto& s : samplings)
+        for (int q : {1, 30, 75, 100}) {
+            IMGLOW_set_comp_quality(q);
+            IMGLOW_set_jpg_interleave(s[0], s[1]);
+            expect_reference_bytes(photo, "photo " + std::to_string(s[0]) + "x" + std::to_string(s[1]) +
+                                              " q" + std::to_string(q));
+        }
+    IMGLOW_set_comp_quality(75);
+    IMGLOW_set_jpg_interleave(2, 2);
+    void* grey8 = make_dib(45, 33, 8);
+    void* cmyk = make_dib(29, 19, 32);
+    void* tiny = make_dib(1, 1, 24);
+    void* odd = make_dib(17, 5, 24);
+    expect_reference_bytes(grey8, "grey 8-bit");
+    expect_reference_bytes(cmyk, "32-bit");
+    expect_reference_bytes(tiny, "1 x 1");
+    expect_reference_bytes(odd, "17 x 5");
+    for (int bits : {1, 4, 8})
+        for (bool grey : {true, false}) {
+            void* p = palette_dib(bits, grey);
+            expect_reference_bytes(p, std::to_string(bits) + "-bit " + (grey ? "grey" : "colour"));
+            tesslin_block_free(p);
+        }
+    // Every value of every channel through the colour conversion, with and
+    // without chroma decimation.
+    void* ramp = make_dib(256, 40, 24, [](uint8_t* row, uint32_t, int32_t y) {
+        for (int x = 0; x < 256; ++x) {
+            row[3 * x] = uint8_t(x * 13 + y * 5);
+            row[3 * x + 1] = uint8_t(x * 7 + y * 3);
+            row[3 * x + 2] = uint8_t(x);
+        }
+    });
+    for (int h : {1, 2}) {
+        IMGLOW_set_jpg_interleave(h, 1);
+        expect_reference_bytes(ramp, "every value, " + std::to_string(h) + "x1");
+    }
+    tesslin_block_free(ramp);
+    void* inverted = palette_dib(1, true, true);
+    expect_reference_bytes(inverted, "1-bit white/black");
+    for (void* p : {photo, grey8, cmyk, tiny, odd, inverted}) tesslin_block_free(p);
+}
+
+namespace {
+
+// Runs a command; true when it exits 0 and writes nothing on stderr.
+bool run_quietly(const std::string& cmd) {
+    const std::string err = temp_path("stderr.txt");
+    const int rc = std::system((cmd + " 2> " + err).c_str());
+    const auto text = read_file(err);
+    if (!text.empty()) std::printf("%s: %.*s\n", cmd.c_str(), int(text.size()), text.data());
+    return rc == 0 && text.empty();
+}
+
+}  // namespace
+
+TEST_F(JpegEncode, PeersReadOurFilesWithoutWarnings) {
+    const bool djpeg = have_tool("djpeg"), pillow = have_pillow();
+    if (!djpeg && !pillow) GTEST_SKIP() << "neither djpeg nor Pillow";
+    void* photo = photo_dib();
+    const Raster grey_photo = read_netpbm(data_path("corpus/refs/61c574297165518c.pgm"));
+    ASSERT_GT(grey_photo.width, 0);
+    void* grey = dib_from_pnm(grey_photo);
+    IMGLOW_set_comp_quality(75);
+    struct Case {
+        void* dib;
+        int h, v;
+        const char* name;
+    } cases[] = {{photo, 2, 1, "422"}, {photo, 2, 2, "420"}, {photo, 1, 1, "444"}, {grey, 2, 1, "grey"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        IMGLOW_set_jpg_interleave(c.h, c.v);
+        int32_t status = 0;
+        const auto bytes = jpeg_encode_dib(c.dib, &status);
+        ASSERT_EQ(status, 0);
+        const std::string jpg = temp_path(std::string(c.name) + ".jpg");
+        const std::string out = temp_path(std::string(c.name) + ".pnm");
+        write_file(jpg, bytes);
+        const auto source = dib_samples(c.dib);
+        if (djpeg) {
+            ASSERT_TRUE(run_quietly("djpeg -pnm " + jpg + " > " + out));
+            const Raster p = read_netpbm(out);
+            ASSERT_GT(p.width, 0);
+            const double db = psnr(p.px, source);
+            std::printf("%-5s djpeg  %6.2f dB\n", c.name, db);
+            EXPECT_GE(db, 30.0);
+        }
+        if (pillow) {
+            ASSERT_TRUE(run_quietly("/usr/bin/python3 -W error -c \"from PIL import Image; im = Image.open('" +
+                                    jpg + "'); im.load(); im.save('" + out + "', 'PPM')\""));
+            const Raster p = read_netpbm(out);
+            ASSERT_GT(p.width, 0);
+            const double db = psnr(p.px, source);
+            std::printf("%-5s Pillow %6.2f dB\n", c.name, db);
+            EXPECT_GE(db, 30.0);
+        }
+    }
+    tesslin_block_free(photo);
+    tesslin_block_free(grey);
+}
+
+// Our 32-bit files (Adobe YCCK) come back through our decoder in the same
+// byte order, and Pillow sees the same four channels.
+TEST_F(JpegEncode, FourChannelImagesRoundTrip) {
+    const Raster cmyk = read_netpbm(data_path("corpus/refs/6df08250079a4171.pam"));
+    ASSERT_GT(cmyk.width, 0);
+    void* dib = dib_from_pnm(cmyk);
+    IMGLOW_set_comp_quality(75);
+    int32_t status = 0;
+    const auto bytes = jpeg_encode_dib(dib, &status);
+    ASSERT_EQ(status, 0);
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
+    EXPECT_EQ(d.h().biBitCount, 32);
+    EXPECT_EQ(d.h().biCompression, 0u);
+    const double db = psnr(samples(d), cmyk.px);
+    std::printf("32-bit round trip %.2f dB\n", db);
+    EXPECT_GE(db, 30.0);
+    if (have_pillow()) {
+        const std::string jpg = temp_path("cmyk.jpg"), out = temp_path("cmyk.raw");
+        write_file(jpg, bytes);
+        ASSERT_EQ(std::system(("/usr/bin/python3 -c \"from PIL import Image; im = Image.open('" + jpg +
+                               "'); open('" + out + "', 'wb').write(im.tobytes())\"")
+                                  .c_str()),
+                  0);
+        EXPECT_GE(psnr(read_file(out), samples(d)), 40.0);
+    }
+    tesslin_block_free(dib);
+}
+
+TEST_F(JpegEncode, QualityTablesAndColourModel) {
+    void* grey = make_dib(16, 8, 8);
+    auto dqt = [&](void* dib) {
+        const auto bytes = jpeg_encode_dib(dib);
+        for (size_t i = 0; i + 1 < bytes.size(); ++i)
+            if (bytes[i] == 0xFF && bytes[i + 1] == 0xDB)
+                return Bytes(bytes.begin() + long(i), bytes.begin() + long(i) + 134);
+        return Bytes();
+    };
+    IMGLOW_set_comp_quality(100);
+    auto t = dqt(grey);
+    ASSERT_EQ(t.size(), 134u);
+    EXPECT_EQ(t[3], 132);  // length: both tables, also for a grey image
+    for (int k = 0; k < 64; ++k) EXPECT_EQ(t[5 + k], 1) << k;
+    IMGLOW_set_comp_quality(50);
+    t = dqt(grey);
+    for (int k = 0; k < 64; ++k) {
+        EXPECT_EQ(t[5 + k], kJpegLumaBase[jpeg::kZigzag[k]]);
+        EXPECT_EQ(t[70 + k], kJpegChromaBase[jpeg::kZigzag[k]]);
+    }
+    IMGLOW_set_comp_quality(500);
+    const auto high = dqt(grey);
+    IMGLOW_set_comp_quality(100);
+    EXPECT_EQ(high, dqt(grey));
+    IMGLOW_set_comp_quality(-3);
+    const auto low = dqt(grey);
+    IMGLOW_set_comp_quality(1);
+    EXPECT_EQ(low, dqt(grey));
+    EXPECT_EQ(low[5], 32);  // 16 * 198 / 100, rounded
+
+    // Components and sampling as written in SOF0.
+    auto sof = [&](void* dib) {
+        const auto bytes = jpeg_encode_dib(dib);
+        for (size_t i = 0; i + 1 < bytes.size(); ++i)
+            if (bytes[i] == 0xFF && bytes[i + 1] == 0xC0)
+                return Bytes(bytes.begin() + long(i) + 2, bytes.begin() + long(i) + 22);
+        return Bytes();
+    };
+    IMGLOW_set_jpg_interleave(2, 1);
+    auto f = sof(grey);
+    EXPECT_EQ(f[7], 1);     // one component
+    EXPECT_EQ(f[9], 0x11);  // 1 x 1 whatever the setting
+    dib_palette(grey)[0] = RgbQuad{41, 41, 41, 0};
+    f = sof(grey);
+    EXPECT_EQ(f[7], 3);  // entry 0 at level 41: written as colour
+    EXPECT_EQ(f[9], 0x21);
+    void* cmyk = make_dib(8, 8, 32);
+    IMGLOW_set_jpg_interleave(2, 2);
+    f = sof(cmyk);
+    EXPECT_EQ(f[7], 4);
+    EXPECT_EQ(f[9], 0x12);  // H1 = 1 for four components, V1 as set
+    EXPECT_EQ(settings().jpeg_h, 2);  // the setting itself is left alone
+
+    // A width of 17 with H1 = 2 is coded over 32 columns; 1 x 1 is one MCU.
+    void* narrow = make_dib(17, 3, 24);
+    IMGLOW_set_jpg_interleave(2, 1);
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_bytes(jpeg_encode_dib(narrow), &d), 0);
+    EXPECT_EQ(d.h().biWidth, 17);
+    jpeg::DecodeOptions co;
+    co.coefficients = 1;
+    Decoded c;
+    ASSERT_EQ(jpeg_decode_bytes(jpeg_encode_dib(narrow), &c, co), 0);
+    EXPECT_EQ(c.h().biWidth, 32);
+    EXPECT_EQ(c.h().biHeight, 8);
+    for (void* p : {grey, cmyk, narrow}) tesslin_block_free(p);
+}
+
+TEST_F(JpegEncode, Failures) {
+    void* deep = make_dib(8, 8, 16);
+    int32_t status = 0;
+    jpeg_encode_dib(deep, &status);
+    EXPECT_EQ(status, IMG_ERR_DEPTH);
+    void* dib = make_dib(64, 64, 24);
+    jpeg_encode_dib(dib, &status, 9);
+    EXPECT_EQ(status, -7);  // the supply's status
+    jpeg_encode_dib(dib, &status, -1, 700);
+    EXPECT_EQ(status, IMG_ERR_WRITE) << "a memory stream too small for the file";
+    tesslin_block_free(deep);
+    tesslin_block_free(dib);
+}

@@ -1,0 +1,325 @@
+// PNG reader: PngSuite against Pillow's decodes, the corrupt PngSuite files,
+// and the reader's rules on files built for the purpose. (The corpus' PNG
+// pages are held against their references by the conformance suite.)
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <thread>
+
+#include "png_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+const std::string kSuite = corpus("suites/pngsuite");
+
+// Compares a decode with Pillow's pixels after the reader's fixed
+// conversions: grey samples stay sample values (Pillow scales 1-, 2- and
+// 4-bit grey to 0-255; the DIB keeps the value under the grey ramp of its
+// bit count), 16-bit samples keep their high byte, palette images compare
+// by colour (1-bit rows inverted when palette entry 0 is light), grey with
+// alpha keeps the grey, colour with alpha is blue, green, red, alpha.
+std::string compare_with_pillow(const Bytes& file, const Decoded& d, const Raster& ref) {
+    const int depth = file[24], colour = file[25];
+    if (d.width() != ref.width || d.height() != ref.height) return "size differs";
+    const bool inverted = d.bits() == 1 && d.palette()[0].rgbBlue && d.palette()[0].rgbGreen && d.palette()[0].rgbRed;
+    for (int y = 0; y < ref.height; ++y) {
+        for (int x = 0; x < ref.width; ++x) {
+            const uint8_t* r = ref.at(x, y);
+            bool same = true;
+            switch (colour) {
+            case 0: {
+                const uint32_t scale = depth >= 8 ? 1 : 255 / ((1u << depth) - 1);
+                same = sample(d, y, x) * scale == r[0];
+                break;
+            }
+            case 3: {
+                RgbQuad q = pixel_colour(d, y, x);
+                if (inverted) q = d.palette()[sample(d, y, x) ^ 1];
+                same = q.rgbRed == r[0] && q.rgbGreen == r[1] && q.rgbBlue == r[2];
+                break;
+            }
+            case 4:
+                same = sample(d, y, x) == r[0];
+                break;
+            case 2: {
+                const RgbQuad q = pixel_colour(d, y, x);
+                same = q.rgbRed == r[0] && q.rgbGreen == r[1] && q.rgbBlue == r[2];
+                break;
+            }
+            default: {
+                const RgbQuad q = pixel_colour(d, y, x);
+                same = q.rgbRed == r[0] && q.rgbGreen == r[1] && q.rgbBlue == r[2] && q.rgbReserved == r[3];
+                break;
+            }
+            }
+            if (!same) return "pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") differs";
+        }
+    }
+    return "";
+}
+
+// The DIB layout each PNG pixel type becomes.
+void expect_layout(const std::string& name, const Bytes& file, const Decoded& d) {
+    const int depth = file[24], colour = file[25];
+    const int bits = colour == 2 ? 24 : colour == 6 ? 32 : colour == 4 ? 8 : depth == 2 ? 8 : depth;
+    EXPECT_EQ(d.bits(), bits) << name;
+    EXPECT_EQ(d.h().biCompression, colour == 6 ? 200u : 0u) << name;
+    EXPECT_EQ(d.h().biSizeImage, row_bytes(uint32_t(d.width()), uint32_t(bits)) * uint32_t(d.height())) << name;
+    if (colour == 0 || colour == 4) {
+        // The grey ramp of the bit count: 2^bits levels (i * 256 / levels),
+        // 256 for 16 bits; black and white for 1 bit.
+        const uint32_t entries = bits == 16 ? 256 : 1u << bits, step = 256 / entries;
+        for (uint32_t i = 0; i < entries; ++i)
+            ASSERT_EQ(d.palette()[i].rgbRed, bits == 1 ? i * 255 : i * step) << name << " palette entry " << i;
+    }
+}
+
+std::vector<std::string> suite_files(bool corrupt) {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(kSuite)) {
+        const std::string n = e.path().filename().string();
+        if (e.path().extension() == ".png" && (n[0] == 'x') == corrupt) names.push_back(n);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string ref_path(const std::string& png) {
+    const std::string base = data_path("png/pngsuite/") + png.substr(0, png.size() - 4);
+    for (const char* ext : {".pgm", ".ppm", ".pam"})
+        if (fs::exists(base + ext)) return base + ext;
+    return "";
+}
+
+}  // namespace
+
+TEST(PngSuite, EveryValidFileDecodesToPillowsPixels) {
+    const auto names = suite_files(false);
+    ASSERT_GE(names.size(), 150u);
+    int compared = 0;
+    for (const auto& name : names) {
+        const auto file = read_file(kSuite + "/" + name);
+        const std::string ref = ref_path(name);
+        ASSERT_FALSE(ref.empty()) << name << ": no reference (run tests/data/png/make_refs.py)";
+        const Raster pnm = read_netpbm(ref);
+        ASSERT_GT(pnm.width, 0) << ref;
+        const Decoded d = png_read(file);
+        ASSERT_EQ(d.status, 0) << name;
+        expect_layout(name, file, d);
+        EXPECT_EQ(compare_with_pillow(file, d, pnm), "") << name;
+        ++compared;
+    }
+    EXPECT_EQ(compared, int(names.size()));
+}
+
+// The deliberately corrupt files: those whose damage the reader does not
+// look at (signature, CRCs) decode as their intact twins; the others fail
+// with a negative status.
+TEST(PngSuite, CorruptFilesFailOrDecodeAsTheReaderDefines) {
+    const std::map<std::string, std::string> decodes = {
+        {"xs1n0g01.png", "basn0g01.png"}, {"xs2n0g01.png", "basn0g01.png"}, {"xs4n0g01.png", "basn0g01.png"},
+        {"xs7n0g01.png", "basn0g01.png"}, {"xcsn0g01.png", "basn0g01.png"}, {"xhdn0g08.png", "basn0g08.png"},
+        {"xcrn0g04.png", "basn0g04.png"},
+    };
+    const auto names = suite_files(true);
+    ASSERT_EQ(names.size(), 14u);
+    for (const auto& name : names) {
+        const auto file = read_file(kSuite + "/" + name);
+        const Decoded d = png_read(file);
+        auto twin = decodes.find(name);
+        if (twin == decodes.end()) {
+            EXPECT_LT(d.status, 0) << name;
+            continue;
+        }
+        ASSERT_EQ(d.status, 0) << name;
+        const Raster pnm = read_netpbm(ref_path(twin->second));
+        EXPECT_EQ(compare_with_pillow(read_file(kSuite + "/" + twin->second), d, pnm), "") << name;
+    }
+    // Specific statuses: an impossible bit depth or colour type, a missing IDAT.
+    EXPECT_EQ(png_read(read_file(kSuite + "/xd3n2c08.png")).status, IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(png_read(read_file(kSuite + "/xc9n2c08.png")).status, IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(png_read(read_file(kSuite + "/xdtn0g01.png")).status, IMG_ERR_READ);
+}
+
+// --- the reader's rules, on files built here -------------------------------
+
+namespace {
+
+// A PNG of the given rows, each already prefixed with its filter byte.
+Bytes png_of(uint32_t w, uint32_t h, uint8_t depth, uint8_t colour, const Bytes& filtered,
+                            std::vector<std::pair<std::string, Bytes>> extra = {}, uint8_t interlace = 0,
+                            size_t split = 1 << 20) {
+    return build_png(ihdr(w, h, depth, colour, interlace), extra, zlib_compress(filtered), split);
+}
+
+}  // namespace
+
+TEST(PngReader, ImageDataSplitOverManyChunksDecodesAsOneStream) {
+    Bytes raw;
+    for (int y = 0; y < 40; ++y) {
+        raw.push_back(0);
+        for (int x = 0; x < 50 * 3; ++x) raw.push_back(uint8_t(x * 7 + y * 13));
+    }
+    const auto one = png_read(png_of(50, 40, 8, 2, raw));
+    const auto many = png_read(png_of(50, 40, 8, 2, raw, {}, 0, 7));
+    ASSERT_EQ(one.status, 0);
+    ASSERT_EQ(many.status, 0);
+    EXPECT_EQ(one.rows, many.rows);
+    EXPECT_EQ(one.rows[3][0], raw[3 * 151 + 3]);  // blue first
+}
+
+TEST(PngReader, PalettesAndBilevelRows) {
+    // 2-bit palette: an 8-bit DIB holding the indices, with the PLTE colours.
+    const Bytes plte = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120};
+    auto d = png_read(png_of(4, 1, 2, 3, {0, 0x1B}, {{"PLTE", plte}}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 8);
+    EXPECT_EQ(d.rows[0][0], 0);
+    EXPECT_EQ(d.rows[0][3], 3);
+    EXPECT_EQ(d.palette()[3].rgbRed, 100);
+    EXPECT_EQ(d.palette()[3].rgbBlue, 120);
+
+    // 1-bit grey: black-to-white palette, bits unchanged.
+    d = png_read(png_of(8, 1, 1, 0, {0, 0xA5}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.rows[0][0], 0xA5);
+    EXPECT_EQ(d.palette()[1].rgbRed, 255);
+
+    // 1-bit palette whose entry 0 is white: bits inverted, palette as read,
+    // interlaced or not.
+    const Bytes white_black = {255, 255, 255, 0, 0, 0};
+    for (uint8_t interlace : {0, 1}) {
+        Bytes raw;
+        if (interlace) {
+            // 8 x 1: passes 1 (x 0), 2 (x 4), 4 (x 2, 6), 6 (x 1, 3, 5, 7).
+            raw = {0, 0x80, 0, 0x00, 0, 0x80, 0, 0x20};  // pixels 0, 2, 5 set
+        } else {
+            raw = {0, 0xA4};
+        }
+        d = png_read(png_of(8, 1, 1, 3, raw, {{"PLTE", white_black}}, interlace));
+        ASSERT_EQ(d.status, 0);
+        EXPECT_EQ(d.rows[0][0], 0x5B) << int(interlace);
+        EXPECT_EQ(d.palette()[0].rgbRed, 255);
+    }
+}
+
+TEST(PngReader, SmallInterlacedImagesPlaceEveryPass) {
+    // 3 x 5, 8-bit grey, every pixel distinct: passes 2, 4 and 6 have fewer
+    // columns than the width over their step suggests.
+    const uint32_t w = 3, h = 5;
+    auto value = [](uint32_t x, uint32_t y) { return uint8_t(10 * y + x + 1); };
+    static const uint32_t col[7] = {0, 4, 0, 2, 0, 1, 0}, row[7] = {0, 0, 4, 0, 2, 0, 1};
+    static const uint32_t cs[7] = {8, 8, 4, 4, 2, 2, 1}, rs[7] = {8, 8, 8, 4, 4, 2, 2};
+    Bytes raw;
+    for (int p = 0; p < 7; ++p) {
+        if (w <= col[p] || h <= row[p]) continue;
+        for (uint32_t y = row[p]; y < h; y += rs[p]) {
+            raw.push_back(0);
+            for (uint32_t x = col[p]; x < w; x += cs[p]) raw.push_back(value(x, y));
+        }
+    }
+    const auto d = png_read(png_of(w, h, 8, 0, raw, {}, 1));
+    ASSERT_EQ(d.status, 0);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) EXPECT_EQ(d.rows[y][x], value(x, y)) << x << "," << y;
+}
+
+TEST(PngReader, FiltersAndResolution) {
+    // Filter Up on the first row reads a zero prior row: the raw bytes.
+    // Then Sub, Average, Paeth and an unknown filter (taken as None).
+    Bytes raw = {2, 1, 2, 3, 4, 5, 6, 1, 1, 1, 1, 1, 1, 1, 3, 0, 0, 0, 0, 0, 0,
+                                4, 0, 0, 0, 1, 1, 1, 9, 7, 7, 7, 7, 7, 7};
+    const Bytes phys = {0, 0, 0x2E, 0x23, 0, 0, 0x2E, 0x23, 1};  // 11811 per metre
+    const auto d = png_read(png_of(2, 5, 8, 2, raw, {{"pHYs", phys}}));
+    ASSERT_EQ(d.status, 0);
+    const std::vector<Bytes> bgr = {
+        {3, 2, 1, 6, 5, 4, 0, 0}, {1, 1, 1, 2, 2, 2, 0, 0}, {0, 0, 0, 1, 1, 1, 0, 0},
+        {0, 0, 0, 2, 2, 2, 0, 0}, {7, 7, 7, 7, 7, 7, 0, 0}};
+    EXPECT_EQ(d.rows, bgr);
+    EXPECT_EQ(d.h().biXPelsPerMeter, 300);
+    EXPECT_EQ(d.h().biYPelsPerMeter, 300);
+}
+
+TEST(PngReader, StatusesAndCallbacks) {
+    Bytes raw;
+    for (int y = 0; y < 8; ++y) raw.insert(raw.end(), {0, uint8_t(y), uint8_t(y + 1)});
+    const auto file = png_of(2, 8, 8, 0, raw);
+
+    Decoded stop;
+    stop.stop_header = IMG_ERR_STOP;
+    stop = png_read(file, stop);
+    EXPECT_EQ(stop.status, IMG_ERR_STOP);
+    EXPECT_EQ(stop.order.size(), 0u);
+
+    Decoded at3;
+    at3.stop_row = 3;
+    at3.stop_status = -5;
+    at3 = png_read(file, at3);
+    EXPECT_EQ(at3.status, -5);
+    EXPECT_EQ(at3.order.size(), 4u);
+
+    // Truncated image data: the rows that were complete arrive, then -12.
+    Bytes cut = file;
+    cut.resize(cut.size() - 12 - 12);  // drop IEND and the IDAT's tail
+    const auto part = png_read(cut);
+    EXPECT_EQ(part.status, IMG_ERR_READ);
+
+    // Short signature, missing IHDR.
+    EXPECT_EQ(png_read(Bytes(file.begin(), file.begin() + 5)).status, IMG_ERR_READ);
+    Bytes no_ihdr(file.begin(), file.begin() + 8);
+    no_ihdr.insert(no_ihdr.end(), file.begin() + 33, file.end());
+    EXPECT_EQ(png_read(no_ihdr).status, IMG_ERR_BAD_IMAGE);
+
+    // Offset and page positions.
+    Bytes shifted(100, 0x55);
+    shifted.insert(shifted.end(), file.begin(), file.end());
+    EXPECT_EQ(png_read(shifted, {}, 100).status, 0);
+    EXPECT_EQ(png_read(file, {}, 0x80000000u).status, 0);
+    EXPECT_EQ(png_read(file, {}, 0x80000001u).status, IMG_ERR_NO_PAGE);
+}
+
+TEST(PngReader, ReservedBlockTypeEndsTheDecodeKeepingWhatWasDelivered) {
+    // A stored block with rows 0 and 1, then a block of type 3.
+    const Bytes rows = {0, 1, 2, 0, 3, 4};
+    Bytes z = {0x78, 0x01, 0x00, 6, 0, 0xF9, 0xFF};
+    z.insert(z.end(), rows.begin(), rows.end());
+    z.push_back(0x07);  // final bit, type 3
+    const auto d = png_read(build_png(ihdr(2, 4, 8, 0), {}, z));
+    EXPECT_EQ(d.status, 0);
+    EXPECT_EQ(d.order.size(), 2u);
+    EXPECT_EQ(d.rows[1], (Bytes{3, 4, 0, 0}));
+}
+
+TEST(PngReader, DeclaredSizesBeyondTheDataAreRefusedBeforeTheHeader) {
+    // 30000 x 30000 RGB in a file of a few dozen bytes.
+    const auto file = png_of(30000, 30000, 8, 2, {0, 0, 0, 0});
+    const auto d = png_read(file);
+    EXPECT_EQ(d.status, IMG_ERR_READ);
+    EXPECT_TRUE(d.header.empty());
+}
+
+TEST(PngReader, FilesDecodeOnSeveralThreadsWithTheSameResults) {
+    const auto names = suite_files(false);
+    std::vector<Bytes> files;
+    std::vector<Decoded> alone;
+    for (const auto& n : names) {
+        files.push_back(read_file(kSuite + "/" + n));
+        alone.push_back(png_read(files.back()));
+    }
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (size_t i = size_t(t); i < files.size(); i += 2) {
+                const Decoded d = png_read(files[i]);
+                mismatches[size_t(t)] += d.status != alone[i].status || d.rows != alone[i].rows;
+            }
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}

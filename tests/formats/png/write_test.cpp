@@ -1,0 +1,155 @@
+// PNG writer: round trips through our reader, pngcheck's verdict, and
+// Pillow reading our files back.
+#include <random>
+
+#include "png_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+struct Image {
+    Bytes header;  // 40 bytes + palette
+    std::vector<Bytes> rows;
+};
+
+// Random pixels with the row padding (bytes and bits past the width) zero,
+// a palette of distinct colours for 4 and 8 bits, 300 dots per inch.
+Image random_image(int32_t w, int32_t h, int bits, uint32_t seed) {
+    Image im;
+    im.header.assign(40 + palette_bytes(uint32_t(bits)), 0);
+    auto* hdr = reinterpret_cast<DibHeader*>(im.header.data());
+    *hdr = dib_header(w, h, uint16_t(bits));
+    hdr->biCompression = bits == 32 ? IMG_COMPRESSION_ALPHA : 0;
+    dib_set_resolution(hdr, 300, 300);
+    for (uint32_t i = 0; i < palette_entries(uint32_t(bits)); ++i)
+        dib_palette(im.header.data())[i] = RgbQuad{uint8_t(i * 3), uint8_t(255 - i), uint8_t(i * 7 + 1), 0};
+    std::mt19937 rng(seed);
+    const uint64_t used_bits = uint64_t(w) * uint32_t(bits);
+    for (int32_t y = 0; y < h; ++y) {
+        Bytes row(row_bytes(uint32_t(w), uint32_t(bits)), 0);
+        for (uint64_t b = 0; b < used_bits / 8; ++b) row[b] = uint8_t(rng() >> 5);
+        if (used_bits % 8) row[used_bits / 8] = uint8_t((rng() >> 5) & (0xFF00 >> (used_bits % 8)));
+        im.rows.push_back(row);
+    }
+    return im;
+}
+
+struct Supply {
+    const std::vector<Bytes>* rows;
+    int32_t fail_row = -1;
+    static int32_t row(intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) {
+        auto* s = reinterpret_cast<Supply*>(user);
+        if (row == s->fail_row) return -2;
+        std::memcpy(buffer, (*s->rows)[size_t(row)].data(), std::min<size_t>(bytes, (*s->rows)[size_t(row)].size()));
+        return 0;
+    }
+};
+
+// Encodes the image into a memory stream of `capacity` bytes (0: ample);
+// *status gets the encoder's result.
+Bytes png_write(const Image& im, int32_t* status, int32_t fail_row = -1, uint32_t capacity = 0) {
+    Bytes buf(capacity ? capacity : im.rows.size() * (im.rows[0].size() + 1) * 2 + 65536);
+    const int32_t s = stream::mem_create_sized(buf.data(), uint32_t(buf.size()));
+    Supply supply{&im.rows, fail_row};
+    *status = png_encode(s, reinterpret_cast<const DibHeader*>(im.header.data()), Supply::row,
+                         reinterpret_cast<intptr_t>(&supply), 0);
+    buf.resize(size_t(std::max(stream::seek(s, 0, 1), 0)));
+    stream::mem_release(s);
+    return *status < 0 ? Bytes{} : buf;
+}
+
+}  // namespace
+
+TEST(PngWriter, EveryDepthRoundTripsThroughTheReader) {
+    for (int bits : {1, 4, 8, 16, 24, 32})
+        for (int32_t w : {1, 13, 640}) {
+            SCOPED_TRACE(testing::Message() << bits << " bits, width " << w);
+            const Image im = random_image(w, 37, bits, uint32_t(bits * 1000 + w));
+            int32_t status = 0;
+            const Decoded d = png_read(png_write(im, &status));
+            ASSERT_EQ(status, 0);
+            ASSERT_EQ(d.status, 0);
+            EXPECT_EQ(d.bits(), bits);
+            EXPECT_EQ(d.h().biCompression, bits == 32 ? 200u : 0u);
+            EXPECT_EQ(d.h().biXPelsPerMeter, 300);
+            EXPECT_EQ(d.rows, im.rows);
+            if (bits == 4 || bits == 8) {
+                EXPECT_EQ(0, std::memcmp(d.palette(), dib_palette(im.header.data()), palette_bytes(uint32_t(bits))));
+            }
+        }
+}
+
+TEST(PngWriter, RefusalsAndFailures) {
+    Image im = random_image(8, 8, 32, 1);
+    int32_t status = 0;
+    reinterpret_cast<DibHeader*>(im.header.data())->biCompression = 0;  // four colour channels
+    png_write(im, &status);
+    EXPECT_EQ(status, IMG_ERR_DEPTH);
+    im = random_image(8, 8, 24, 1);
+    png_write(im, &status, 5);
+    EXPECT_EQ(status, -2) << "the supply's status";
+    png_write(im, &status, -1, 100);
+    EXPECT_EQ(status, IMG_ERR_WRITE) << "a stream that cannot take the data";
+}
+
+TEST(PngWriter, ChunkLayout) {
+    // A noisy image spans several IDAT chunks of 8192 bytes and one shorter.
+    int32_t status = 0;
+    const Bytes png = png_write(random_image(300, 200, 24, 7), &status);
+    ASSERT_EQ(status, 0);
+    std::vector<std::string> types;
+    std::vector<uint32_t> idat;
+    for (size_t at = 8; at + 12 <= png.size();) {
+        const uint32_t len = load_be32(&png[at]);
+        const std::string type(png.begin() + long(at) + 4, png.begin() + long(at) + 8);
+        if (types.empty() || types.back() != type) types.push_back(type);
+        if (type == "IDAT") idat.push_back(len);
+        EXPECT_EQ(load_be32(&png[at + 8 + len]), png_crc(&png[at + 4], len + 4)) << type;
+        at += 12 + len;
+    }
+    EXPECT_EQ(types, (std::vector<std::string>{"IHDR", "pHYs", "IDAT", "IEND"}));
+    ASSERT_GE(idat.size(), 3u);
+    for (size_t i = 0; i + 1 < idat.size(); ++i) EXPECT_EQ(idat[i], 8192u);
+    EXPECT_LE(idat.back(), 8192u);
+    EXPECT_EQ(png[24], 8);  // depth
+    EXPECT_EQ(png[25], 2);  // RGB
+}
+
+// pngcheck passes our files, and Pillow reads the pixels we wrote: grey
+// values for 1 and 16 bits (the high byte), colours through the palette,
+// RGB, RGBA.
+TEST(PngWriter, PeersReadOurFilesBackIdentically) {
+    const bool pngcheck = have_tool("pngcheck");
+    if (!pngcheck && !have_pillow()) GTEST_SKIP() << "neither pngcheck nor Pillow";
+    for (int bits : {1, 4, 8, 16, 24, 32}) {
+        SCOPED_TRACE(testing::Message() << bits << " bits");
+        const Image im = random_image(77, 21, bits, uint32_t(bits + 40));
+        int32_t status = 0;
+        const std::string path = temp_path("png_peer.png");
+        write_file(path, png_write(im, &status));
+        ASSERT_EQ(status, 0);
+        if (pngcheck) {
+            EXPECT_TRUE(run("pngcheck -q " + path));
+        }
+        if (!have_pillow()) continue;
+        const Raster got = pillow(path, bits == 32 ? "RGBA" : bits == 1 ? "L" : bits == 16 ? "I;16" : "RGB");
+        Decoded mine;
+        mine.header = im.header;
+        mine.rows = im.rows;
+        Raster want = mine.raster();
+        if (bits == 1 || bits == 16) {  // grey 0 / 255; big-endian 16-bit samples
+            want.channels = bits == 1 ? 1 : 2;
+            want.px.clear();
+            for (int32_t y = 0; y < 21; ++y)
+                for (int32_t x = 0; x < 77; ++x) {
+                    const Bytes& row = im.rows[size_t(y)];
+                    if (bits == 1) want.px.push_back(sample(mine, y, x) ? 255 : 0);
+                    else want.px.insert(want.px.end(), {row[2 * size_t(x) + 1], row[2 * size_t(x)]});
+                }
+        }
+        EXPECT_EQ(count_differences(got, want, want.channels), 0u);
+        fs::remove(path);
+    }
+}

@@ -1,0 +1,736 @@
+// TIFF reader: libtiff's test images against their references, the
+// reader's rules on files built for the purpose, the directory queries and
+// damaged input.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <thread>
+
+#include "tiff_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+const std::string kSuite = corpus("suites/libtiff");
+const std::string kCorpus = data_path("corpus");
+
+Bytes patched(Bytes f, size_t at, uint8_t v) {
+    f.at(at) = v;
+    return f;
+}
+
+int32_t handle_of(const std::string& path, int32_t page = 0) {
+    return IMG_decompress_bitmap_page(path.c_str(), page);
+}
+
+}  // namespace
+
+// libtiff's test images: each decodes to the suite's own reference where it
+// has one, else to Pillow's decode (or, for the planar grey-with-alpha file
+// Pillow cannot open, libtiff's tiff2rgba). The one file we cannot read is
+// listed with its reason.
+TEST(TiffSuite, EveryFileDecodesToItsReference) {
+    struct Expect {
+        std::string reference;  // suite file, or "pillow:<mode>"
+        int channels;
+    };
+    const std::map<std::string, Expect> expect = {
+        {"minisblack-1c-8b.tiff", {"minisblack-1c-8b.pgm", 1}},
+        {"miniswhite-1c-1b.tiff", {"miniswhite-1c-1b.pbm", 1}},
+        {"rgb-3c-8b.tiff", {"rgb-3c-8b.ppm", 3}},
+        // 16-bit RGB keeps the high bytes, as Pillow does (the suite's
+        // 8-bit twin divides by 257 instead).
+        {"rgb-3c-16b.tiff", {"pillow:RGB", 3}},
+        {"palette-1c-1b.tiff", {"pillow:RGB", 3}},
+        {"palette-1c-4b.tiff", {"pillow:RGB", 3}},
+        {"palette-1c-8b.tiff", {"pillow:RGB", 3}},
+        // Old-style LZW (codes least significant bit first).
+        {"quad-lzw-compat.tiff", {"pillow:RGB", 3}},
+    };
+    // Files we cannot read, and why.
+    const std::map<std::string, std::string> refused = {
+        {"logluv-3c-16b.tiff", "SGILog compression (34676) of LogLuv data is not read"},
+    };
+    int checked = 0;
+    for (const auto& entry : fs::directory_iterator(kSuite)) {
+        const std::string name = entry.path().filename().string();
+        const std::string path = entry.path().string();
+        if (entry.path().extension() != ".tiff") continue;
+        ++checked;
+        if (refused.count(name)) {
+            const int32_t h = handle_of(path);
+            EXPECT_LT(h, 0) << name << ": " << refused.at(name);
+            if (h >= 0) IMG_delete_bitmap(h);
+            continue;
+        }
+        if (name == "quad-tile.jpg.tiff") {
+            // Tiled JPEG with shared tables and 2 x 2 chroma, assembled from
+            // its tiles; libtiff interpolates chroma where we replicate it.
+            if (!have_pillow()) continue;
+            const int32_t h = IMG_decompress_tiled_bitmap(path.c_str(), 0);
+            ASSERT_GE(h, 0) << name;
+            const Raster got = handle_raster(h), ref = pillow(path, "RGB");
+            IMG_delete_bitmap(h);
+            ASSERT_EQ(got.width, ref.width);
+            ASSERT_EQ(got.height, ref.height);
+            double sq = 0;
+            for (size_t i = 0; i < ref.px.size(); ++i)
+                sq += (double(got.px[i]) - ref.px[i]) * (double(got.px[i]) - ref.px[i]);
+            EXPECT_GT(10 * std::log10(255.0 * 255 * double(ref.px.size()) / std::max(sq, 1.0)), 30.0)
+                << name;
+            continue;
+        }
+        const Decoded d = decode_file(path);
+        ASSERT_EQ(d.status, 0) << name;
+        if (name == "minisblack-1c-16b.tiff") {
+            // 16-bit grey keeps every bit: little-endian samples.
+            if (!have_pillow()) continue;
+            const Raster ref = pillow(path, "I;16");
+            ASSERT_EQ(ref.width, d.width());
+            int64_t wrong = 0;
+            for (int32_t y = 0; y < ref.height; ++y)
+                for (int32_t x = 0; x < ref.width; ++x)
+                    wrong += load_le16(&d.rows[size_t(y)][size_t(x) * 2]) != load_be16(ref.at(x, y));
+            EXPECT_EQ(wrong, 0) << name;
+            continue;
+        }
+        if (name == "minisblack-2c-8b-alpha.tiff") {
+            // Grey with associated alpha in separate planes (Pillow cannot
+            // open it): the stored grey is kept, the alpha dropped. libtiff's
+            // tiff2rgba divides the grey by the alpha; multiplied back it
+            // must match ours within rounding.
+            if (!have_pillow() || !have_tool("tiff2rgba")) continue;
+            const std::string rgba = temp_path("rgba.tif");
+            ASSERT_TRUE(run("tiff2rgba -c none '" + path + "' '" + rgba + "'"));
+            const Raster ref = pillow(rgba, "RGBA");
+            fs::remove(rgba);
+            ASSERT_EQ(ref.width, d.width());
+            int64_t wrong = 0;
+            for (int32_t y = 0; y < ref.height; ++y)
+                for (int32_t x = 0; x < ref.width; ++x) {
+                    const uint8_t* p = ref.at(x, y);
+                    wrong += std::abs(int(d.rows[size_t(y)][size_t(x)]) - (p[0] * p[3] + 127) / 255) > 1;
+                }
+            EXPECT_EQ(wrong, 0) << name;
+            continue;
+        }
+        ASSERT_TRUE(expect.count(name)) << name << " has no expectation";
+        const Expect& e = expect.at(name);
+        Raster ref;
+        if (e.reference.rfind("pillow:", 0) == 0) {
+            if (!have_pillow()) continue;
+            ref = pillow(path, e.reference.substr(7));
+        } else {
+            ref = read_netpbm(kSuite + "/" + e.reference);
+        }
+        ASSERT_GT(ref.width, 0) << name;
+        EXPECT_EQ(differences(d, ref, e.channels), 0) << name;
+    }
+    EXPECT_EQ(checked, 12);
+}
+
+// The pixel layouts of the corpus pages: depth, compression marker and
+// palette, which the conformance suite does not look at.
+TEST(TiffRead, PagesArriveInTheirDibLayout) {
+    struct Case {
+        const char* file;
+        int bits;
+        uint32_t compression;
+    };
+    for (const Case& c : {Case{"tone/rgb-none.tif", 24, 0}, Case{"tone/rgba.tif", 32, 200},
+                          Case{"tone/cmyk.tif", 32, 0}, Case{"tone/rgb16.tif", 24, 0},
+                          Case{"tone/palette4.tif", 4, 0}, Case{"tone/grey-none.tif", 8, 0},
+                          Case{"doc/g4.tif", 1, 0}, Case{"doc/bilevel-lzw.tif", 1, 0}}) {
+        const Decoded d = decode_file(kCorpus + "/" + c.file);
+        ASSERT_EQ(d.status, 0) << c.file;
+        EXPECT_EQ(d.bits(), c.bits) << c.file;
+        EXPECT_EQ(d.h().biCompression, c.compression) << c.file;
+        EXPECT_EQ(d.h().biSizeImage, row_bytes(uint32_t(d.width()), uint32_t(c.bits)) * uint32_t(d.height()));
+        if (c.bits == 8) {
+            for (int i = 0; i < 256; ++i) ASSERT_EQ(d.palette()[i].rgbRed, i) << c.file;
+        }
+        if (c.bits == 1) {
+            // Black, white; white runs of WhiteIsZero pages arrive as 1 bits.
+            EXPECT_EQ(d.palette()[0].rgbRed, 0);
+            EXPECT_EQ(d.palette()[1].rgbRed, 255);
+        }
+    }
+    // Resolution in dots per inch.
+    const Decoded g4 = decode_file(kCorpus + "/doc/g4.tif");
+    EXPECT_EQ(g4.h().biXPelsPerMeter, 200);
+    EXPECT_EQ(g4.h().biYPelsPerMeter, 200);
+}
+
+// Pages of a big-endian multi-page file: each page is its own directory;
+// a page beyond the chain is -11.
+TEST(TiffRead, PagesOfAMultiPageFile) {
+    const auto file = read_file(kCorpus + "/doc/multipage-g4-bigendian.tif");
+    const Decoded p0 = decode(file, 0x80000000u), p2 = decode(file, 0x80000002u);
+    ASSERT_EQ(p0.status, 0);
+    ASSERT_EQ(p2.status, 0);
+    EXPECT_NE(p0.rows, p2.rows);
+    EXPECT_EQ(decode(file, 0x80000003u).status, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(decode(file, 0x80000009u).status, IMG_ERR_NO_PAGE);
+    const std::string path = kCorpus + "/doc/multipage-g4-bigendian.tif";
+    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
+    EXPECT_EQ(handle_of(path, 3), IMG_ERR_NO_PAGE);
+}
+
+// A Group 4 fax page whose ImageLength is missing: width 1728 gives the
+// standard 1045 rows.
+TEST(TiffRead, FaxPageWithoutLengthHasTheStandardHeight) {
+    Bytes f = read_file(kCorpus + "/doc/g4.tif");
+    const size_t at = tiff_field(f, 257);
+    ASSERT_GT(at, 0u);
+    store_le16(&f[at - 8], 0x7FFF);  // some private tag number instead of ImageLength
+    const Decoded d = decode(f);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.height(), 1045);
+    EXPECT_TRUE(d.complete());
+}
+
+// WhiteIsZero Group 4 data arrives as it is coded; the same data marked
+// BlackIsZero arrives with every row inverted; both with black, white.
+TEST(TiffRead, PhotometricOfFaxData) {
+    Bytes f = read_file(kCorpus + "/doc/g4.tif");
+    const Decoded white = decode(f);
+    store_le16(&f[tiff_field(f, 262)], 1);
+    const Decoded black = decode(f);
+    ASSERT_EQ(white.status, 0);
+    ASSERT_EQ(black.status, 0);
+    EXPECT_EQ(black.palette()[0].rgbRed, 0);
+    for (int y : {0, 700, 1500}) {
+        const auto& a = white.rows[size_t(y)];
+        const auto& b = black.rows[size_t(y)];
+        for (size_t i = 0; i < 1728 / 8; ++i) ASSERT_EQ(uint8_t(~a[i]), b[i]) << y;
+    }
+}
+
+// Resolution 200 per centimetre is reported as 508 dots per inch.
+TEST(TiffRead, CentimetreResolution) {
+    TiffBuilder b;
+    const uint32_t strip = b.add_data(Bytes(4, 0x55));
+    b.add_long(256, 8);
+    b.add_long(257, 4);
+    b.add_short(259, 1);
+    b.add_short(262, 1);
+    b.add_long(273, strip);
+    b.add_long(279, 4);
+    b.add_rational(282, 200, 1);
+    b.add_rational(283, 400, 2);
+    b.add_short(296, 3);
+    b.set_first(b.finish_directory());
+    const Decoded d = decode(b.bytes);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.h().biXPelsPerMeter, 508);
+    EXPECT_EQ(d.h().biYPelsPerMeter, 508);
+}
+
+// Tiled pages assembled from their tiles, the edge tiles clipped: a 24-bit
+// page (227 x 149 in tiles of 64) and a bilevel one, exactly their
+// references; files that are not tiled are refused.
+TEST(TiffRead, TiledPagesAssembleIntoOneImage) {
+    for (auto [file, ref] : {std::pair{"tone/rgb-tiled.tif", "b8d8b9b4501bf26d.ppm"},
+                             {"doc/bilevel-tiled.tif", "4801f0abbac4f916.pbm"}}) {
+        const int32_t h = IMG_decompress_tiled_bitmap((kCorpus + "/" + file).c_str(), 0);
+        ASSERT_GE(h, 0) << file;
+        EXPECT_EQ(count_differences(handle_raster(h), read_netpbm(kCorpus + "/refs/" + ref), 3), 0u) << file;
+        IMG_delete_bitmap(h);
+    }
+    EXPECT_EQ(IMG_decompress_tiled_bitmap((kCorpus + "/bmp/rgb24.bmp").c_str(), 0), IMG_ERR_NOT_TILED);
+    EXPECT_EQ(IMG_decompress_tiled_bitmap((kCorpus + "/tone/rgb-none.tif").c_str(), 0), IMG_ERR_NOT_TILED);
+    EXPECT_EQ(IMG_decompress_tiled_bitmap("/nonexistent", 0), IMG_ERR_OPEN);
+}
+
+// A tiled page decoded with tile index 5 delivers tile 5 alone, sized as a
+// tile; the tile and tag queries describe the file.
+TEST(TiffRead, TilesAndTheirQueries) {
+    const std::string path = kCorpus + "/tone/rgb-tiled.tif";
+    const auto file = read_file(path);
+    const Decoded t5 = decode(file, 0x80000000u | (5u << 16));
+    ASSERT_EQ(t5.status, 0);
+    EXPECT_EQ(t5.width(), 64);
+    EXPECT_EQ(t5.height(), 64);
+    // Tile 5 is the second tile of the second row of tiles (4 across).
+    const Raster whole = read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
+    EXPECT_EQ(t5.raster().at(3, 7)[0], whole.at(64 + 3, 64 + 7)[0]);
+    EXPECT_EQ(t5.raster().at(3, 7)[2], whole.at(64 + 3, 64 + 7)[2]);
+
+    int32_t info[5] = {};
+    EXPECT_EQ(IMGLOW_get_tile_info(path.c_str(), info, 0), 0);
+    EXPECT_EQ(std::vector<int32_t>(info, info + 5), (std::vector<int32_t>{227, 149, 64, 64, 12}));
+    EXPECT_EQ(IMGLOW_is_tiled_image(path.c_str()), 1);
+    const std::string striped = kCorpus + "/tone/rgb-none.tif";
+    EXPECT_EQ(IMGLOW_is_tiled_image(striped.c_str()), 0);
+    EXPECT_EQ(IMGLOW_get_tile_info(striped.c_str(), info, 0), IMG_ERR_NOT_TILED);
+    EXPECT_EQ(IMGLOW_get_tile_info(striped.c_str(), info, 1), IMG_ERR_NO_PAGE);
+    const std::string png = kCorpus + "/png/rgb.png";
+    EXPECT_EQ(IMGLOW_get_tile_info(png.c_str(), info, 0), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(IMGLOW_is_tiled_image("/nonexistent.tif"), 0);
+}
+
+TEST(TiffRead, TagQueries) {
+    const std::string path = kCorpus + "/doc/g4.tif";
+    int32_t value = -1;
+    char text[64] = {};
+    EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, path.c_str(), nullptr), 0);
+    EXPECT_EQ(value, 1728);
+    EXPECT_EQ(IMGLOW_get_tiff_tag(282, 0, &value, path.c_str(), nullptr), 0);  // RATIONAL
+    EXPECT_EQ(value, 200);
+    // ASCII: copied into the buffer, at most its size.
+    const int32_t n = IMGLOW_get_tiff_tag(305, sizeof text, &value, path.c_str(), text);
+    EXPECT_GT(n, 10);
+    EXPECT_EQ(std::string(text).rfind("GPL Ghostscript", 0), 0u);
+    EXPECT_EQ(IMGLOW_get_tiff_tag(305, 3, &value, path.c_str(), text), 3);
+    EXPECT_EQ(IMGLOW_get_tiff_tag(999, 0, &value, path.c_str(), nullptr), IMG_ERR_NOT_FOUND);
+    // PageNumber (two SHORTs): the whole value field.
+    const std::string multi = kCorpus + "/doc/multipage-g4.tif";
+    EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 2), 0);
+    EXPECT_EQ(value, 2200);
+    EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 3), IMG_ERR_NO_PAGE);
+    const std::string png = kCorpus + "/png/rgb.png";
+    EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, png.c_str(), nullptr), IMG_ERR_UNSUPPORTED);
+    const int32_t fd = open(multi.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    lseek(fd, 100, SEEK_SET);  // the stream variant starts from offset 0 itself
+    EXPECT_EQ(IMGLOW_get_tiff_tag_page_fd(256, 0, &value, fd, nullptr, 1), 0);
+    EXPECT_EQ(value, 1700);
+    close(fd);
+    // Orientation by page.
+    EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 2), 0);
+    EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 3), IMG_ERR_NO_PAGE);
+}
+
+// The directory listing decodes every field type in either byte order and
+// sizes its array with a first call.
+TEST(TiffRead, DirectoryListing) {
+    for (bool big : {false, true}) {
+        SCOPED_TRACE(big ? "big-endian" : "little-endian");
+        TiffBuilder b(big);
+        const uint32_t strip = b.add_data(Bytes(4, 0));
+        b.add_long(256, 8);
+        b.add_long(257, 4);
+        b.add_long(273, strip);
+        b.add(258, 3, {8, 8, 8, 8, 8, 8});  // six SHORTs: data elsewhere
+        b.add_rational(282, 300, 1);
+        b.add_ascii(305, "listing");
+        auto be_or_le = [&](Bytes v) {
+            if (!big) std::reverse(v.begin(), v.end());
+            return v;
+        };
+        b.entries.push_back({0x8001, 6, 1, {0xFB}});                        // SBYTE -5
+        b.entries.push_back({0x8002, 8, 1, be_or_le({0xFF, 0xFE})});        // SSHORT -2
+        b.entries.push_back({0x8003, 12, 1, be_or_le({0x3F, 0xF8, 0, 0, 0, 0, 0, 0})});  // 1.5
+        Bytes srational = be_or_le({0xFF, 0xFF, 0xFF, 0xFF});  // -1 / 3
+        const Bytes three = be_or_le({0, 0, 0, 3});
+        srational.insert(srational.end(), three.begin(), three.end());
+        b.entries.push_back({0x8004, 10, 1, srational});
+        b.set_first(b.finish_directory());
+        const std::string path = temp_path("listing.tif");
+        write_file(path, b.bytes);
+
+        const int32_t n = IMGLOW_get_tiff_directory(path.c_str(), 0, nullptr, 0);
+        ASSERT_EQ(n, 10);
+        std::vector<IMG_TIFF_FIELD> f(size_t(n) + 2, IMG_TIFF_FIELD{0xEEEE, 0, 0, 0, {}});
+        EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), 3), n);
+        EXPECT_EQ(f[2].tag, 273);
+        EXPECT_EQ(f[3].tag, 0xEEEE) << "no more than max entries written";
+        ASSERT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), n + 2), n);
+        std::map<uint16_t, IMG_TIFF_FIELD> by_tag;
+        for (int32_t i = 0; i < n; ++i) by_tag[f[size_t(i)].tag] = f[size_t(i)];
+        EXPECT_EQ(by_tag[256].value[0], 8u);
+        EXPECT_EQ(by_tag[258].count, 6u);
+        EXPECT_GT(by_tag[258].offset, 0u);
+        EXPECT_EQ(std::vector<uint32_t>(by_tag[258].value, by_tag[258].value + 4),
+                  (std::vector<uint32_t>{8, 8, 8, 8}));
+        EXPECT_EQ(by_tag[282].value[0], 300u);
+        EXPECT_EQ(by_tag[282].value[1], 1u);
+        EXPECT_EQ(by_tag[305].type, 2);
+        EXPECT_EQ(by_tag[305].count, 8u);
+        EXPECT_EQ(int32_t(by_tag[0x8001].value[0]), -5);
+        EXPECT_EQ(int32_t(by_tag[0x8002].value[0]), -2);
+        const uint64_t bits = uint64_t(by_tag[0x8003].value[1]) << 32 | by_tag[0x8003].value[0];
+        double d;
+        std::memcpy(&d, &bits, sizeof d);
+        EXPECT_EQ(d, 1.5);
+        EXPECT_EQ(int32_t(by_tag[0x8004].value[0]), -1);
+        EXPECT_EQ(by_tag[0x8004].value[1], 3u);
+
+        EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 1, f.data(), n), IMG_ERR_NO_PAGE);
+        // Cut inside the directory.
+        Bytes cut(b.bytes.begin(), b.bytes.end() - 30);
+        write_file(path, cut);
+        EXPECT_LT(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), n), 0);
+        fs::remove(path);
+    }
+    const std::string png = kCorpus + "/png/rgb.png";
+    EXPECT_EQ(IMGLOW_get_tiff_directory(png.c_str(), 0, nullptr, 0), IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(IMGLOW_get_tiff_directory("/nonexistent.tif", 0, nullptr, 0), IMG_ERR_OPEN);
+}
+
+// Channel mode (a negative page): one byte of each pixel as 8-bit grey.
+TEST(TiffRead, ChannelMode) {
+    const auto file = read_file(kCorpus + "/tone/rgb-none.tif");
+    const Decoded whole = decode(file);
+    const Decoded green = decode(file, uint32_t(-1));
+    ASSERT_EQ(green.status, 0);
+    EXPECT_EQ(green.bits(), 8);
+    const Raster rgb = whole.raster();
+    for (int32_t x = 0; x < whole.width(); x += 17) EXPECT_EQ(green.rows[40][size_t(x)], rgb.at(x, 40)[1]);
+    EXPECT_EQ(decode(file, uint32_t(-3)).status, IMG_ERR_BAD_IMAGE);  // RGB has bytes 0 to 2
+}
+
+// Our writer's page index: page p's directory is found at 20 + 4p without
+// walking the chain (here the chain is cut to prove it).
+TEST(TiffRead, PageIndexIsFollowed) {
+    Bytes one = read_file(kCorpus + "/tone/grey-none.tif");
+    TiffBuilder b;
+    b.bytes.resize(20 + 4 * 4, 0);
+    std::memcpy(&b.bytes[8], "Tesslin", 8);
+    store_le32(&b.bytes[16], 2);
+    b.set_first(20 + 16);
+    // Two pages of 2 x 2 grey, each its own directory, not chained.
+    std::vector<uint32_t> ifds;
+    for (uint8_t level : {10, 200}) {
+        const uint32_t strip = b.add_data(Bytes(4, level));
+        b.add_long(256, 2);
+        b.add_long(257, 2);
+        b.add_short(258, 8);
+        b.add_short(259, 1);
+        b.add_short(262, 1);
+        b.add_long(273, strip);
+        b.add_long(279, 4);
+        ifds.push_back(b.finish_directory());
+    }
+    store_le32(&b.bytes[20], ifds[0]);
+    store_le32(&b.bytes[24], ifds[1]);
+    b.set_first(ifds[0]);
+    const Decoded p1 = decode(b.bytes, 0x80000001u);
+    ASSERT_EQ(p1.status, 0);
+    EXPECT_EQ(p1.rows[0][0], 200);
+    // Beyond the indexed pages the chain is followed from the last one.
+    EXPECT_EQ(decode(b.bytes, 0x80000002u).status, IMG_ERR_NO_PAGE);
+}
+
+// Compressed data that ends early, directories that loop or point outside
+// the file, counts no file can hold, zero tile sizes: negative statuses.
+TEST(TiffRead, DamagedFilesFailCleanly) {
+    const Bytes lzw = read_file(kCorpus + "/tone/rgb-lzw.tif");
+    const Bytes packbits = read_file(kCorpus + "/tone/rgb-packbits.tif");
+    const Bytes none = read_file(kCorpus + "/tone/rgb-none.tif");
+    const Bytes g4 = read_file(kCorpus + "/doc/g4-strips.tif");
+
+    // Uncompressed and PackBits strips cut short: -12.
+    Decoded d = decode(Bytes(none.begin(), none.begin() + 50000));
+    EXPECT_LT(d.status, 0);
+    Bytes f;
+    // Header, offsets and counts pointing past the end of the file.
+    f = none;
+    store_le32(&f[4], 0x7FFFFF00);
+    EXPECT_LT(decode(f).status, 0);
+    f = none;
+    store_le32(&f[tiff_field(f, 273)], 0x7FFFF000);  // StripOffsets array beyond the file
+    EXPECT_LT(decode(f).status, 0);
+    // Absurd sizes: a width no stream can back.
+    f = lzw;
+    store_le32(&f[tiff_field(f, 256)], 0x00FFFFFF);
+    store_le16(&f[tiff_field(f, 256) - 6], 4);
+    EXPECT_LT(decode(f).status, 0);
+    // Entry counts outside 3..550.
+    f = none;
+    store_le16(&f[load_le32(&f[4])], 2);
+    EXPECT_EQ(decode(f).status, IMG_ERR_BAD_IMAGE);
+    // Wrong byte order word.
+    EXPECT_EQ(decode(patched(none, 0, 'X')).status, IMG_ERR_UNSUPPORTED);
+    EXPECT_EQ(decode(Bytes(none.begin(), none.begin() + 6)).status, IMG_ERR_BAD_IMAGE);
+    // A directory chain that loops: the pages end where it loops.
+    f = none;
+    const uint32_t ifd = load_le32(&f[4]);
+    const uint32_t n = load_le16(&f[ifd]);
+    store_le32(&f[ifd + 2 + 12 * n], ifd);
+    EXPECT_EQ(decode(f, 0x80000005u).status, IMG_ERR_NO_PAGE);
+    write_file(temp_path("loop.tif"), f);
+    EXPECT_EQ(IMGLOW_get_pages(temp_path("loop.tif").c_str()), 1);
+    EXPECT_EQ(IMGLOW_get_tiff_tag_page(256, 0, nullptr, temp_path("loop.tif").c_str(), nullptr, 4),
+              IMG_ERR_NO_PAGE);
+    // A tile size of 0.
+    TiffBuilder b;
+    b.add_long(256, 64);
+    b.add_long(257, 64);
+    b.add_long(322, 0);
+    b.add_long(323, 16);
+    b.add_long(324, 8);
+    b.set_first(b.finish_directory());
+    EXPECT_LT(decode(b.bytes).status, 0);
+    write_file(temp_path("zero-tile.tif"), b.bytes);
+    int32_t info[5];
+    EXPECT_EQ(IMGLOW_get_tile_info(temp_path("zero-tile.tif").c_str(), info, 0), IMG_ERR_BAD_IMAGE);
+    EXPECT_LT(IMG_decompress_tiled_bitmap(temp_path("zero-tile.tif").c_str(), 0), 0);
+    // Every truncation of a Group 4 and an LZW file: a status, never a crash.
+    for (const auto* src : {&g4, &lzw, &packbits}) {
+        for (size_t cut = 8; cut < src->size(); cut += src->size() / 97 + 1) {
+            Bytes t(src->begin(), src->begin() + long(cut));
+            decode(t);
+        }
+    }
+    fs::remove(temp_path("loop.tif"));
+    fs::remove(temp_path("zero-tile.tif"));
+}
+
+// A damaged LZW strip in the middle of a page: its rows arrive as far as
+// they decoded and the rest of the page decodes.
+TEST(TiffRead, LzwStripWithABadCodeDoesNotStopThePage) {
+    Bytes f = read_file(kCorpus + "/tone/rgb-lzw-strips.tif");
+    const uint32_t offsets = load_le32(&f[tiff_field(f, 273)]);
+    const uint32_t strip3 = load_le32(&f[offsets + 12]);
+    for (int i = 40; i < 60; ++i) f[strip3 + uint32_t(i)] = 0xFF;
+    const Decoded d = decode(f);
+    EXPECT_EQ(d.status, 0);
+    EXPECT_TRUE(d.complete());
+    const Raster ref = read_netpbm(kCorpus + "/refs/b8d8b9b4501bf26d.ppm");
+    // Strips other than the damaged one are intact.
+    EXPECT_EQ(d.raster().at(100, 100)[0], ref.at(100, 100)[0]);
+}
+
+// Old-style JPEG (compression 6 with the tables in the directory): a
+// baseline JPEG file taken apart into tables and entropy-coded data decodes
+// to what the JPEG decoder makes of the file itself.
+TEST(TiffRead, OldStyleJpeg) {
+    const Bytes jpg = read_file(kCorpus + "/jpeg/420.jpg");
+    std::map<int, Bytes> quant, huff;  // by table id; huff: class * 4 + id
+    int width = 0, height = 0, h1 = 1, v1 = 1;
+    int tq[3] = {}, td[3] = {}, ta[3] = {};
+    size_t data = 0, pos = 2;
+    while (pos + 4 <= jpg.size() && !data) {
+        const int marker = jpg[pos + 1];
+        const size_t len = load_be16(&jpg[pos + 2]);
+        const uint8_t* seg = &jpg[pos + 4];
+        if (marker == 0xDB) {
+            for (size_t i = 0; i + 65 <= len - 2; i += 65)
+                quant[seg[i] & 15].assign(seg + i + 1, seg + i + 65);
+        } else if (marker == 0xC4) {
+            for (size_t i = 0; i < len - 2;) {
+                size_t total = 0;
+                for (int k = 0; k < 16; ++k) total += seg[i + 1 + k];
+                huff[(seg[i] >> 4) * 4 + (seg[i] & 15)].assign(seg + i + 1, seg + i + 17 + total);
+                i += 17 + total;
+            }
+        } else if (marker == 0xC0) {
+            height = load_be16(seg + 1);
+            width = load_be16(seg + 3);
+            h1 = seg[7] >> 4;
+            v1 = seg[7] & 15;
+            for (int c = 0; c < 3; ++c) tq[c] = seg[8 + 3 * c];
+        } else if (marker == 0xDA) {
+            for (int c = 0; c < 3; ++c) {
+                td[c] = seg[2 + 2 * c] >> 4;
+                ta[c] = seg[2 + 2 * c] & 15;
+            }
+            data = pos + 2 + len;
+        }
+        pos += 2 + len;
+    }
+    ASSERT_GT(data, 0u);
+    ASSERT_EQ(jpg[jpg.size() - 2], 0xFF);
+    TiffBuilder b;
+    const uint32_t strip = b.add_data(Bytes(jpg.begin() + long(data), jpg.end() - 2));
+    std::vector<uint32_t> q, dc, ac;
+    for (int c = 0; c < 3; ++c) {
+        q.push_back(b.add_data(quant[tq[c]]));
+        dc.push_back(b.add_data(huff[td[c]]));
+        ac.push_back(b.add_data(huff[4 + ta[c]]));
+    }
+    b.add_long(256, uint32_t(width));
+    b.add_long(257, uint32_t(height));
+    b.add(258, 3, {8, 8, 8});
+    b.add_short(259, 6);
+    b.add_short(262, 6);
+    b.add_long(273, strip);
+    b.add_short(277, 3);
+    b.add_long(278, uint32_t(height));
+    b.add_long(279, uint32_t(jpg.size() - 2 - data));
+    b.add_short(512, 1);
+    b.add(519, 4, q);
+    b.add(520, 4, dc);
+    b.add(521, 4, ac);
+    b.add(530, 3, {uint32_t(h1), uint32_t(v1)});
+    b.set_first(b.finish_directory());
+
+    const Decoded whole = jpeg_rows(jpg);
+    ASSERT_EQ(whole.status, 0);
+    const Decoded d = decode(b.bytes);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.width(), width);
+    EXPECT_EQ(d.bits(), 24);
+    EXPECT_TRUE(d.rows == whole.rows);
+}
+
+// Different files on different threads give the results of one thread.
+TEST(TiffRead, ThreadsDecodeAlike) {
+    const std::vector<std::string> files = {"tone/rgb-lzw.tif", "doc/g4-strips.tif",
+                                            "tone/rgb-jpeg.tif", "doc/jbig.tif",
+                                            "tone/rgb-deflate.tif", "tone/palette8.tif"};
+    std::vector<Decoded> one;
+    for (const auto& f : files) one.push_back(decode_file(kCorpus + "/" + f));
+    std::vector<std::thread> threads;
+    std::vector<int> same(files.size() * 3, 0);
+    for (size_t t = 0; t < same.size(); ++t)
+        threads.emplace_back([&, t] {
+            const Decoded d = decode_file(kCorpus + "/" + files[t % files.size()]);
+            same[t] = d.status == 0 && d.rows == one[t % files.size()].rows;
+        });
+    for (auto& t : threads) t.join();
+    for (size_t t = 0; t < same.size(); ++t) EXPECT_TRUE(same[t]) << files[t % files.size()];
+}
+
+namespace {
+
+// A one-strip uncompressed page of the given samples built entry by entry.
+Bytes page_of(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
+                             uint32_t photometric, const Bytes& data,
+                             bool big = false, std::function<void(TiffBuilder&)> more = {}) {
+    TiffBuilder b(big);
+    const uint32_t strip = b.add_data(data);
+    b.add_long(256, width);
+    b.add_long(257, height);
+    b.add(258, 3, bits);
+    b.add_short(259, 1);
+    b.add_short(262, photometric);
+    b.add_long(273, strip);
+    b.add_short(277, uint32_t(bits.size()));
+    b.add_long(279, uint32_t(data.size()));
+    if (more) more(b);
+    b.set_first(b.finish_directory());
+    return b.bytes;
+}
+
+}  // namespace
+
+// Sample layouts the corpus does not hold, each with the DIB row it becomes.
+TEST(TiffRead, SampleLayouts) {
+    // 2-bit grey: 4-bit pixels of value x 4 under the 16-level ramp.
+    Decoded d = decode(page_of(4, 1, {2}, 1, {0x1B}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 4);
+    EXPECT_EQ(d.rows[0][0], 0x04);
+    EXPECT_EQ(d.rows[0][1], 0x8C);
+    EXPECT_EQ(d.palette()[4].rgbRed, 64);
+    // 16-bit grey from a big-endian file: little-endian samples.
+    d = decode(page_of(2, 1, {16}, 1, {0x12, 0x34, 0xAB, 0xCD}, true));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 16);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 4),
+              (Bytes{0x34, 0x12, 0xCD, 0xAB}));
+    // 12-bit grey: 16-bit samples, shifted up by 4.
+    d = decode(page_of(2, 1, {12}, 1, {0xAB, 0xC1, 0x23}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(load_le16(&d.rows[0][0]), 0xABC0);
+    EXPECT_EQ(load_le16(&d.rows[0][2]), 0x1230);
+    // Grey and alpha: the grey.
+    d = decode(page_of(2, 1, {8, 8}, 1, {10, 200, 20, 100}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 8);
+    EXPECT_EQ(d.rows[0][0], 10);
+    EXPECT_EQ(d.rows[0][1], 20);
+    // WhiteIsZero grey: inverted.
+    d = decode(page_of(2, 1, {8}, 0, {10, 250}));
+    EXPECT_EQ(d.rows[0][0], 245);
+    EXPECT_EQ(d.rows[0][1], 5);
+    // 4-bit RGB: value x 16, blue first.
+    d = decode(page_of(1, 1, {4, 4, 4}, 2, {0x12, 0x30}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (Bytes{48, 32, 16}));
+    // Separated with three samples: 255 - sample.
+    d = decode(page_of(1, 1, {8, 8, 8}, 5, {10, 20, 30}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3),
+              (Bytes{225, 235, 245}));
+    // YCbCr subsampled 2 x 1: Y0, Y1, Cb, Cr for two pixels; each
+    // correction truncated (1.772 x 72 = 127.6, 0.34414 x 72 = 24.8).
+    d = decode(page_of(2, 1, {8, 8, 8}, 6, {100, 150, 200, 128},
+                       false, [](TiffBuilder& b) { b.add(530, 3, {2, 1}); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.bits(), 24);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 6),
+              (Bytes{227, 76, 100, 255, 126, 150}));
+    // CIELab: L 100 (255) is white, L 0 nearly black (the conversion keeps
+    // the 16 / 116 offset of its cube root: 9).
+    d = decode(page_of(2, 1, {8, 8, 8}, 8, {255, 0, 0, 0, 0, 0}));
+    ASSERT_EQ(d.status, 0);
+    for (int i = 0; i < 3; ++i) EXPECT_GE(d.rows[0][size_t(i)], 250);
+    for (int i = 3; i < 6; ++i) EXPECT_EQ(d.rows[0][size_t(i)], 9);
+    // Horizontal differencing of 16-bit samples.
+    d = decode(page_of(2, 1, {16}, 1, {0xE8, 0x03, 0x05, 0x00},
+                       false, [](TiffBuilder& b) { b.add_short(317, 2); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(load_le16(&d.rows[0][2]), 1005);
+    // Fill order 2: the bits of each byte reversed.
+    d = decode(page_of(8, 1, {1}, 1, {0x01}, false, [](TiffBuilder& b) { b.add_short(266, 2); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.rows[0][0], 0x80);
+    // A colour map of 8-bit levels is taken as it is.
+    std::vector<uint32_t> map(3 * 16, 0);
+    map[1] = 200;          // red of entry 1
+    map[16 + 1] = 100;     // green
+    map[32 + 1] = 50;      // blue
+    d = decode(page_of(2, 1, {4}, 3, {0x10}, false, [&](TiffBuilder& b) { b.add(320, 3, map); }));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.palette()[1].rgbRed, 200);
+    EXPECT_EQ(d.palette()[1].rgbGreen, 100);
+    EXPECT_EQ(d.palette()[1].rgbBlue, 50);
+}
+
+// PackBits runs may run past the end of a row into the next one.
+TEST(TiffRead, PackBitsRunAcrossRows) {
+    Bytes f = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
+    store_le16(&f[tiff_field(f, 259)], 32773);
+    const Decoded d = decode(f);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.rows[0][3], 77);
+    EXPECT_EQ(d.rows[1][0], 77);
+}
+
+// JPEG pages with photometric RGB hold their components without colour
+// conversion (as libtiff writes them, with no marker saying so).
+TEST(TiffRead, JpegPagesInRgb) {
+    if (!have_tool("tiffcp") || !have_pillow()) GTEST_SKIP() << "tiffcp or Pillow missing";
+    const std::string path = temp_path("jpeg-rgb.tif");
+    ASSERT_TRUE(run("tiffcp -c jpeg:r -r 16 '" + kCorpus + "/tone/rgb-none.tif' '" + path + "'"));
+    const Decoded d = decode_file(path);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_GT(psnr(d.raster(), pillow(path, "RGB")), 40.0);
+    fs::remove(path);
+}
+
+// Compression 32010 goes to the ABIC module, with the page's size and
+// depth read from its directory.
+TEST(TiffRead, AbicPagesGoToTheModule) {
+    Bytes f = page_of(20, 6, {1}, 0, Bytes(40, 0));
+    store_le16(&f[tiff_field(f, 259)], 32010);
+    void* block = to_block(f);
+    EXPECT_EQ(IMGLOW_get_filetype_mem(block), 46);
+    IMG_unload_plugins();
+    tesslin_set_plugin_dir((std::string(TESSLIN_TEST_PLUGINS) + "/abicmod").c_str());
+    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    tesslin_set_plugin_dir(nullptr);
+    IMG_unload_plugins();
+    ASSERT_GE(h, 0);
+    int32_t w = 0, ht = 0, bits = 0;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(w, 20);
+    EXPECT_EQ(ht, 6);
+    EXPECT_EQ(bits, 1);
+    IMG_delete_bitmap(h);
+    tesslin_block_free(block);
+}

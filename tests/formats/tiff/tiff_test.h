@@ -1,0 +1,26 @@
+// Helpers of the TIFF tests: the reader run on bytes in memory.
+#pragma once
+
+#include "formats/jpeg/jpeg.h"
+#include "formats/tiff/tiff.h"
+#include "test_util.h"
+#include "tiff_builder.h"
+
+namespace tesslin::test {
+
+inline Decoded decode(const Bytes& file, uint32_t position = 0) { return decode_with(tiff::decode, file, position); }
+inline Decoded decode_file(const std::string& path, uint32_t position = 0) { return decode(read_file(path), position); }
+// The JPEG decoder's delivery for a JPEG file, to hold TIFF pages against.
+inline Decoded jpeg_rows(const Bytes& file) {
+    return decode_with([](uint32_t p, IMG_RASTER_CALLBACK r, intptr_t u, IMG_HEADER_CALLBACK h,
+                          int32_t s) { return jpeg::decode(p, r, u, h, s); },
+                       file);
+}
+// Pixels of a complete decode that differ from a reference (-1: size differs).
+inline int64_t differences(const Decoded& d, const Raster& ref, int channels) {
+    if (d.header.empty() || !d.complete()) return -1;
+    const size_t n = count_differences(d.raster(), ref, channels);
+    return n == size_t(-1) ? -1 : int64_t(n);
+}
+
+}  // namespace tesslin::test

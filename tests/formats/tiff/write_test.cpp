@@ -1,0 +1,546 @@
+// TIFF writer: every format code from every depth it takes, read back by
+// our reader, by libtiff (tiffinfo -D, tiffcp) and by Pillow; multi-page
+// files with and without the page index; the tag and strip settings.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <map>
+
+#include "tiff_test.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+// Settings a test changes, put back when it ends.
+struct Restore {
+    ~Restore() {
+        IMGLOW_set_tiff_indexing(0);
+        IMGLOW_set_tiff_save_strips(0);
+        IMGLOW_set_image_orientation(1);
+        IMGLOW_set_tiff_tag(-1, 0, 0, nullptr);
+    }
+};
+
+// A test image of a depth: patterns that exercise runs and literals.
+int32_t image(int bits, bool colour_palette = false, bool alpha = true, int32_t w = 123,
+              int32_t h = 37) {
+    void* dib = make_dib(w, h, bits, [&](uint8_t* row, uint32_t n, int32_t y) {
+        for (uint32_t i = 0; i < n; ++i) {
+            const uint32_t x = i;
+            row[i] = uint8_t((x / 9 + y / 3) % 3 == 0 ? 0xFF : (x * 7 + y * 13) ^ (x >> 2));
+        }
+    });
+    auto* hd = static_cast<DibHeader*>(dib);
+    if (bits == 32 && alpha) hd->biCompression = IMG_COMPRESSION_ALPHA;
+    if (colour_palette) {
+        RgbQuad* p = dib_palette(dib);
+        for (uint32_t i = 0; i < palette_entries(uint32_t(bits)); ++i)
+            p[i] = RgbQuad{uint8_t(i * 37), uint8_t(255 - i * 5), uint8_t(i * 91 + 7), 0};
+    }
+    if (bits == 1) hd->biXPelsPerMeter = hd->biYPelsPerMeter = 300;
+    return IMG_create_handle_keep(dib);
+}
+
+int32_t save(int32_t handle, const std::string& path, int32_t code, bool fresh = true) {
+    if (fresh) fs::remove(path);
+    return IMG_save_bitmap(handle, path.c_str(), code);
+}
+
+// Rows of a handle (0 = top) and its palette.
+std::vector<Bytes> rows_of(int32_t handle) {
+    int32_t w, h, bits;
+    IMG_bitmap_info(handle, &w, &h, &bits);
+    std::vector<Bytes> out;
+    for (int32_t y = 0; y < h; ++y) out.push_back(get_row(handle, y));
+    return out;
+}
+
+// The handle's pixels in the form Pillow gives for the mode.
+Raster expected_for_pillow(int32_t handle, const std::string& mode) {
+    Raster r = handle_raster(handle), out = r;
+    out.channels = mode == "L" ? 1 : mode == "I;16" ? 2 : r.channels;
+    out.px.clear();
+    for (int32_t y = 0; y < r.height; ++y) {
+        const Bytes row = get_row(handle, y);
+        for (int32_t x = 0; x < r.width; ++x) {
+            const uint8_t* p = r.at(x, y);
+            if (mode == "L") out.px.push_back(p[0]);
+            else if (mode == "I;16") out.px.insert(out.px.end(), {row[size_t(x) * 2 + 1], row[size_t(x) * 2]});
+            else if (mode == "CMYK") out.px.insert(out.px.end(), {p[2], p[1], p[0], p[3]});
+            else out.px.insert(out.px.end(), p, p + r.channels);
+        }
+    }
+    return out;
+}
+
+// libtiff reads the file without an error and copies it, uncompressed, to
+// `copy` (when given) for Pillow to read libtiff's decode.
+void expect_libtiff_reads(const std::string& path, const std::string& what,
+                          const std::string& copy = "") {
+    if (!have_tool("tiffinfo") || !have_tool("tiffcp")) return;
+    std::string out;
+    EXPECT_TRUE(run("tiffinfo -D '" + path + "'", &out)) << what << "\n" << out;
+    EXPECT_EQ(out.find("Error"), std::string::npos) << what << "\n" << out;
+    const std::string to = copy.empty() ? temp_path("copy.tif") : copy;
+    EXPECT_TRUE(run("tiffcp -c none '" + path + "' '" + to + "'", &out)) << what << "\n" << out;
+    if (copy.empty()) fs::remove(to);
+}
+
+// Rows with the bits beyond the width cleared (the padding of stored rows
+// is not written to files).
+std::vector<Bytes> trimmed(std::vector<Bytes> rows, int32_t width,
+                                          int bits) {
+    const uint64_t used = uint64_t(width) * uint64_t(bits);
+    for (auto& row : rows) {
+        for (uint64_t b = used; b < uint64_t(row.size()) * 8; ++b)
+            row[b / 8] &= uint8_t(~(0x80 >> (b % 8)));
+    }
+    return rows;
+}
+
+bool same_rows(const Decoded& d, int32_t handle) {
+    int32_t w, h, bits;
+    IMG_bitmap_info(handle, &w, &h, &bits);
+    return d.width() == w && d.height() == h &&
+           trimmed(d.rows, w, bits) == trimmed(rows_of(handle), w, bits);
+}
+
+struct Depth {
+    int bits;
+    bool colour;  // palette with colours (4, 8 bits); alpha (32 bits)
+    const char* pillow_mode;
+};
+
+const Depth kDepths[] = {{1, false, "L"},      {4, false, "L"},     {4, true, "RGB"},
+                         {8, false, "L"},      {8, true, "RGB"},    {16, false, "I;16"},
+                         {24, false, "RGB"},   {32, true, "RGBA"},  {32, false, "CMYK"}};
+
+}  // namespace
+
+// Codes 0, 9 and 16 take every depth, in one strip or several: our reader
+// gives back the same pixels (grey 4-bit pages come back with the library's
+// 16-level ramp, i * 16, where they were saved with i * 17), libtiff reads
+// and copies the file, Pillow sees the same pixels.
+TEST(TiffWrite, DataCodesRoundTripEveryDepth) {
+    Restore restore;
+    const std::string path = temp_path("depth.tif");
+    for (int32_t code : {0, 9, 16}) {
+        for (int strips : {0, 1}) {
+            IMGLOW_set_tiff_save_strips(strips);
+            for (const Depth& d : kDepths) {
+                const std::string what = "code " + std::to_string(code) + " strips " +
+                                         std::to_string(strips) + " bits " + std::to_string(d.bits) +
+                                         (d.colour ? " colour" : "");
+                const int32_t h = image(d.bits, d.colour && d.bits <= 8, d.colour, 300, strips ? 700 : 37);
+                ASSERT_EQ(save(h, path, code), 0) << what;
+                EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), code) << what;
+                const Decoded back = decode_file(path);
+                ASSERT_EQ(back.status, 0) << what;
+                EXPECT_TRUE(same_rows(back, h)) << what;
+                EXPECT_EQ(back.bits(), d.bits) << what;
+                if (d.bits == 32) {
+                    EXPECT_EQ(back.h().biCompression, d.colour ? 200u : 0u) << what;
+                }
+                if (d.colour && d.bits <= 8) {
+                    Bytes hdr(kHeaderBlockSize);
+                    IMGLOW_get_bitmap_header(h, hdr.data());
+                    EXPECT_EQ(std::memcmp(back.palette(), dib_palette(hdr.data()),
+                                          palette_bytes(uint32_t(d.bits))),
+                              0)
+                        << what;
+                }
+                expect_libtiff_reads(path, what);
+                if (have_pillow()) {
+                    const Raster got = pillow(path, d.pillow_mode);
+                    const Raster want = expected_for_pillow(h, d.pillow_mode);
+                    EXPECT_EQ(got.px, want.px) << what;
+                }
+                IMG_delete_bitmap(h);
+            }
+        }
+    }
+    fs::remove(path);
+}
+
+// The bilevel codes: 7 and 8 (modified Huffman, Group 3) and 66 (JBIG)
+// take 1-bit images only; 10, 51 and 67 (Group 4) take 1-bit images as
+// they are and deeper ones dithered. Every file reads back as it was
+// saved, in our reader, libtiff and Pillow.
+TEST(TiffWrite, BilevelCodesRoundTrip) {
+    Restore restore;
+    const std::string path = temp_path("bilevel.tif");
+    const int32_t page = image(1, false, false, 1728, 300);
+    // Held as run records, as decoded fax pages are.
+    const int32_t runs = image(1, false, false, 1728, 300);
+    ASSERT_EQ(IMG_dib_to_runs(runs), 0);
+    for (int32_t code : {7, 8, 10, 51, 67, 66}) {
+        for (int32_t h : {page, runs}) {
+            const std::string what = "code " + std::to_string(code) + (h == runs ? " runs" : "");
+            ASSERT_EQ(save(h, path, code), 0) << what;
+            EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), code == 51 || code == 67 ? 10 : code) << what;
+            const Decoded back = decode_file(path);
+            ASSERT_EQ(back.status, 0) << what;
+            EXPECT_TRUE(same_rows(back, page)) << what;
+            // Pillow does not open JBIG files: it reads libtiff's
+            // uncompressed copy instead.
+            const std::string copy = temp_path("bilevel-copy.tif");
+            expect_libtiff_reads(path, what, copy);
+            if (have_pillow()) {
+                EXPECT_EQ(pillow(code == 66 ? copy : path, "L").px, expected_for_pillow(page, "L").px)
+                    << what;
+            }
+            fs::remove(copy);
+        }
+    }
+    const int32_t grey = image(8);
+    for (int32_t code : {7, 8, 66}) EXPECT_EQ(save(grey, path, code), IMG_ERR_DEPTH) << code;
+    // Deeper images through the Group 4 codes: the dithered page.
+    ASSERT_EQ(save(grey, path, 10), 0);
+    const Decoded dithered = decode_file(path);
+    ASSERT_EQ(dithered.status, 0);
+    EXPECT_EQ(dithered.bits(), 1);
+    expect_libtiff_reads(path, "dithered");
+    IMG_delete_bitmap(grey);
+    IMG_delete_bitmap(page);
+    IMG_delete_bitmap(runs);
+    fs::remove(path);
+}
+
+// Code 40: the JPEG encoder's stream as the strip. Our reader decodes it to
+// exactly what it makes of the same image saved as a JPEG file; libtiff
+// and Pillow read it close to the original.
+TEST(TiffWrite, JpegCodeHoldsTheJpegStream) {
+    Restore restore;
+    const std::string path = temp_path("jpeg.tif"), jpg = temp_path("jpeg.jpg");
+    for (const Depth& d : {Depth{8, false, "L"}, Depth{24, false, "RGB"}, Depth{8, true, "RGB"},
+                           Depth{1, false, "L"}, Depth{4, false, "L"}, Depth{32, false, "CMYK"}}) {
+        const std::string what = "bits " + std::to_string(d.bits) + (d.colour ? " colour" : "");
+        const int32_t h = image(d.bits, d.colour, false, 160, 96);
+        ASSERT_EQ(save(h, path, 40), 0) << what;
+        ASSERT_EQ(save(h, jpg, 13), 0) << what;
+        EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), 40) << what;
+        const Decoded back = decode_file(path);
+        ASSERT_EQ(back.status, 0) << what;
+        const Decoded direct = jpeg_rows(read_file(jpg));
+        EXPECT_TRUE(back.rows == direct.rows) << what;
+        if (d.bits != 32 && have_tool("tiffinfo") && have_tool("tiff2rgba")) {
+            // libtiff decodes the page (tiffcp cannot copy it: libtiff writes
+            // no old-style JPEG and converts no subsampled YCbCr data to
+            // another compression); its decode, through tiff2rgba, is close
+            // to ours.
+            std::string out;
+            EXPECT_TRUE(run("tiffinfo -D '" + path + "'", &out)) << what << "\n" << out;
+            EXPECT_EQ(out.find("Error"), std::string::npos) << what << "\n" << out;
+            const std::string copy = temp_path("jpeg-copy.tif");
+            EXPECT_TRUE(run("tiff2rgba -c none '" + path + "' '" + copy + "'", &out)) << what << out;
+            if (have_pillow()) {
+                EXPECT_GT(psnr(back.raster(), pillow(copy, "RGB")), 30.0) << what;
+            }
+            fs::remove(copy);
+        }
+        IMG_delete_bitmap(h);
+    }
+    const int32_t deep = image(16);
+    EXPECT_EQ(save(deep, path, 40), IMG_ERR_DEPTH);
+    IMG_delete_bitmap(deep);
+    fs::remove(path);
+    fs::remove(jpg);
+}
+
+namespace {
+
+struct Ifd {
+    uint32_t offset = 0, next = 0;
+    std::map<uint16_t, std::array<uint32_t, 3>> tags;  // type, count, value
+};
+
+Ifd ifd_at(const Bytes& f, uint32_t at) {
+    Ifd d;
+    d.offset = at;
+    const uint32_t n = load_le16(&f[at]);
+    for (uint32_t i = 0; i < n; ++i) {
+        const uint8_t* e = &f[at + 2 + 12 * i];
+        d.tags[load_le16(e)] = {load_le16(e + 2), load_le32(e + 4), load_le32(e + 8)};
+    }
+    d.next = load_le32(&f[at + 2 + 12 * n]);
+    return d;
+}
+
+}  // namespace
+
+// Three pages saved in turn to a new file with the page index for 10:
+// bytes 16-19 hold 3, the index the three directory offsets, and each
+// directory chains to the next. Every page reads back, also in libtiff.
+TEST(TiffWrite, ThreePagesWithThePageIndex) {
+    Restore restore;
+    IMGLOW_set_tiff_indexing(10);
+    const std::string path = temp_path("indexed.tif");
+    fs::remove(path);
+    std::vector<int32_t> pages = {image(1), image(8), image(24)};
+    for (size_t i = 0; i < pages.size(); ++i)
+        ASSERT_EQ(IMG_save_bitmap(pages[i], path.c_str(), i == 0 ? 10 : 9), 0);
+    const Bytes f = read_file(path);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&f[8]), 7), "Tesslin");
+    EXPECT_EQ(load_le32(&f[4]), 60u);
+    EXPECT_EQ(load_le32(&f[16]), 3u);
+    uint32_t at = load_le32(&f[4]);
+    for (uint32_t p = 0; p < 3; ++p) {
+        EXPECT_EQ(load_le32(&f[20 + 4 * p]), at) << p;
+        const Ifd d = ifd_at(f, at);
+        EXPECT_EQ(d.tags.size(), 18u) << p;  // no colour map on these pages
+        EXPECT_EQ(d.next != 0, p < 2) << p;
+        const Decoded back = decode(f, 0x80000000u | p);
+        ASSERT_EQ(back.status, 0) << p;
+        EXPECT_TRUE(same_rows(back, pages[p])) << p;
+        at = d.next;
+    }
+    EXPECT_EQ(load_le32(&f[32]), 0u);  // index entry 3: unused
+    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
+    expect_libtiff_reads(path, "indexed");
+    if (have_pillow()) {
+        EXPECT_EQ(pillow(path, "RGB", 2).px, expected_for_pillow(pages[2], "RGB").px);
+    }
+    for (int32_t h : pages) IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// Pages beyond the index's room go on along the chain: the page count at
+// 16 keeps counting, the index keeps the pages it has room for, and every
+// page is found (through the last indexed page and the chain).
+TEST(TiffWrite, PagesBeyondTheIndexFollowTheChain) {
+    Restore restore;
+    IMGLOW_set_tiff_indexing(2);
+    const std::string path = temp_path("overflow.tif");
+    fs::remove(path);
+    std::vector<int32_t> pages;
+    for (int i = 0; i < 5; ++i) {
+        pages.push_back(image(8, false, false, 20 + i, 10));
+        ASSERT_EQ(IMG_save_bitmap(pages.back(), path.c_str(), 0), 0) << i;
+    }
+    const Bytes f = read_file(path);
+    EXPECT_EQ(load_le32(&f[16]), 5u);
+    EXPECT_EQ(load_le32(&f[4]), 28u);  // 20 + 4 x 2: the first directory follows the index
+    EXPECT_EQ(ifd_at(f, 28).tags.count(256), 1u);  // not overwritten by index entries
+    for (uint32_t p = 0; p < 5; ++p) {
+        const Decoded back = decode(f, 0x80000000u | p);
+        ASSERT_EQ(back.status, 0) << p;
+        EXPECT_EQ(back.width(), int32_t(20 + p));
+    }
+    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 5);
+    expect_libtiff_reads(path, "overflow");
+    for (int32_t h : pages) IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// Extra tags: count 3 is a LONG with the value, count 12 twelve ASCII bytes
+// stored behind the directory; both on every page until cleared. The
+// orientation setting is written, 9 is ignored; pages without resolution
+// get 640/9 and 480/7 (200/1 for Group 3).
+TEST(TiffWrite, TagsOrientationAndResolution) {
+    Restore restore;
+    const std::string path = temp_path("tags.tif");
+    ASSERT_EQ(IMGLOW_set_tiff_tag(50001, 3, 1234, nullptr), 0);
+    ASSERT_EQ(IMGLOW_set_tiff_tag(50002, 12, 0, "twelve bytes"), 0);
+    IMGLOW_set_image_orientation(6);
+    IMGLOW_set_image_orientation(9);
+    const int32_t h = image(8);
+    ASSERT_EQ(save(h, path, 0), 0);
+    Bytes f = read_file(path);
+    Ifd d = ifd_at(f, load_le32(&f[4]));
+    EXPECT_EQ(d.tags.size(), 20u);
+    EXPECT_EQ(d.tags[50001], (std::array<uint32_t, 3>{4, 1, 1234}));
+    EXPECT_EQ(d.tags[50002][0], 2u);
+    EXPECT_EQ(d.tags[50002][1], 12u);
+    const uint32_t text = d.tags[50002][2];
+    EXPECT_EQ(text, d.offset + 2 + 12 * 20 + 4);  // right behind the directory
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&f[text]), 12), "twelve bytes");
+    EXPECT_EQ(d.tags[274][2], 6u);
+    EXPECT_EQ(IMGLOW_get_image_orientation(path.c_str()), 90);
+    // Resolution: none given.
+    const uint32_t xres = d.tags[282][2], yres = d.tags[283][2];
+    EXPECT_EQ(load_le32(&f[xres]), 640u);
+    EXPECT_EQ(load_le32(&f[xres + 4]), 9u);
+    EXPECT_EQ(load_le32(&f[yres]), 480u);
+    EXPECT_EQ(load_le32(&f[yres + 4]), 7u);
+    int32_t value = 0;
+    char buf[16] = {};
+    EXPECT_EQ(IMGLOW_get_tiff_tag(50002, sizeof buf, &value, path.c_str(), buf), 12);
+    expect_libtiff_reads(path, "tags");
+    // Cleared: the next page has its 18 tags.
+    IMGLOW_set_tiff_tag(-1, 0, 0, nullptr);
+    const int32_t bw = image(1, false, false, 64, 8);
+    Bytes hdr(kHeaderBlockSize);
+    ASSERT_EQ(save(bw, path, 8), 0);
+    f = read_file(path);
+    d = ifd_at(f, load_le32(&f[4]));
+    EXPECT_EQ(d.tags.size(), 19u);  // with T4Options
+    EXPECT_EQ(load_le32(&f[d.tags[282][2]]), 300u);  // the image's own resolution
+    IMG_delete_bitmap(bw);
+    IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// Group 3 pages without a resolution get 200 by 200.
+TEST(TiffWrite, Group3DefaultResolution) {
+    const std::string path = temp_path("g3res.tif");
+    void* dib = make_dib(64, 8, 1);
+    const int32_t h = IMG_create_handle_keep(dib);
+    ASSERT_EQ(save(h, path, 8), 0);
+    const Bytes f = read_file(path);
+    Ifd d = ifd_at(f, load_le32(&f[4]));
+    EXPECT_EQ(load_le32(&f[d.tags[282][2]]), 200u);
+    EXPECT_EQ(load_le32(&f[d.tags[283][2] + 4]), 1u);
+    IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// A file that starts with "MM" is rewritten from its start as a new
+// little-endian TIFF.
+TEST(TiffWrite, BigEndianFileIsReplaced) {
+    const std::string path = temp_path("mm.tif");
+    fs::copy_file(data_path("corpus/tone/rgb-bigendian.tif"), path,
+                  fs::copy_options::overwrite_existing);
+    const int32_t h = image(24, false, false, 40, 20);
+    ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), 9), 0);
+    const Bytes f = read_file(path);
+    EXPECT_EQ(f[0], 'I');
+    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 1);
+    const Decoded back = decode(f);
+    EXPECT_TRUE(same_rows(back, h));
+    IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// Code 67 on 4000 rows of 1728 pixels (rows of 216 bytes): 3703 rows per
+// strip, two strips, each a Group 4 stream of its own ending in EOFB.
+TEST(TiffWrite, Group4InStrips) {
+    Restore restore;
+    const std::string path = temp_path("g4strips.tif");
+    const int32_t h = image(1, false, false, 1728, 4000);
+    ASSERT_EQ(save(h, path, 67), 0);
+    const Bytes f = read_file(path);
+    Ifd d = ifd_at(f, load_le32(&f[4]));
+    EXPECT_EQ(d.tags[278][2], 3703u);
+    EXPECT_EQ(d.tags[273][1], 2u);
+    EXPECT_EQ(d.tags[259][2], 4u);
+    EXPECT_EQ(d.tags[266][2], 1u);
+    for (uint32_t s = 0; s < 2; ++s) {
+        const uint32_t off = load_le32(&f[d.tags[273][2] + 4 * s]);
+        const uint32_t len = load_le32(&f[d.tags[279][2] + 4 * s]);
+        // EOFB: two EOLs (0000 0000 0001 twice), padded to a byte.
+        uint32_t tail = (uint32_t(f[off + len - 3]) << 16) | (uint32_t(f[off + len - 2]) << 8) | f[off + len - 1];
+        bool eofb = false;
+        for (int pad = 0; pad < 8; ++pad) eofb |= ((tail >> pad) & 0xFFFFFF) == 0x001001;
+        EXPECT_TRUE(eofb) << s;
+    }
+    const Decoded back = decode(f);
+    ASSERT_EQ(back.status, 0);
+    EXPECT_TRUE(same_rows(back, h));
+    expect_libtiff_reads(path, "code 67");
+    // Code 51 with the strips setting on writes the same as 67.
+    IMGLOW_set_tiff_save_strips(1);
+    const std::string p51 = temp_path("g4strips51.tif");
+    ASSERT_EQ(save(h, p51, 51), 0);
+    EXPECT_EQ(read_file(p51).size(), f.size());
+    IMG_delete_bitmap(h);
+    fs::remove(path);
+    fs::remove(p51);
+}
+
+// Pages whose data the caller compressed: a plain page, then a Group 4
+// page of our own encoding appended to it.
+TEST(TiffWrite, WriteTiffStream) {
+    Restore restore;
+    const std::string path = temp_path("stream.tif"), g4 = temp_path("stream-g4.tif");
+    fs::remove(path);
+    const int32_t h = image(8, false, false, 30, 10);
+    Bytes hdr(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(h, hdr.data());
+    Bytes data;
+    for (const auto& row : rows_of(h)) data.insert(data.end(), row.begin(), row.begin() + 30);
+    auto* header = reinterpret_cast<IMG_BITMAPINFOHEADER*>(hdr.data());
+    ASSERT_EQ(IMGLOW_write_tiff_stream(header, data.data(), uint32_t(data.size()), 1, path.c_str()), 0);
+    // Group 4 data: the strips of a code 10 page (compression 4, bytes
+    // bit-reversed for fill order 2) and of a code 51 page (4000: bytes in
+    // natural order, fill order 1).
+    const int32_t bw = image(1, false, false, 200, 50);
+    Bytes bwh(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(bw, bwh.data());
+    for (int32_t code : {10, 51}) {
+        ASSERT_EQ(save(bw, g4, code), 0);
+        const Bytes g4file = read_file(g4);
+        const Ifd d = ifd_at(g4file, load_le32(&g4file[4]));
+        const uint32_t off = d.tags.at(273)[2], len = d.tags.at(279)[2];
+        ASSERT_EQ(IMGLOW_write_tiff_stream(reinterpret_cast<IMG_BITMAPINFOHEADER*>(bwh.data()),
+                                           &g4file[off], len, code == 10 ? 4 : 4000, path.c_str()),
+                  0);
+    }
+    const Bytes f = read_file(path);
+    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
+    const Decoded p0 = decode(f, 0x80000000u);
+    ASSERT_EQ(p0.status, 0);
+    EXPECT_TRUE(same_rows(p0, h));
+    for (uint32_t p : {1u, 2u}) {
+        const Decoded d = decode(f, 0x80000000u | p);
+        ASSERT_EQ(d.status, 0);
+        EXPECT_TRUE(same_rows(d, bw)) << p;
+    }
+    expect_libtiff_reads(path, "write_tiff_stream");
+    EXPECT_EQ(IMGLOW_write_tiff_stream(header, data.data(), 4, 1, "/nonexistent/dir/x.tif"), IMG_ERR_CREATE);
+    IMG_delete_bitmap(h);
+    IMG_delete_bitmap(bw);
+    fs::remove(path);
+    fs::remove(g4);
+}
+
+// Appending to a file whose directory chain is damaged fails with -3 and
+// leaves the file in place.
+TEST(TiffWrite, AppendToABrokenChain) {
+    const std::string path = temp_path("broken.tif");
+    Bytes f = read_file(data_path("corpus/tone/grey-none.tif"));
+    store_le32(&f[4], uint32_t(f.size() + 1000));
+    write_file(path, f);
+    const int32_t h = image(8);
+    EXPECT_EQ(IMG_save_bitmap(h, path.c_str(), 0), IMG_ERR_BAD_IMAGE);
+    EXPECT_TRUE(fs::exists(path));
+    IMG_delete_bitmap(h);
+    fs::remove(path);
+}
+
+// A TIFF written at a position inside another stream counts its offsets
+// from its own first byte (an EPS preview is written so).
+TEST(TiffWrite, OffsetsCountFromTheTiffsStart) {
+    const int32_t h = image(24, false, false, 40, 12);
+    Bytes hdr(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(h, hdr.data());
+    void* block = tesslin_block_alloc(1 << 16);
+    std::memset(block, 0, 1 << 16);
+    const int32_t s = stream::mem_create(block);
+    stream::seek(s, 32, 0);
+    std::vector<Bytes> rows = rows_of(h);
+    auto supply = [](intptr_t user, uint8_t* buffer, int32_t row, uint32_t bytes) -> int32_t {
+        const auto* r = reinterpret_cast<std::vector<Bytes>*>(user);
+        std::memcpy(buffer, (*r)[size_t(row)].data(), bytes);
+        return 0;
+    };
+    ASSERT_EQ(IMGLOW_save_bitmap(s, reinterpret_cast<IMG_BITMAPINFOHEADER*>(hdr.data()), 16, supply,
+                                 reinterpret_cast<intptr_t>(&rows)),
+              0);
+    const int32_t end = stream::seek(s, 0, 1);
+    stream::mem_release(s);
+    const auto* bytes = static_cast<const uint8_t*>(block);
+    const Bytes tiff(bytes + 32, bytes + end);
+    EXPECT_EQ(tiff[0], 'I');
+    EXPECT_EQ(load_le32(&tiff[4]), 8u);
+    const Decoded back = decode(Bytes(bytes, bytes + end), 32);
+    ASSERT_EQ(back.status, 0);
+    EXPECT_TRUE(same_rows(back, h));
+    EXPECT_TRUE(same_rows(decode(tiff), h));
+    tesslin_block_free(block);
+    IMG_delete_bitmap(h);
+}

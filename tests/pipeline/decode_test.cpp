@@ -1,0 +1,301 @@
+// The decode driver and the library's decode callbacks: dispatch, the
+// decode settings (depth and size reduction, rectangle, progress) on real
+// files, header-only decodes and what failures leave behind.
+#include <gtest/gtest.h>
+
+#include "test_util.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+class Decode : public ::testing::Test {
+protected:
+    void TearDown() override {
+        IMGLOW_set_decomp_reduction(0);
+        IMGLOW_set_decompsize(0, 0);
+        IMGLOW_set_decomp_rect(0, 0, 0, 0);
+        IMG_set_statusbar(0, nullptr, 0);
+    }
+};
+
+// A BMP file in a library block, written from a handle made by `fill`.
+template <typename Fill>
+void* bmp_block(int32_t width, int32_t height, int bits, Fill fill, int32_t* size = nullptr) {
+    const int32_t h = make_handle(width, height, bits, fill);
+    const uint32_t capacity = row_bytes(uint32_t(width), uint32_t(bits)) * uint32_t(height) + 2000;
+    void* block = tesslin_block_alloc(capacity);
+    const int32_t n = IMG_save_bitmap_mem(h, block, 1);
+    IMG_delete_bitmap(h);
+    if (size) *size = n;
+    return block;
+}
+
+// 24-bit pixels that name their own position: blue and the low half of
+// green the column, red and the high half of green the row.
+void position_fill(uint8_t* row, uint32_t n, int32_t r) {
+    for (uint32_t x = 0; x < n / 3; ++x) {
+        row[x * 3] = uint8_t(x);
+        row[x * 3 + 1] = uint8_t((x >> 8) | ((uint32_t(r) >> 8) << 4));
+        row[x * 3 + 2] = uint8_t(r);
+    }
+}
+uint32_t column_of(const uint8_t* p) { return p[0] | ((p[1] & 15u) << 8); }
+uint32_t row_of(const uint8_t* p) { return p[2] | ((uint32_t(p[1]) >> 4) << 8); }
+
+struct Delivery {
+    std::vector<int32_t> rows;
+    int32_t stop_at = -1;
+};
+
+int32_t count_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
+int32_t count_raster(uint8_t*, intptr_t user, int32_t row, uint32_t) {
+    auto* d = reinterpret_cast<Delivery*>(user);
+    d->rows.push_back(row);
+    return row == d->stop_at ? -5 : 0;
+}
+
+}  // namespace
+
+TEST_F(Decode, RasterCallbackFailureEndsTheDecodeAtOnce) {
+    void* block = to_block(read_file(corpus("bmp/rgb24.bmp")));
+    Delivery all;
+    EXPECT_EQ(IMGLOW_decompress_bitmap_mem(block, 0, count_raster, intptr_t(&all), count_header), 0);
+    EXPECT_EQ(all.rows.size(), 149u);
+    Delivery stop;
+    stop.stop_at = 3;
+    EXPECT_EQ(IMGLOW_decompress_bitmap_mem(block, 0, count_raster, intptr_t(&stop), count_header),
+              -5);
+    EXPECT_EQ(stop.rows.back(), 3);  // nothing after row 3
+    tesslin_block_free(block);
+}
+
+TEST_F(Decode, UnknownFormatAndMissingFileLeaveNothingBehind) {
+    const int32_t probe = make_handle(2, 2, 8);
+    IMG_delete_bitmap(probe);
+    std::vector<uint8_t> junk(100, 0x01);
+    void* block = to_block(junk);
+    EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_UNSUPPORTED);
+    tesslin_block_free(block);
+    EXPECT_EQ(IMG_decompress_bitmap("/nonexistent/x.bmp"), IMG_ERR_OPEN);
+    // A truncated file fails without keeping its handle.
+    std::vector<uint8_t> cut = read_file(corpus("bmp/rgb24.bmp"));
+    cut.resize(cut.size() / 2);
+    block = to_block(cut);
+    EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_READ);
+    tesslin_block_free(block);
+    const int32_t again = make_handle(2, 2, 8);
+    EXPECT_EQ(again, probe);  // the slot the failed decodes took is free again
+    IMG_delete_bitmap(again);
+}
+
+TEST_F(Decode, HeaderOnlyDecode) {
+    IMG_BITMAPINFOHEADER info{};
+    ASSERT_EQ(IMGLOW_get_fileinfo(corpus("bmp/rgb24.bmp").c_str(), &info), 0);
+    EXPECT_EQ(info.biWidth, 227);
+    EXPECT_EQ(info.biHeight, 149);
+    EXPECT_EQ(info.biBitCount, 24);
+    EXPECT_EQ(info.biSize, 40u);
+    const int32_t fd = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
+    ASSERT_GE(fd, 0);
+    IMG_delete_bitmap(fd);
+    EXPECT_EQ(IMGLOW_get_fileinfo("/nonexistent", &info), IMG_ERR_OPEN);
+    ASSERT_EQ(IMGLOW_get_fileinfo(corpus("png/rgb.png").c_str(), &info), 0);
+    EXPECT_EQ(info.biWidth, 454);
+    const std::string junk = corpus("README.md");  // no format
+    EXPECT_EQ(IMGLOW_get_fileinfo(junk.c_str(), &info), IMG_ERR_UNSUPPORTED);
+}
+
+TEST_F(Decode, BilevelImagesAreRunEncodedAndFlippedToTopFirst) {
+    const int32_t h = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
+    ASSERT_GE(h, 0);
+    std::vector<uint8_t> header(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(h, header.data());
+    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 99u);
+    const Raster ref = to_rgb(read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm")));
+    EXPECT_EQ(count_differences(handle_raster(h), ref, 3), 0u);
+    IMG_delete_bitmap(h);
+}
+
+TEST_F(Decode, DepthReduction) {
+    const std::string rgb = corpus("bmp/rgb24.bmp");
+    const int32_t full = IMG_decompress_bitmap(rgb.c_str());
+    IMGLOW_set_decomp_reduction(8);
+    const int32_t eight = IMG_decompress_bitmap(rgb.c_str());
+    ASSERT_GE(eight, 0);
+    int32_t w, h, bits;
+    IMG_bitmap_info(eight, &w, &h, &bits);
+    EXPECT_EQ(bits, 8);
+    uint8_t pal[1024];
+    IMGLOW_get_palette(eight, pal);
+    for (int i : {0, 37, 200, 255}) {
+        EXPECT_EQ(pal[i * 4 + 0], (i & 3) * 255 / 3);
+        EXPECT_EQ(pal[i * 4 + 1], ((i >> 2) & 7) * 255 / 7);
+        EXPECT_EQ(pal[i * 4 + 2], ((i >> 5) & 7) * 255 / 7);
+    }
+    // Every pixel's palette colour stays within the reach of the ordered
+    // dither and the 3-3-2 levels of the source colour (blue has 2 bits).
+    const Raster src = handle_raster(full), dst = handle_raster(eight);
+    size_t far = 0;
+    for (size_t i = 0; i < src.px.size(); ++i) far += std::abs(int(dst.px[i]) - int(src.px[i])) > (i % 3 == 2 ? 104 : 72);
+    EXPECT_EQ(far, 0u);
+    IMG_delete_bitmap(eight);
+
+    // A 4-bit image keeps its depth under reduction 8.
+    const int32_t four = IMG_decompress_bitmap(corpus("suites/bmpsuite/g/pal4rle.bmp").c_str());
+    IMG_bitmap_info(four, &w, &h, &bits);
+    EXPECT_EQ(bits, 4);
+    IMG_delete_bitmap(four);
+
+    // An 8-bit grey image with reduction 1 is bilevel in plain rows whose
+    // average brightness follows the source's.
+    IMGLOW_set_decomp_reduction(1);
+    const std::string grey = corpus("suites/bmpsuite/g/pal8gs.bmp");
+    const int32_t one = IMG_decompress_bitmap(grey.c_str());
+    ASSERT_GE(one, 0);
+    std::vector<uint8_t> header(kHeaderBlockSize);
+    IMGLOW_get_bitmap_header(one, header.data());
+    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biBitCount, 1);
+    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 0u);
+    IMGLOW_set_decomp_reduction(0);
+    const int32_t source = IMG_decompress_bitmap(grey.c_str());
+    const Raster a = handle_raster(one), b = handle_raster(source);
+    double mean_a = 0, mean_b = 0;
+    for (size_t i = 0; i < a.px.size(); ++i) mean_a += a.px[i], mean_b += b.px[i];
+    EXPECT_NEAR(mean_a / a.px.size(), mean_b / b.px.size(), 12.0);
+    IMG_delete_bitmap(one);
+    IMG_delete_bitmap(source);
+
+    // 24 bits with reduction 4: the 16-colour dither palette.
+    IMGLOW_set_decomp_reduction(4);
+    const int32_t sixteen = IMG_decompress_bitmap(rgb.c_str());
+    IMG_bitmap_info(sixteen, &w, &h, &bits);
+    EXPECT_EQ(bits, 4);
+    IMGLOW_get_palette(sixteen, pal);
+    EXPECT_EQ(pal[1 * 4 + 2], 200);  // index bit 0: red
+    EXPECT_EQ(pal[15 * 4 + 0], 255);
+    IMG_delete_bitmap(sixteen);
+    IMG_delete_bitmap(full);
+}
+
+TEST_F(Decode, SizeReductionKeepsOneSourceRowPerDestinationRow) {
+    void* block = bmp_block(1000, 800, 24, position_fill);
+    IMGLOW_set_decompsize(100, 100);
+    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    ASSERT_GE(h, 0);
+    int32_t w, ht, bits;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(w, 100);
+    EXPECT_EQ(ht, 100);
+    // BMP rows arrive bottom first, so destination row d keeps the first of
+    // its source rows to arrive: the last one, 8d + 7. Columns step by 10.
+    for (int32_t d = 0; d < 100; d += 11) {
+        const auto row = get_row(h, d);
+        for (uint32_t x = 0; x < 100; x += 9) {
+            EXPECT_EQ(row_of(&row[x * 3]), uint32_t(8 * d + 7));
+            EXPECT_EQ(column_of(&row[x * 3]), 10 * x);
+        }
+    }
+    IMG_delete_bitmap(h);
+    // A reduced size larger than the image in one direction: no reduction.
+    IMGLOW_set_decompsize(2000, 100);
+    const int32_t same = IMG_decompress_bitmap_mem(block, 0);
+    IMG_bitmap_info(same, &w, &ht, &bits);
+    EXPECT_EQ(w, 1000);
+    EXPECT_EQ(ht, 800);
+    IMG_delete_bitmap(same);
+    tesslin_block_free(block);
+}
+
+TEST_F(Decode, DecodeRectangle) {
+    void* block = bmp_block(640, 480, 24, position_fill);
+    IMGLOW_set_decomp_rect(10, 20, 50, 30);
+    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    ASSERT_GE(h, 0);
+    int32_t w, ht, bits;
+    IMG_bitmap_info(h, &w, &ht, &bits);
+    EXPECT_EQ(w, 50);
+    EXPECT_EQ(ht, 30);
+    for (int32_t y = 0; y < 30; y += 7) {
+        const auto row = get_row(h, y);
+        EXPECT_EQ(row_of(&row[0]), uint32_t(20 + y));
+        EXPECT_EQ(column_of(&row[0]), 10u);  // byte 30 of the source row
+        EXPECT_EQ(column_of(&row[49 * 3]), 59u);
+    }
+    IMG_delete_bitmap(h);
+    // Reaching past the right and bottom edges: clipped to the image.
+    IMGLOW_set_decomp_rect(600, 470, 100, 100);
+    const int32_t clipped = IMG_decompress_bitmap_mem(block, 0);
+    IMG_bitmap_info(clipped, &w, &ht, &bits);
+    EXPECT_EQ(w, 40);
+    EXPECT_EQ(ht, 10);
+    IMG_delete_bitmap(clipped);
+    // Starting outside the image: refused.
+    IMGLOW_set_decomp_rect(640, 0, 10, 10);
+    EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_BAD_IMAGE);
+    tesslin_block_free(block);
+}
+
+TEST_F(Decode, RectangleAndSizeReductionOnABilevelImage) {
+    const Raster ref = read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm"));
+    const std::string mono = corpus("bmp/mono.bmp");
+    IMGLOW_set_decomp_rect(13, 40, 101, 60);
+    const int32_t cut = IMG_decompress_bitmap(mono.c_str());
+    ASSERT_GE(cut, 0);
+    const Raster c = handle_raster(cut);
+    ASSERT_EQ(c.width, 101);
+    ASSERT_EQ(c.height, 60);
+    size_t bad = 0;
+    for (int32_t y = 0; y < 60; ++y)
+        for (int32_t x = 0; x < 101; ++x) bad += c.at(x, y)[0] != ref.at(x + 13, y + 40)[0];
+    EXPECT_EQ(bad, 0u);
+    IMG_delete_bitmap(cut);
+
+    // Scaled run positions: every destination pixel has the colour of some
+    // source pixel of the columns it stands for, in its source row.
+    IMGLOW_set_decomp_rect(0, 0, 0, 0);
+    IMGLOW_set_decompsize(100, 50);
+    const int32_t small = IMG_decompress_bitmap(mono.c_str());
+    ASSERT_GE(small, 0);
+    const Raster s = handle_raster(small);
+    ASSERT_EQ(s.width, 100);
+    ASSERT_EQ(s.height, 50);
+    bad = 0;
+    for (int32_t d = 0; d < 50; ++d) {
+        // Rows arrive bottom first: the last source row of each group.
+        int32_t src_row = 0;
+        for (int32_t r = 0; r < 149; ++r)
+            if (50 * r / 149 == d) src_row = r;
+        for (int32_t x = 0; x < 100; ++x) {
+            const int32_t lo = x * 227 / 100, hi = std::min(227, (x + 1) * 227 / 100 + 2);
+            bool found = false;
+            for (int32_t sx = std::max(0, lo - 1); sx < hi && !found; ++sx)
+                found = ref.at(sx, src_row)[0] == s.at(x, d)[0];
+            bad += !found;
+        }
+    }
+    EXPECT_EQ(bad, 0u);
+    IMG_delete_bitmap(small);
+}
+
+namespace {
+int32_t progress_calls = 0;
+int32_t progress(intptr_t stop_row, int32_t total, int32_t row, uint32_t) {
+    EXPECT_EQ(total, 149);
+    ++progress_calls;
+    return row == int32_t(stop_row) ? -4 : 0;
+}
+}  // namespace
+
+TEST_F(Decode, ProgressIsReportedPerRowAndCanStopTheDecode) {
+    const std::string rgb = corpus("bmp/rgb24.bmp");
+    IMG_set_statusbar(-1, progress, 1);
+    progress_calls = 0;
+    const int32_t h = IMG_decompress_bitmap(rgb.c_str());
+    EXPECT_GE(h, 0);
+    EXPECT_EQ(progress_calls, 149);
+    IMG_delete_bitmap(h);
+    IMG_set_statusbar(100, progress, 1);
+    EXPECT_EQ(IMG_decompress_bitmap(rgb.c_str()), -4);
+}

@@ -1,0 +1,414 @@
+// The tesslin command-line tool, run as users run it, on corpus files.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "fax.h"
+#include "tesslin/tesslin.h"
+#include "test_util.h"
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string temp_dir() {
+    const char* d = getenv("TMPDIR");
+    return d && *d ? d : "/tmp";
+}
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::string quote(const std::string& s) { return "'" + s + "'"; }
+
+CliRun run_cli(const std::string& args) {
+    const std::string base = temp_dir() + "/cli-" + std::to_string(getpid());
+    const std::string cmd = quote(TESSLIN_CLI) + " " + args + " > " + quote(base + ".out") +
+                            " 2> " + quote(base + ".err") + " < /dev/null";
+    CliRun r;
+    int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(base + ".out");
+    r.err = slurp(base + ".err");
+    unlink((base + ".out").c_str());
+    unlink((base + ".err").c_str());
+    return r;
+}
+
+std::string corpus(const std::string& name) { return tesslin::test::data_path("corpus/" + name); }
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+// Files beside `path` whose names start with its name (leftover temporaries).
+int leftovers(const std::string& path) {
+    const std::string cmd = "ls " + quote(path) + "* 2>/dev/null | wc -l";
+    FILE* p = popen(cmd.c_str(), "r");
+    int n = 0;
+    if (p) {
+        if (fscanf(p, "%d", &n) != 1) n = -1;
+        pclose(p);
+    }
+    return n;
+}
+
+int json_int(const std::string& json, const std::string& key) {
+    std::smatch m;
+    std::regex re("\"" + key + "\": (-?[0-9]+)");
+    return std::regex_search(json, m, re) ? std::stoi(m[1]) : INT32_MIN;
+}
+
+using tesslin::test::have_pillow;
+using tesslin::test::have_tool;
+
+}  // namespace
+
+TEST(Cli, InfoJsonReportsWhatTheManifestSays) {
+    std::ifstream manifest(corpus("MANIFEST.tsv"));
+    std::string line;
+    std::getline(manifest, line);
+    int checked = 0, sized = 0;
+    while (std::getline(manifest, line)) {
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        std::string field;
+        while (std::getline(ss, field, '\t')) f.push_back(field);
+        if (f.size() < 8 || f[2] != "0" || f[5].empty() || f[5] == "-7" || f[7] == "refuse")
+            continue;
+        SCOPED_TRACE(f[0]);
+        CliRun r = run_cli("info --json " + quote(corpus(f[0])));
+        EXPECT_EQ(json_int(r.out, "format_code"), std::stoi(f[5]));
+        IMG_FORMAT_INFO info{};
+        IMGLOW_get_format_info(std::stoi(f[5]), &info);
+        if (info.multipage & 1 || f[1] == "1") {
+            EXPECT_EQ(json_int(r.out, "pages"), std::stoi(f[1]));
+        }
+        if (r.status == 0) {
+            EXPECT_EQ(json_int(r.out, "width"), std::stoi(f[3]));
+            EXPECT_EQ(json_int(r.out, "height"), std::stoi(f[4]));
+            EXPECT_GT(json_int(r.out, "bits"), 0);
+            ++sized;
+        } else {
+            EXPECT_EQ(info.reads, 0) << "a format the library reads failed: " << r.err;
+            EXPECT_NE(r.err.find("tesslin: "), std::string::npos);
+        }
+        ++checked;
+    }
+    EXPECT_GT(checked, 80);
+    EXPECT_GT(sized, 20);
+}
+
+TEST(Cli, InfoDescribesSeveralFilesAndReportsEachFailure) {
+    CliRun r = run_cli("info " + quote(corpus("bmp/rgb24.bmp")) + " /no/such/file " +
+                    quote(corpus("png/grey.png")));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("227 x 149 pixels, 24 bits"), std::string::npos);
+    EXPECT_NE(r.out.find("43 png"), std::string::npos);
+    EXPECT_EQ(r.err, "tesslin: /no/such/file: cannot open: cannot open file (IMG_ERR_OPEN, -2)\n");
+    CliRun dpi = run_cli("info --json " + quote(corpus("jpeg/dpi300.jpg")));
+    EXPECT_EQ(json_int(dpi.out, "xdpi"), 300);
+    EXPECT_EQ(json_int(dpi.out, "ydpi"), 300);
+}
+
+TEST(Cli, ConvertWritesFilesOtherToolsReadExactly) {
+    if (!have_pillow()) GTEST_SKIP() << "Pillow is not installed";
+    const std::string out = temp_dir() + "/cli-rgb24.png";
+    CliRun r = run_cli("convert " + quote(corpus("bmp/rgb24.bmp")) + " " + quote(out));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // Pillow's decode of our PNG equals the corpus reference of the BMP.
+    const std::string check =
+        "/usr/bin/python3 -c \"import sys; from PIL import Image; "
+        "a = Image.open(sys.argv[1]).convert('RGB').tobytes(); "
+        "b = Image.open(sys.argv[2]).convert('RGB').tobytes(); sys.exit(a != b)\" " +
+        quote(out) + " " + quote(corpus("refs/b8d8b9b4501bf26d.ppm"));
+    EXPECT_EQ(std::system(check.c_str()), 0);
+    unlink(out.c_str());
+
+    const std::string bmp = temp_dir() + "/cli-mono.bmp";
+    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format bmp-rle");
+    EXPECT_NE(r.status, 0) << "run-length BMP has no 1-bit form";
+    EXPECT_FALSE(exists(bmp));
+    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format 1");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_filetype(bmp.c_str()), 1);
+    unlink(bmp.c_str());
+}
+
+TEST(Cli, ConvertHonoursQualityAndReplacesAnExistingOutput) {
+    const std::string out = temp_dir() + "/cli-q.jpg";
+    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
+                      " --quality 20").status, 0);
+    const size_t small = slurp(out).size();
+    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
+                      " --quality 95").status, 0);
+    EXPECT_GT(slurp(out).size(), small * 2) << "quality 95 is larger than 20, not appended";
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
+    unlink(out.c_str());
+    IMGLOW_set_comp_quality(50);
+}
+
+TEST(Cli, FailuresNameTheStatusAndLeaveNoOutput) {
+    const std::string out = temp_dir() + "/cli-fail.png";
+    CliRun r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --page 3");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "tesslin: " + corpus("jpeg/420.jpg") +
+                         ": cannot decode page 3: page does not exist (IMG_ERR_NO_PAGE, -11)\n");
+    EXPECT_EQ(leftovers(out), 0);
+
+    // Truncated data fails while decoding; nothing is left behind.
+    const std::string cut = temp_dir() + "/cli-cut.png";
+    std::string png = slurp(corpus("png/rgb.png"));
+    std::ofstream(cut, std::ios::binary) << png.substr(0, png.size() / 3);
+    r = run_cli("convert " + quote(cut) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot decode page 1"), std::string::npos) << r.err;
+    EXPECT_EQ(leftovers(out), 0);
+    unlink(cut.c_str());
+
+    // An existing output is left as it was.
+    std::ofstream(out) << "keep";
+    r = run_cli("convert " + quote(corpus("jpeg/arithmetic.jpg")) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(slurp(out), "keep");
+    EXPECT_EQ(leftovers(out), 1);
+    unlink(out.c_str());
+
+    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out + ".nosuchformat"));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("give --format"), std::string::npos);
+    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --format 99");
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(leftovers(out), 0);
+}
+
+TEST(Cli, AllPagesOfASinglePageFormatAreNumbered) {
+    const std::string out = temp_dir() + "/cli-all.bmp";
+    CliRun r = run_cli("convert " + quote(corpus("png/palette8.png")) + " " + quote(out) +
+                    " --all-pages");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(exists(out)) << "one page: the output name as given";
+    unlink(out.c_str());
+}
+
+// Headerless fax data through IMG_decompress_fax: the geometry comes from
+// the command line, with the height found at the end of the page when it is
+// not given.
+TEST(Cli, ConvertRawFax) {
+    namespace t = tesslin::test;
+    const std::string out = temp_dir() + "/cli-raw.bmp";
+    CliRun r = run_cli("convert --raw-fax 4 --width 1728 " + quote(corpus("doc/page.g4")) + " " +
+                       quote(out));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(out.c_str()), t::corpus_page()), "");
+    unlink(out.c_str());
+
+    const std::string reversed = temp_dir() + "/cli-raw-reversed.g3";
+    t::write_file(reversed, t::bit_reversed(t::read_file(corpus("doc/page.g3"))));
+    const std::string cal = temp_dir() + "/cli-raw.cal";
+    r = run_cli("convert " + quote(reversed) + " " + quote(cal) +
+                " --raw-fax 3 --width 1728 --height 2200 --fill-order 2");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_filetype(cal.c_str()), 18);
+    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(cal.c_str()), t::corpus_page()), "");
+    unlink(cal.c_str());
+
+    // Data that holds no row fails and leaves nothing behind.
+    std::ofstream(reversed, std::ios::trunc);
+    r = run_cli("convert --raw-fax 4 --width 1728 " + quote(reversed) + " " + quote(out));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot decode page 1: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("(IMG_ERR_READ, -12)"), std::string::npos) << r.err;
+    EXPECT_EQ(leftovers(out), 0);
+    unlink(reversed.c_str());
+
+    const std::string in = quote(corpus("doc/page.g4"));
+    for (const std::string& bad :
+         {"--raw-fax 4 " + in + " o.bmp", "--width 1728 " + in + " o.bmp",
+          "--raw-fax 4 --width 0 " + in + " o.bmp", "--raw-fax 4 --width 1728 --height -1 " + in + " o.bmp",
+          "--raw-fax 4 --width 1728 --fill-order 3 " + in + " o.bmp",
+          "--raw-fax x --width 1728 " + in + " o.bmp", "--raw-fax 4 --width 1728 --page 2 " + in + " o.bmp",
+          "--raw-fax 4 --width 1728 --all-pages " + in + " o.bmp"})
+        EXPECT_EQ(run_cli("convert " + bad).status, 2) << bad;
+}
+
+TEST(Cli, AllPagesGoIntoOneTiff) {
+    const std::string src = corpus("doc/multipage-g4.tif");
+    const std::string out = temp_dir() + "/cli-pages.tif";
+    CliRun r = run_cli("convert " + quote(src) + " " + quote(out) + " --all-pages");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 3);
+    EXPECT_EQ(IMGLOW_get_filetype(out.c_str()), 10) << "bilevel pages in a .tif become Group 4";
+    // libtiff sees the same three directories.
+    const std::string count = "tiffinfo " + quote(out) + " 2>&1 | grep -c 'TIFF Directory'";
+    FILE* p = popen(count.c_str(), "r");
+    int dirs = 0;
+    if (p) {
+        if (fscanf(p, "%d", &dirs) != 1) dirs = -1;
+        pclose(p);
+    }
+    if (have_tool("tiffinfo")) {
+        EXPECT_EQ(dirs, 3);
+    }
+    // Every page equals the source page.
+    for (int32_t page = 0; page < 3; ++page) {
+        int32_t a = IMG_decompress_bitmap_page(src.c_str(), page);
+        int32_t b = IMG_decompress_bitmap_page(out.c_str(), page);
+        ASSERT_GE(a, 0);
+        ASSERT_GE(b, 0);
+        for (int32_t y = 0; y < 2200; y += 7)
+            ASSERT_EQ(tesslin::test::get_row(a, y), tesslin::test::get_row(b, y)) << page << " " << y;
+        IMG_delete_bitmap(a);
+        IMG_delete_bitmap(b);
+    }
+    // Converting again replaces the file instead of appending to it.
+    ASSERT_EQ(run_cli("convert " + quote(src) + " " + quote(out) + " --page 2").status, 0);
+    EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
+    unlink(out.c_str());
+}
+
+TEST(Cli, HelpVersionAndFormats) {
+    for (const char* cmd :
+         {"--help", "info --help", "convert --help", "formats --help", "tags --help"}) {
+        CliRun r = run_cli(cmd);
+        EXPECT_EQ(r.status, 0) << cmd;
+        EXPECT_NE(r.out.find("usage: tesslin"), std::string::npos) << cmd;
+    }
+    CliRun v = run_cli("--version");
+    EXPECT_EQ(v.status, 0);
+    EXPECT_NE(v.out.find("(interface 13.0)"), std::string::npos);
+    CliRun f = run_cli("formats");
+    EXPECT_EQ(f.status, 0);
+    EXPECT_TRUE(std::regex_search(f.out, std::regex("\\n +43  png +yes +yes")));
+    EXPECT_TRUE(std::regex_search(f.out, std::regex("\\n +59  pdf +plug-in")));
+    EXPECT_EQ(f.out.find("\n  45 "), std::string::npos) << "code 45 names no format";
+    EXPECT_EQ(run_cli("").status, 2);
+    EXPECT_EQ(run_cli("frobnicate").status, 2);
+    EXPECT_EQ(run_cli("info").status, 2);
+    EXPECT_EQ(run_cli("convert a").status, 2);
+    EXPECT_EQ(run_cli("convert a b --page 0").status, 2);
+    EXPECT_EQ(run_cli("convert a b --page 2 --all-pages").status, 2);
+    EXPECT_EQ(run_cli("tags").status, 2);
+    EXPECT_EQ(run_cli("tags a b").status, 2);
+}
+
+// One directory entry as a listing shows it.
+struct TagLine {
+    int tag = 0;
+    std::string type;
+    long count = 0;
+    std::string values;
+};
+
+// "ImageWidth (256) SHORT (3) 1<1700>" lines of libtiff's tiffdump, for one
+// directory (0-based).
+std::vector<TagLine> tiffdump_directory(const std::string& file, int dir) {
+    std::vector<TagLine> out;
+    FILE* p = popen(("tiffdump " + quote(file) + " 2>/dev/null").c_str(), "r");
+    if (!p) return out;
+    static const std::regex entry(R"(^\S+ \((\d+)\) (\S+) \(\d+\) (\d+)<(.*)>$)");
+    char line[4096];
+    int at = -1;
+    while (fgets(line, sizeof line, p)) {
+        std::string l(line);
+        if (!l.empty() && l.back() == '\n') l.pop_back();
+        if (l.rfind("Directory ", 0) == 0) ++at;
+        std::smatch m;
+        if (at == dir && std::regex_match(l, m, entry))
+            out.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
+    }
+    pclose(p);
+    return out;
+}
+
+std::vector<TagLine> tesslin_tags(const std::string& out) {
+    std::vector<TagLine> lines;
+    static const std::regex entry(R"(^ +(\d+) +(?:\S+ +)?([A-Z]+) +(\d+)  (.*)$)");
+    std::istringstream in(out);
+    std::string l;
+    while (std::getline(in, l)) {
+        std::smatch m;
+        if (std::regex_match(l, m, entry))
+            lines.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
+    }
+    return lines;
+}
+
+std::vector<double> numbers(const std::string& text) {
+    std::vector<double> v;
+    static const std::regex number(R"(-?[0-9]+(\.[0-9]+)?(e[-+][0-9]+)?)");
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), number);
+         it != std::sregex_iterator(); ++it)
+        v.push_back(std::stod(it->str()));
+    return v;
+}
+
+TEST(Cli, TagsListWhatLibtiffSees) {
+    if (!have_tool("tiffdump"))
+        GTEST_SKIP() << "libtiff's tiffdump is not installed";
+    const struct {
+        const char* file;
+        int page;
+    } cases[] = {
+        {"doc/multipage-g4.tif", 2},          {"doc/multipage-g4-bigendian.tif", 3},
+        {"tone/palette8.tif", 1},              {"tone/rgb-jpeg.tif", 1},
+        {"suites/libtiff/rgb-3c-8b.tiff", 1},  {"suites/libtiff/quad-tile.jpg.tiff", 1},
+        {"suites/libtiff/rgb-3c-16b.tiff", 1}, {"doc/g3-2d.tif", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string file = corpus(c.file);
+        const std::vector<TagLine> want = tiffdump_directory(file, c.page - 1);
+        ASSERT_FALSE(want.empty());
+        CliRun r = run_cli("tags " + quote(file) + " --page " + std::to_string(c.page));
+        ASSERT_EQ(r.status, 0) << r.err;
+        const std::vector<TagLine> got = tesslin_tags(r.out);
+        ASSERT_EQ(got.size(), want.size()) << r.out;
+        for (size_t i = 0; i < want.size(); ++i) {
+            SCOPED_TRACE(want[i].tag);
+            EXPECT_EQ(got[i].tag, want[i].tag);
+            EXPECT_EQ(got[i].type, want[i].type);
+            EXPECT_EQ(got[i].count, want[i].count);
+            if (want[i].type == "ASCII") {
+                // tiffdump shows the text's start; the listing shows it whole.
+                std::string start = want[i].values.substr(0, want[i].values.find(" ..."));
+                start = start.substr(0, start.find("\\0"));
+                EXPECT_EQ(got[i].values.rfind("\"" + start, 0), 0u) << got[i].values;
+            } else if (want[i].type == "SHORT" || want[i].type == "LONG" ||
+                       want[i].type == "RATIONAL") {
+                const std::vector<double> a = numbers(got[i].values), b = numbers(want[i].values);
+                const size_t shown = std::min<size_t>(want[i].type == "RATIONAL" ? 2 : 4, b.size());
+                ASSERT_GE(a.size(), shown) << got[i].values;
+                for (size_t k = 0; k < shown; ++k)
+                    EXPECT_NEAR(a[k], b[k], 1e-4 * std::max(1.0, std::abs(b[k])));
+            }
+        }
+    }
+    CliRun png = run_cli("tags " + quote(corpus("png/grey.png")));
+    EXPECT_EQ(png.status, 1);
+    EXPECT_NE(png.err.find("(IMG_ERR_UNSUPPORTED, -7)"), std::string::npos) << png.err;
+    CliRun beyond = run_cli("tags " + quote(corpus("doc/multipage-g4.tif")) + " --page 4");
+    EXPECT_EQ(beyond.status, 1);
+    EXPECT_NE(beyond.err.find("cannot list the tags of page 4: page does not exist "
+                              "(IMG_ERR_NO_PAGE, -11)"),
+              std::string::npos)
+        << beyond.err;
+}
