@@ -43,7 +43,18 @@ int32_t packed_body(SaveContext* c, uint8_t* buffer, int32_t r, uint32_t n) {
     if (int32_t p = report_progress(c->height, r, n); p < 0) return p;
     BitmapObject* obj = c->obj;
     const int32_t stored = c->crop_y + r;
-    if (!obj->run_encoded) {
+    if (!obj->run_encoded && c->crop_shift) {
+        // A crop that starts inside a byte (1 and 4 bits): every output
+        // byte joins the end of one stored byte with the start of the next.
+        const uint8_t* src = obj->plain_row(stored);
+        const uint32_t first = c->crop_x_bytes, shift = c->crop_shift;
+        for (uint32_t i = 0; i < n; ++i) {
+            const uint32_t at = first + i;
+            const uint32_t hi = at < c->row_bytes ? src[at] : 0;
+            const uint32_t lo = at + 1 < c->row_bytes ? src[at + 1] : 0;
+            buffer[i] = uint8_t((hi << shift) | (lo >> (8 - shift)));
+        }
+    } else if (!obj->run_encoded) {
         const uint8_t* src = obj->plain_row(stored) + std::min(c->crop_x_bytes, c->row_bytes);
         const uint32_t avail = c->row_bytes - std::min(c->crop_x_bytes, c->row_bytes);
         const uint32_t take = std::min(n, avail);
@@ -136,7 +147,10 @@ int32_t prepare_save(int32_t handle, int32_t code, SaveContext* c, uint8_t* bloc
     c->row_bytes = obj->row_bytes;
     const auto x = static_cast<uint32_t>(obj->crop_x);
     c->crop_x = x;
-    c->crop_x_bytes = bits == 1 ? (x + 7) / 8 : bits == 4 ? (x + 1) / 2 : x * (bits / 8);
+    // Byte offset of the crop in a packed row, and the bits it starts into
+    // that byte for 1- and 4-bit rows.
+    c->crop_x_bytes = bits == 1 ? x / 8 : bits == 4 ? x / 2 : x * (bits / 8);
+    c->crop_shift = bits == 1 ? x % 8 : bits == 4 ? (x % 2) * 4 : 0;
     c->crop_y = obj->crop_y;
     c->crop_width = static_cast<uint32_t>(obj->crop_width);
     c->crop_height = static_cast<uint32_t>(obj->crop_height);

@@ -27,6 +27,7 @@ struct SaveContext {
     int32_t height = 0;         // stored image height
     uint32_t row_bytes = 0;     // stored row bytes
     uint32_t crop_x_bytes = 0;  // byte offset of the crop rectangle in a packed row
+    uint32_t crop_shift = 0;    // bits the crop starts into that byte (1 and 4 bits)
     int32_t crop_y = 0;
     const uint8_t* tone_map = nullptr;  // 256 entries applied to every supplied byte
     int32_t code = 0;
