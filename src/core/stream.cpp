@@ -123,6 +123,16 @@ int32_t file_write_scrambled(int32_t fd, const void* buffer, uint32_t count, uin
 
 }  // namespace
 
+int32_t truncate(int32_t handle, uint32_t length) {
+    if (g_write_hook.load(std::memory_order_relaxed)) return IMG_ERR_UNSUPPORTED;
+    if (MemStream* m = find_memory(handle)) {
+        m->position = length < m->size ? length : m->size;
+        return 0;
+    }
+    if (length > 0x7FFFFFFFu || platform::file_truncate(handle, length) != 0) return IMG_ERR_WRITE;
+    return platform::file_seek(handle, int32_t(length), 0) < 0 ? IMG_ERR_WRITE : 0;
+}
+
 int32_t read(int32_t handle, void* buffer, uint32_t count) {
     if (g_read_hook.load(std::memory_order_relaxed)) {
         Call c{hook_read_body, handle, buffer, nullptr, count, 0, 0, nullptr};

@@ -21,6 +21,13 @@ int32_t seek(int32_t handle, int32_t offset, int origin);
 // A file's length (position unchanged); for a memory stream its position.
 int32_t length(int32_t handle);
 
+// Puts the end of the data back at `length` and the position there: a file
+// is cut to that length, a memory stream's position set to it (so that
+// length() reports it). Writers call it to undo a failed append. 0, or
+// IMG_ERR_UNSUPPORTED when application hooks own the stream (nothing can be
+// cut through them), IMG_ERR_WRITE when the file cannot be cut.
+int32_t truncate(int32_t handle, uint32_t length);
+
 // Size of the data behind the handle from offset 0 when it can be known
 // (file length, memory block size, through the seek hook); -1 otherwise.
 // Codecs use it to refuse declared sizes the stream cannot hold.

@@ -90,6 +90,10 @@ int32_t file_seek(int32_t fd, int32_t offset, int origin) {
 
 int32_t file_close(int32_t fd) { return close(fd) == 0 ? 0 : -1; }
 
+int32_t file_truncate(int32_t fd, uint32_t length) {
+    return ftruncate(fd, off_t(length)) == 0 ? 0 : -1;
+}
+
 int32_t file_delete(const char* name) { return name && unlink(name) == 0 ? 0 : -1; }
 
 bool is_file_handle(int32_t value) { return value > 0 && fcntl(value, F_GETFD) != -1; }

@@ -25,6 +25,8 @@ int32_t file_read(int32_t fd, void* buffer, uint32_t count);
 int32_t file_write(int32_t fd, const void* buffer, uint32_t count);
 int32_t file_seek(int32_t fd, int32_t offset, int origin);
 int32_t file_close(int32_t fd);
+// Cuts (or extends with zeros) the file to `length` bytes; 0 or -1.
+int32_t file_truncate(int32_t fd, uint32_t length);
 int32_t file_delete(const char* name);
 bool is_file_handle(int32_t value);
 // Mode 0: makes a new empty file "img<ticks>..." in $TMPDIR (else /tmp) and

@@ -116,6 +116,10 @@ TEST_F(Streams, FileLengthKeepsThePosition) {
     EXPECT_EQ(stream::length(fd), 1000);
     EXPECT_EQ(stream::seek(fd, 0, 1), 200);
     EXPECT_EQ(stream::capacity(fd), 1000);
+    // Truncation (a failed append undone) cuts the file and moves there.
+    EXPECT_EQ(stream::truncate(fd, 300), 0);
+    EXPECT_EQ(stream::length(fd), 300);
+    EXPECT_EQ(stream::seek(fd, 0, 1), 300);
     platform::file_close(fd);
     EXPECT_GE(platform::file_open(path.c_str(), 3), 0);
     EXPECT_EQ(platform::file_delete(path.c_str()), 0);
