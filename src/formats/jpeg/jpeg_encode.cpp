@@ -57,49 +57,146 @@ uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t*
 namespace {
 
 #if defined(__x86_64__) && defined(__GNUC__)
-__attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, const Quantiser& q,
-                                                       int16_t* zz) {
-    alignas(32) int16_t natural[64];
+// ---- Quantisation in 16-bit lanes (see Quantiser) ----
+
+// Eight coefficients: sign(x) * (((|x| + add) >> 2) / Q).
+#define QUANTISE8(ABS, SIGN, out, x, add, recip, divisor)                                \
+    do {                                                                                  \
+        const __m128i q_add = (add), q_recip = (recip), q_div = (divisor);                \
+        const __m128i q_n = _mm_srli_epi16(_mm_add_epi16(ABS(x), q_add), 2);              \
+        const __m128i q_0 = _mm_mulhi_epu16(q_n, q_recip);                                \
+        const __m128i q_r = _mm_sub_epi16(q_n, _mm_mullo_epi16(q_0, q_div));              \
+        const __m128i q_more = _mm_cmpgt_epi16(q_r, _mm_sub_epi16(q_div, _mm_set1_epi16(1))); \
+        out = SIGN(_mm_sub_epi16(q_0, q_more), x);                                        \
+    } while (0)
+
+inline __m128i abs_sse2(__m128i x) {
+    const __m128i s = _mm_srai_epi16(x, 15);
+    return _mm_sub_epi16(_mm_xor_si128(x, s), s);
+}
+inline __m128i sign_sse2(__m128i q, __m128i x) {
+    const __m128i s = _mm_srai_epi16(x, 15);
+    return _mm_sub_epi16(_mm_xor_si128(q, s), s);
+}
+#define ABS_SSE2(x) abs_sse2(x)
+#define SIGN_SSE2(q, x) sign_sse2(q, x)
+#define ABS_SSSE3(x) _mm_abs_epi16(x)
+#define SIGN_SSSE3(q, x) _mm_sign_epi16(q, x)
+
+inline __m128i load8(const void* p) { return _mm_load_si128(static_cast<const __m128i*>(p)); }
+
+// The baseline has no byte shuffle: quantised in natural order, gathered
+// into zig-zag order one by one.
+uint64_t quantise_sse2(const int16_t* coef, const Quantiser& q, int16_t* zz) {
+    alignas(16) int16_t natural[64];
     for (int i = 0; i < 64; i += 8) {
-        const __m256i x = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + i)));
-        const __m256i n = _mm256_add_epi32(_mm256_abs_epi32(x),
-                                           _mm256_load_si256(reinterpret_cast<const __m256i*>(q.add + i)));
-        const __m256i hi = _mm256_mullo_epi32(n, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.recip_hi + i)));
-        const __m256i lo = _mm256_srli_epi32(
-            _mm256_mullo_epi32(n, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.recip_lo + i))), 16);
-        const __m256i v = _mm256_sign_epi32(_mm256_srli_epi32(_mm256_add_epi32(hi, lo), 16), x);
-        const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-        _mm_store_si128(reinterpret_cast<__m128i*>(natural + i), packed);
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + i));
+        __m128i v;
+        QUANTISE8(ABS_SSE2, SIGN_SSE2, v, x, load8(q.add + i), load8(q.recip + i), load8(q.divisor + i));
+        _mm_store_si128(reinterpret_cast<__m128i*>(natural + i), v);
     }
-    for (int k = 0; k < 64; ++k) zz[k] = natural[kZigzag[k]];
     uint64_t mask = 0;
-    for (int i = 0; i < 64; i += 32) {
-        const __m256i zero = _mm256_setzero_si256();
-        const __m256i a = _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(zz + i)), zero);
-        const __m256i b = _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(zz + i + 16)), zero);
-        // Bytes of the 16-bit compare results, restored to position order.
-        const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
-        mask |= static_cast<uint64_t>(~static_cast<uint32_t>(_mm256_movemask_epi8(bytes))) << i;
+    for (int k = 0; k < 64; ++k) {
+        zz[k] = natural[kZigzag[k]];
+        mask |= static_cast<uint64_t>(zz[k] != 0) << k;
     }
     return mask;
 }
 
-// Colour conversion of 16 blue, green, red pixels per step. The colour
-// tables trunc(c * v + 0.5) are exact as (v * M + 2^15) >> 16 with these
-// 16-bit constants (checked against the tables by the tests), and that is
-// an unsigned high multiplication plus the top bit of the low half.
+// Zig-zag order by byte shuffles: output vector o (positions 8o .. 8o + 7)
+// is the OR of shuffles of the natural rows first[o] .. last[o].
+constexpr uint8_t kZz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                             12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                             35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                             58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+struct ZigzagShuffles {
+    alignas(16) uint8_t mask[8][8][16];
+    int first[8], last[8];
+    constexpr ZigzagShuffles() : mask(), first(), last() {
+        for (int o = 0; o < 8; ++o) {
+            first[o] = 7;
+            last[o] = 0;
+            for (int r = 0; r < 8; ++r)
+                for (int i = 0; i < 8; ++i) {
+                    const int n = kZz[8 * o + i];
+                    const bool here = n / 8 == r;
+                    mask[o][r][2 * i] = static_cast<uint8_t>(here ? 2 * (n % 8) : 0x80);
+                    mask[o][r][2 * i + 1] = static_cast<uint8_t>(here ? 2 * (n % 8) + 1 : 0x80);
+                    if (here && r < first[o]) first[o] = r;
+                    if (here && r > last[o]) last[o] = r;
+                }
+        }
+    }
+};
+constexpr ZigzagShuffles kZzShuffle;
+
+// Natural rows in, zig-zag vectors out; returns the non-zero mask.
+#define ZIGZAG_AND_MASK(rows, zz, mask)                                                   \
+    do {                                                                                  \
+        __m128i z_out[8];                                                                 \
+        for (int o = 0; o < 8; ++o) {                                                     \
+            __m128i v = _mm_setzero_si128();                                              \
+            for (int r = kZzShuffle.first[o]; r <= kZzShuffle.last[o]; ++r)               \
+                v = _mm_or_si128(v, _mm_shuffle_epi8(rows[r], load8(kZzShuffle.mask[o][r]))); \
+            z_out[o] = v;                                                                 \
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(zz + 8 * o), v);                  \
+        }                                                                                 \
+        uint64_t zero = 0;                                                                \
+        for (int o = 0; o < 8; o += 2) {                                                  \
+            const __m128i z = _mm_packs_epi16(_mm_cmpeq_epi16(z_out[o], _mm_setzero_si128()), \
+                                              _mm_cmpeq_epi16(z_out[o + 1], _mm_setzero_si128())); \
+            zero |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(z))) << (8 * o); \
+        }                                                                                 \
+        mask = ~zero;                                                                     \
+    } while (0)
+
+__attribute__((target("ssse3"))) uint64_t quantise_ssse3(const int16_t* coef, const Quantiser& q,
+                                                         int16_t* zz) {
+    __m128i rows[8];
+    for (int r = 0; r < 8; ++r) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * r));
+        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, rows[r], x, load8(q.add + 8 * r), load8(q.recip + 8 * r),
+                  load8(q.divisor + 8 * r));
+    }
+    uint64_t mask;
+    ZIGZAG_AND_MASK(rows, zz, mask);
+    return mask;
+}
+
+__attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, const Quantiser& q,
+                                                       int16_t* zz) {
+    __m128i rows[8];
+    for (int r = 0; r < 8; ++r) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * r));
+        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, rows[r], x, load8(q.add + 8 * r), load8(q.recip + 8 * r),
+                  load8(q.divisor + 8 * r));
+    }
+    uint64_t mask;
+    ZIGZAG_AND_MASK(rows, zz, mask);
+    return mask;
+}
+
+// ---- Colour conversion ----
+// The colour tables trunc(c * v + 0.5) are exact as (v * M + 2^15) >> 16
+// with these 16-bit constants (checked against the tables by the tests),
+// and that is an unsigned high multiplication plus the top bit of the low
+// half. All but one are also exact as (v * P + 2^14) >> 15, one pmulhrsw
+// (0.41869 has no such P and keeps the two multiplications).
 constexpr uint16_t kYR = 19595, kYG = 38470, kYB = 7472, kCbR = 11059, kCbG = 21709, kHalf = 32768,
                    kCrG = 27439, kCrB = 5329;
+constexpr int16_t kPYR = 9798, kPYG = 19235, kPYB = 3736, kPCbR = 5529, kPCbG = 10855,
+                  kPHalf = 16384, kPCrB = 2664;
 
 // Byte shuffles that split 48 bytes of blue, green, red into the three
-// channels: mask [input vector][channel].
+// channels: mask [input vector][channel], each twice for both halves of a
+// 256-bit register.
 struct SplitMasks {
-    alignas(16) uint8_t m[3][3][16];
+    alignas(32) uint8_t m[3][3][32];
     constexpr SplitMasks() : m() {
         for (int in = 0; in < 3; ++in)
             for (int ch = 0; ch < 3; ++ch)
-                for (int p = 0; p < 16; ++p) {
-                    const int b = 3 * p + ch - 16 * in;
+                for (int p = 0; p < 32; ++p) {
+                    const int b = 3 * (p % 16) + ch - 16 * in;
                     m[in][ch][p] = static_cast<uint8_t>(b >= 0 && b < 16 ? b : 0x80);
                 }
     }
@@ -115,7 +212,6 @@ __attribute__((target("sse4.1"))) inline __m128i colour_term(__m128i v, uint16_t
 // when h is 0); returns the pixels done, a multiple of 16.
 __attribute__((target("sse4.1"))) int bgr_to_ycc_sse41(const uint8_t* bgr, int n, int h,
                                                        int16_t* y, int16_t* cb, int16_t* cr) {
-    const __m128i* mk = reinterpret_cast<const __m128i*>(kSplit.m);
     const __m128i shift = _mm_set1_epi16(128);
     const __m128i evens = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1, -1, -1, -1, -1);
     int x = 0;
@@ -125,9 +221,9 @@ __attribute__((target("sse4.1"))) int bgr_to_ycc_sse41(const uint8_t* bgr, int n
                                _mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr + 32))};
         __m128i ch[3];
         for (int c = 0; c < 3; ++c)
-            ch[c] = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(in[0], _mm_load_si128(mk + c)),
-                                              _mm_shuffle_epi8(in[1], _mm_load_si128(mk + 3 + c))),
-                                 _mm_shuffle_epi8(in[2], _mm_load_si128(mk + 6 + c)));
+            ch[c] = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(in[0], load8(kSplit.m[0][c])),
+                                              _mm_shuffle_epi8(in[1], load8(kSplit.m[1][c]))),
+                                 _mm_shuffle_epi8(in[2], load8(kSplit.m[2][c])));
         for (int half = 0; half < 2; ++half) {
             const __m128i b = _mm_cvtepu8_epi16(half ? _mm_srli_si128(ch[0], 8) : ch[0]);
             const __m128i g = _mm_cvtepu8_epi16(half ? _mm_srli_si128(ch[1], 8) : ch[1]);
@@ -158,24 +254,84 @@ __attribute__((target("sse4.1"))) int bgr_to_ycc_sse41(const uint8_t* bgr, int n
     return x;
 }
 
+#define PM(v, p) _mm256_mulhrs_epi16(v, _mm256_set1_epi16(p))
+
+// 32 pixels per step.
+__attribute__((target("avx2"))) int bgr_to_ycc_avx2(const uint8_t* bgr, int n, int h, int16_t* y,
+                                                    int16_t* cb, int16_t* cr) {
+    const __m256i shift = _mm256_set1_epi16(128);
+    const __m256i* mk = reinterpret_cast<const __m256i*>(kSplit.m);
+    const __m256i evens = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1, -1, -1, -1, -1,
+                                           0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m256i crg = _mm256_set1_epi16(static_cast<int16_t>(kCrG));
+    int x = 0;
+    for (; x + 32 <= n; x += 32, bgr += 96) {
+        // Pixels 0..15 in the low halves, 16..31 in the high ones.
+        __m256i in[3];
+        for (int i = 0; i < 3; ++i)
+            in[i] = _mm256_inserti128_si256(
+                _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr + 16 * i))),
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(bgr + 48 + 16 * i)), 1);
+        __m256i ch[3];  // bytes of blue, green, red
+        for (int c = 0; c < 3; ++c)
+            ch[c] = _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(in[0], _mm256_load_si256(mk + c)),
+                                                    _mm256_shuffle_epi8(in[1], _mm256_load_si256(mk + 3 + c))),
+                                    _mm256_shuffle_epi8(in[2], _mm256_load_si256(mk + 6 + c)));
+#define WIDE(v) _mm256_cvtepu8_epi16(half ? _mm256_extracti128_si256(v, 1) : _mm256_castsi256_si128(v))
+// Even pixels: 8 of each half, gathered into the low 128 bits.
+#define EVEN(v) \
+    _mm256_cvtepu8_epi16(_mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, evens), 0x08)))
+        for (int half = 0; half < 2; ++half) {
+            const __m256i b = WIDE(ch[0]), g = WIDE(ch[1]), r = WIDE(ch[2]);
+            const __m256i lum = _mm256_sub_epi16(
+                _mm256_add_epi16(_mm256_add_epi16(PM(r, kPYR), PM(g, kPYG)), PM(b, kPYB)), shift);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(y + x + 16 * half), lum);
+        }
+        if (h == 0) continue;
+        for (int half = 0; half < (h == 1 ? 2 : 1); ++half) {
+            const __m256i b = h == 2 ? EVEN(ch[0]) : WIDE(ch[0]);
+            const __m256i g = h == 2 ? EVEN(ch[1]) : WIDE(ch[1]);
+            const __m256i r = h == 2 ? EVEN(ch[2]) : WIDE(ch[2]);
+            const __m256i u = _mm256_sub_epi16(_mm256_sub_epi16(PM(b, kPHalf), PM(r, kPCbR)), PM(g, kPCbG));
+            const __m256i gterm = _mm256_add_epi16(_mm256_mulhi_epu16(g, crg),
+                                                   _mm256_srli_epi16(_mm256_mullo_epi16(g, crg), 15));
+            const __m256i v = _mm256_sub_epi16(_mm256_sub_epi16(PM(r, kPHalf), gterm), PM(b, kPCrB));
+            const int at = x / h + 16 * half;
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(cb + at), u);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(cr + at), v);
+        }
+#undef WIDE
+#undef EVEN
+    }
+    if (x + 16 <= n) x += bgr_to_ycc_sse41(bgr, 16, h, y + x, h ? cb + x / h : cb, h ? cr + x / h : cr);
+    return x;
+}
+#undef PM
+
 #endif
 
 }  // namespace
 
-int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, int16_t* cr) {
+void encode_kernels(Kernels& k, Isa isa) {
+    k.quantise = quantise_block_scalar;
 #if defined(__x86_64__) && defined(__GNUC__)
-    if (cpu::has_sse41()) return bgr_to_ycc_sse41(bgr, n, h, y, cb, cr);
-#endif
-    (void)bgr, (void)n, (void)h, (void)y, (void)cb, (void)cr;
-    return 0;
-}
-
-QuantiseFn quantise_block() {
-#if defined(__x86_64__) && defined(__GNUC__)
-    static const QuantiseFn fn = cpu::has_avx2() ? quantise_avx2 : quantise_block_scalar;
-    return fn;
+    switch (isa) {
+        case Isa::kPortable:
+            break;
+        case Isa::kSse2:
+            k.quantise = quantise_sse2;
+            break;
+        case Isa::kSse41:
+            k.quantise = quantise_ssse3;
+            k.bgr_to_ycc = bgr_to_ycc_sse41;
+            break;
+        case Isa::kAvx2:
+            k.quantise = quantise_avx2;
+            k.bgr_to_ycc = bgr_to_ycc_avx2;
+            break;
+    }
 #else
-    return quantise_block_scalar;
+    (void)isa;
 #endif
 }
 
@@ -243,6 +399,7 @@ struct Encoder {
     const DibHeader* header;
     IMG_SUPPLY_CALLBACK supply;
     intptr_t user;
+    const Kernels& kern = kernels();
 
     int width = 0, height = 0, bits = 0, nf = 0, h1 = 1, v1 = 1;
     bool grey = false;
@@ -366,7 +523,8 @@ void Encoder::convert(int line) {
     int16_t* cb = planes[1].get() + row;
     int16_t* cr = planes[2].get() + row;
     int start = 0;  // pixels already converted
-    if (nf == 3 && h1 <= 2) start = bgr_to_ycc_fast(p, padded_w, chroma ? h1 : 0, y, cb, cr);
+    if (nf == 3 && h1 <= 2 && kern.bgr_to_ycc)
+        start = kern.bgr_to_ycc(p, padded_w, chroma ? h1 : 0, y, cb, cr);
     for (int x = start; x < padded_w; ++x) {
         const uint8_t* px = p + static_cast<size_t>(x) * step;
         y[x] = static_cast<int16_t>(t.y_r[px[ri]] + t.y_g[px[1]] + t.y_b[px[bi]] - 128);
@@ -385,8 +543,8 @@ void Encoder::convert(int line) {
 void Encoder::encode_block(BitWriter& bw, const int16_t* samples, int stride, int comp) {
     alignas(32) int16_t coef[64];
     alignas(32) int16_t v[64];
-    fdct_block()(samples, stride, coef);
-    const uint64_t nonzero = quantise_block()(coef, comp ? chroma_q : luma_q, v);
+    kern.fdct(samples, stride, coef);
+    const uint64_t nonzero = kern.quantise(coef, comp ? chroma_q : luma_q, v);
     const HuffmanEncode& dc = comp ? dc_chroma() : dc_luma();
     const HuffmanEncode& ac = comp ? ac_chroma() : ac_luma();
     const int32_t diff = v[0] - pred[comp];

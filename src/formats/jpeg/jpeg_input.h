@@ -151,26 +151,26 @@ public:
     // True when no byte of data is left at the position (nothing to decode).
     bool at_end() { return src_.ensure(1) == 0; }
 
-    // At least 57 bits are held afterwards.
-    void fill() {
-        while (nbits_ <= 56) {
-            if (lim_ - p_ >= 8) {
-                uint64_t w;
-                std::memcpy(&w, p_, 8);
-                w = __builtin_bswap64(w);
-                const uint64_t inv = ~w;  // a 0xFF byte becomes a zero byte
-                if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
-                    int n = (64 - nbits_) >> 3;
-                    if (n > 7) n = 7;
-                    acc_ = (acc_ << (8 * n)) | (w >> (64 - 8 * n));
-                    nbits_ += 8 * n;
-                    p_ += n;
-                    stuffed_ <<= n;
-                    continue;
-                }
+    // At least 57 bits are held afterwards. The usual case, eight bytes at
+    // hand without a 0xFF among them, is one load.
+    __attribute__((always_inline)) void fill() {
+        if (nbits_ > 56) return;
+        if (lim_ - p_ >= 8) {
+            uint64_t w;
+            std::memcpy(&w, p_, 8);
+            w = __builtin_bswap64(w);
+            const uint64_t inv = ~w;  // a 0xFF byte becomes a zero byte
+            if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
+                int n = (64 - nbits_) >> 3;
+                if (n > 7) n = 7;
+                acc_ = (acc_ << (8 * n)) | (w >> (64 - 8 * n));
+                nbits_ += 8 * n;
+                p_ += n;
+                stuffed_ <<= n;
+                if (nbits_ > 56) return;
             }
-            fill_byte();
         }
+        fill_slow();
     }
 
     int bits_held() const { return nbits_; }
@@ -261,6 +261,27 @@ public:
     void sync() { src_.advance(static_cast<uint32_t>(p_ - src_.data())); reload(); }
 
 private:
+    __attribute__((noinline)) void fill_slow() {
+        while (nbits_ <= 56) {
+            if (lim_ - p_ >= 8) {
+                uint64_t w;
+                std::memcpy(&w, p_, 8);
+                w = __builtin_bswap64(w);
+                const uint64_t inv = ~w;
+                if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
+                    int n = (64 - nbits_) >> 3;
+                    if (n > 7) n = 7;
+                    acc_ = (acc_ << (8 * n)) | (w >> (64 - 8 * n));
+                    nbits_ += 8 * n;
+                    p_ += n;
+                    stuffed_ <<= n;
+                    continue;
+                }
+            }
+            fill_byte();
+        }
+    }
+
     void reset_bits() {
         acc_ = 0;
         nbits_ = 0;
