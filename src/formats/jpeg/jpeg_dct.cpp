@@ -228,7 +228,7 @@ __attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples
     }
 }
 
-void idct_generic(const int16_t* coef, uint32_t, int8_t* out, int stride) {
+void idct_generic(const int16_t* coef, int8_t* out, int stride) {
     idct_block_vec(coef, out, stride);
 }
 void fdct_generic(const int16_t* samples, int stride, int16_t* out) {
@@ -354,13 +354,38 @@ inline __m128i mulr_sse2(__m128i v, int16_t c) {
 #define ADD256 _mm256_add_epi16
 #define SUB256 _mm256_sub_epi16
 
-// One block through 128-bit lanes: coefficient columns in, sample rows out
-// (descaled by 4, clamped to -127..127, packed to bytes).
-#define IDCT16_BLOCK(MULR, ct, out, stride)                                               \
+// Whether the coefficient columns x[0..7] (8 vectors) may take the 16-bit
+// lanes: their magnitudes summed with saturation per lane, halved, and the
+// halves added up must stay within kIdctNarrowLimit / 2 - 4, which bounds
+// the whole sum by kIdctNarrowLimit (saturation only makes it larger). The
+// 256-bit form answers for both halves.
+#define NARROW128(x, ok)                                                                  \
     do {                                                                                  \
-        __m128i x[8], y[8], p[8];                                                         \
+        __m128i n_s = _mm_setzero_si128();                                                \
         for (int k = 0; k < 8; ++k)                                                       \
-            x[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ct + 8 * k));         \
+            n_s = _mm_adds_epu16(n_s, _mm_max_epi16(x[k], _mm_sub_epi16(_mm_setzero_si128(), x[k]))); \
+        n_s = _mm_madd_epi16(_mm_srli_epi16(n_s, 1), _mm_set1_epi16(1));                  \
+        n_s = _mm_add_epi32(n_s, _mm_shuffle_epi32(n_s, 0x4E));                           \
+        n_s = _mm_add_epi32(n_s, _mm_shuffle_epi32(n_s, 0xB1));                           \
+        ok = _mm_cvtsi128_si32(n_s) <= static_cast<int>(kIdctNarrowLimit / 2 - 4);        \
+    } while (0)
+#define NARROW256(x, ok_a, ok_b)                                                          \
+    do {                                                                                  \
+        __m256i n_s = _mm256_setzero_si256();                                             \
+        for (int k = 0; k < 8; ++k)                                                       \
+            n_s = _mm256_adds_epu16(n_s, _mm256_abs_epi16(x[k]));                         \
+        n_s = _mm256_madd_epi16(_mm256_srli_epi16(n_s, 1), _mm256_set1_epi16(1));         \
+        n_s = _mm256_add_epi32(n_s, _mm256_shuffle_epi32(n_s, 0x4E));                     \
+        n_s = _mm256_add_epi32(n_s, _mm256_shuffle_epi32(n_s, 0xB1));                     \
+        ok_a = _mm256_cvtsi256_si32(n_s) <= static_cast<int>(kIdctNarrowLimit / 2 - 4);   \
+        ok_b = _mm256_extract_epi32(n_s, 4) <= static_cast<int>(kIdctNarrowLimit / 2 - 4); \
+    } while (0)
+
+// One block through 128-bit lanes: coefficient columns x in, sample rows
+// out (descaled by 4, clamped to -127..127, packed to bytes).
+#define IDCT16_BLOCK(MULR, x, out, stride)                                                \
+    do {                                                                                  \
+        __m128i y[8], p[8];                                                               \
         IDCT16(__m128i, ADD128, SUB128, MULR, x, y); /* y[j] lane v */                    \
         TRANSPOSE16(_mm_, y, p);                     /* p[v] lane j */                    \
         IDCT16(__m128i, ADD128, SUB128, MULR, p, y); /* y[i] lane j: sample row i */      \
@@ -375,24 +400,38 @@ inline __m128i mulr_sse2(__m128i v, int16_t c) {
         }                                                                                 \
     } while (0)
 
-void idct_sse2(const int16_t* ct, uint32_t l1, int8_t* out, int stride) {
-    if (l1 <= kIdctNarrowLimit) IDCT16_BLOCK(MULR_SSE2, ct, out, stride);
+#define LOAD_COLUMNS(x, ct)                                                               \
+    for (int k = 0; k < 8; ++k) x[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ct + 8 * k))
+
+void idct_sse2(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSE2, x, out, stride);
     else idct_block_vec(ct, out, stride);
 }
 
-__attribute__((target("ssse3"))) void idct_ssse3(const int16_t* ct, uint32_t l1, int8_t* out,
-                                                  int stride) {
-    if (l1 <= kIdctNarrowLimit) IDCT16_BLOCK(MULR_SSSE3, ct, out, stride);
+__attribute__((target("ssse3"))) void idct_ssse3(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSSE3, x, out, stride);
     else idct_block_vec(ct, out, stride);
 }
 
-__attribute__((target("avx2"))) void idct_avx2(const int16_t* ct, uint32_t l1, int8_t* out,
-                                               int stride) {
-    if (l1 <= kIdctNarrowLimit) IDCT16_BLOCK(MULR_SSSE3, ct, out, stride);
+__attribute__((target("avx2"))) void idct_avx2(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSSE3, x, out, stride);
     else idct_block_vec(ct, out, stride);
 }
 
-// Two blocks at once, one per 128-bit half.
+// Two blocks at once, one per 128-bit half (each on its own when it is too
+// wide for the 16-bit lanes).
 __attribute__((target("avx2"))) void idct_pair_avx2(const int16_t* a, int8_t* out_a, int stride_a,
                                                     const int16_t* b, int8_t* out_b,
                                                     int stride_b) {
@@ -401,6 +440,13 @@ __attribute__((target("avx2"))) void idct_pair_avx2(const int16_t* a, int8_t* ou
         x[k] = _mm256_inserti128_si256(
             _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 8 * k))),
             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 8 * k)), 1);
+    bool narrow_a, narrow_b;
+    NARROW256(x, narrow_a, narrow_b);
+    if (!narrow_a || !narrow_b) {
+        idct_avx2(a, out_a, stride_a);
+        idct_avx2(b, out_b, stride_b);
+        return;
+    }
     IDCT16(__m256i, ADD256, SUB256, MULR_AVX2, x, y);
     TRANSPOSE16(_mm256_, y, p);
     IDCT16(__m256i, ADD256, SUB256, MULR_AVX2, p, y);
@@ -503,20 +549,12 @@ void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
     }
 }
 
-namespace {
-#if !defined(__GNUC__)
-void idct_plain(const int16_t* coef, uint32_t, int8_t* out, int stride) {
-    idct_block_scalar(coef, out, stride);
-}
-#endif
-}  // namespace
-
 void dct_kernels(Kernels& k, Isa isa) {
 #if defined(__GNUC__)
     k.idct = idct_generic;
     k.fdct = fdct_generic;
 #else
-    k.idct = idct_plain;
+    k.idct = idct_block_scalar;
     k.fdct = fdct_block_scalar;
 #endif
 #if defined(__GNUC__) && defined(__x86_64__)

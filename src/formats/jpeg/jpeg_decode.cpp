@@ -89,9 +89,10 @@ private:
     int32_t decode_scan(const Scan& scan, bool first);
     int32_t allocate_planes();
     int32_t deliver_mcu_row(int my);
-    void emit_block(Component& c, const int16_t* block, uint32_t ac_sum, int bx, int by);
+    void emit_block(Component& c, const int16_t* block, bool ac, int bx, int by);
     void zero_block(Component& c, int bx, int by);
     void flush_idct();
+    void keep_pending();
     const uint16_t* quant_for(const Component& c) const { return c.tq == 0 ? quant_[0] : quant_[1]; }
 
     int32_t stream_;
@@ -134,7 +135,6 @@ private:
     // transform.
     struct PendingIdct {
         const int16_t* coef = nullptr;
-        uint32_t l1 = 0;
         int8_t* out = nullptr;
         int stride = 0;
     } pending_;
@@ -142,6 +142,7 @@ private:
     // blocks of the multi-scan path), column-major, all zero between uses.
     static constexpr int kBlockBuffer = 64;
     alignas(32) int16_t blocks_[kBlockBuffer][64] = {};
+    alignas(32) int16_t pending_copy_[64] = {};
     int32_t delivered_ = 0;
     int out_height_ = 0;
 };
@@ -496,70 +497,88 @@ bool Decoder::find_marker(uint64_t from, uint64_t* at, int* marker) {
 // Entropy-coded data
 
 // Baseline block (T.81 F.2.2): dequantised coefficients, column-major,
-// into `block` (all zero on entry). Returns the sum of the magnitudes of
-// the AC coefficients stored (0: the block holds its DC coefficient only),
-// or kCorrupt. Most codes are resolved with their value bits in one lookup
-// of the fast table; the others by their code alone, or bit by bit.
+// into `block` (all zero on entry). Returns 0 when the block holds its DC
+// coefficient only, 1 when it has AC symbols, or kCorrupt. Most codes are
+// resolved with their value bits in one lookup of the fast table; the
+// others by their code alone, or bit by bit. The bit window lives in
+// registers and goes back to the reader around every slower step.
 __attribute__((always_inline)) inline int32_t Decoder::decode_block(Component& c,
                                                                      const uint16_t* q,
                                                                      int16_t* block) {
-    BitReader& br = br_;
-    if (br.bits_held() < 32) br.fill();
+    BitWindow w = br_.window();
+#define REFILL()                                                                          \
+    do {                                                                                  \
+        if (w.nbits < 32 && !w.quick_fill()) {                                            \
+            br_.set_window(w);                                                            \
+            br_.fill();                                                                   \
+            w = br_.window();                                                             \
+        }                                                                                 \
+    } while (0)
+    REFILL();
     int32_t diff;
-    const uint32_t d = c.dc->fast[br.peek(kFastBits)];
+    const uint32_t d = c.dc->fast[w.peek(kFastBits)];
     if (d & kFastValue) {
-        br.skip(static_cast<int>(d & kFastLength));
+        w.consume(d);
         diff = static_cast<int32_t>(d) >> 16;
     } else {
+        br_.set_window(w);
         int s;
         if (d) {
-            br.skip(static_cast<int>(d & kFastLength));
+            br_.skip(static_cast<int>(d & kFastLength));
             s = static_cast<int>((d >> 8) & 0xFF);
         } else {
-            s = br.decode_long(*c.dc);
+            s = br_.decode_long(*c.dc);
             if (s < 0) s = 0;  // no code within 16 bits: category 0
         }
         if (s > 16) return kCorrupt;
-        diff = s ? extend(br.get(s), s) : 0;
+        diff = s ? extend(br_.get(s), s) : 0;
+        w = br_.window();
     }
     c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
     block[0] = static_cast<int16_t>(wrap_mul(c.pred, q[0]));
-    const HuffmanDecode& ac = *c.ac;
-    uint32_t sum = 0;
-    for (int k = 1; k < 64;) {
-        if (br.bits_held() < 32) br.fill();
-        const uint32_t e = ac.fast[br.peek(kFastBits)];
+    const uint32_t* fast = c.ac->fast;
+    int k = 1;
+    for (;;) {
+        REFILL();
+        const uint32_t e = fast[w.peek(kFastBits)];
         int run;
         int32_t value;
         if (e & kFastValue) {
-            br.skip(static_cast<int>(e & kFastLength));
-            run = static_cast<int>((e >> 8) & 0xFF);
-            if (run == static_cast<int>(kEndOfBlock)) break;
+            w.consume(e);
+            run = static_cast<int>((e >> 8) & 0xFF);  // kEndOfBlock runs past the block
             value = static_cast<int32_t>(e) >> 16;
         } else {
+            br_.set_window(w);
             int rs;
             if (e) {
-                br.skip(static_cast<int>(e & kFastLength));
+                br_.skip(static_cast<int>(e & kFastLength));
                 rs = static_cast<int>((e >> 8) & 0xFF);
             } else {
-                rs = br.decode_long(ac);
+                rs = br_.decode_long(*c.ac);
                 if (rs < 0) return kCorrupt;
             }
-            if (rs == 0) break;
-            run = rs >> 4;
             const int size = rs & 15;
-            value = size ? extend(br.get(size), size) : 0;
+            value = size ? extend(br_.get(size), size) : 0;
+            run = rs ? rs >> 4 : static_cast<int>(kEndOfBlock);
+            w = br_.window();
         }
         k += run;
-        if (k > 63) return kCorrupt;
+        if (k > 63) {
+            if (run == static_cast<int>(kEndOfBlock)) {
+                k -= run;
+                break;
+            }
+            br_.set_window(w);
+            return kCorrupt;
+        }
         // Written even when zero (a run without value): the position was
         // zero, and each position is reached once.
-        const int16_t v = static_cast<int16_t>(wrap_mul(value, q[k]));
-        block[kZigzagColumns[k]] = v;
-        sum += static_cast<uint32_t>(v < 0 ? -v : v);
-        ++k;
+        block[kZigzagColumns[k]] = static_cast<int16_t>(wrap_mul(value, q[k]));
+        if (++k == 64) break;
     }
-    return static_cast<int32_t>(sum);
+#undef REFILL
+    br_.set_window(w);
+    return k > 1;
 }
 
 // One block of a scan of the multi-scan path, coefficients in zig-zag order.
@@ -683,10 +702,11 @@ int32_t Decoder::allocate_planes() {
 }
 
 // A column-major block of dequantised coefficients into the plane: through
-// the inverse transform, or as it is for coefficient output. Blocks within
-// the 16-bit limit wait for a partner when the processor transforms two at
-// once; flush_idct() transforms the one left over.
-void Decoder::emit_block(Component& c, const int16_t* block, uint32_t ac_sum, int bx, int by) {
+// the inverse transform (one value for a block without AC coefficients),
+// or as it is for coefficient output. Blocks wait for a partner when the
+// processor transforms two at once; flush_idct() transforms the one left
+// over.
+void Decoder::emit_block(Component& c, const int16_t* block, bool ac, int bx, int by) {
     if (coefficients_) {
         int32_t* out = c.plane.coefficients() + static_cast<size_t>(by) * 8 * c.plane.width + bx * 8;
         for (int v = 0; v < 8; ++v)
@@ -695,28 +715,33 @@ void Decoder::emit_block(Component& c, const int16_t* block, uint32_t ac_sum, in
     }
     const int stride = c.plane.width;
     int8_t* out = c.plane.samples() + static_cast<size_t>(by) * 8 * stride + bx * 8;
-    if (ac_sum == 0) {
+    if (!ac) {
         uint64_t v = static_cast<uint8_t>(idct_dc_value(block[0]));
         v *= 0x0101010101010101ull;
         for (int j = 0; j < 8; ++j) std::memcpy(out + j * stride, &v, 8);
         return;
     }
-    const uint32_t l1 = ac_sum + static_cast<uint32_t>(block[0] < 0 ? -block[0] : block[0]);
-    if (kern_.idct_pair && l1 <= kIdctNarrowLimit) {
-        if (pending_.coef) {
-            kern_.idct_pair(pending_.coef, pending_.out, pending_.stride, block, out, stride);
-            pending_.coef = nullptr;
-        } else {
-            pending_ = PendingIdct{block, l1, out, stride};
-        }
-        return;
+    if (!kern_.idct_pair) {
+        kern_.idct(block, out, stride);
+    } else if (pending_.coef) {
+        kern_.idct_pair(pending_.coef, pending_.out, pending_.stride, block, out, stride);
+        pending_.coef = nullptr;
+    } else {
+        pending_ = PendingIdct{block, out, stride};
     }
-    kern_.idct(block, l1, out, stride);
+}
+
+// The coefficient buffer is about to be cleared: a block still waiting
+// for its partner moves out of it.
+void Decoder::keep_pending() {
+    if (!pending_.coef || pending_.coef == pending_copy_) return;
+    std::memcpy(pending_copy_, pending_.coef, sizeof pending_copy_);
+    pending_.coef = pending_copy_;
 }
 
 void Decoder::flush_idct() {
     if (!pending_.coef) return;
-    kern_.idct(pending_.coef, pending_.l1, pending_.out, pending_.stride);
+    kern_.idct(pending_.coef, pending_.out, pending_.stride);
     pending_.coef = nullptr;
 }
 
@@ -775,7 +800,7 @@ int32_t Decoder::single_scan(const Scan& scan) {
         for (int by = 0; by < c.v; ++by)
             for (int bx = 0; bx < c.h; ++bx) slots[nslots++] = Slot{&c, quant_for(c), bx, by};
     }
-    uint32_t sums[kBlockBuffer];
+    bool ac[kBlockBuffer];
     uint32_t count = 0;
     bool starved = false;
     const uint32_t strip = options_.strip_rows;
@@ -799,15 +824,15 @@ int32_t Decoder::single_scan(const Scan& scan) {
                         starved = true;
                         break;
                     }
-                    sums[decoded] = static_cast<uint32_t>(r);
+                    ac[decoded] = r != 0;
                 }
             }
             for (int i = 0; i < nslots; ++i) {
                 const Slot& s = slots[i];
-                if (i < decoded) emit_block(*s.c, blocks_[i], sums[i], mx * s.c->h + s.bx, s.by);
+                if (i < decoded) emit_block(*s.c, blocks_[i], ac[i], mx * s.c->h + s.bx, s.by);
                 else zero_block(*s.c, mx * s.c->h + s.bx, s.by);
             }
-            flush_idct();
+            keep_pending();
             std::memset(blocks_, 0, sizeof blocks_[0] * static_cast<size_t>(nslots));
             if (starved) continue;
             if (br_.starved()) {
@@ -819,6 +844,7 @@ int32_t Decoder::single_scan(const Scan& scan) {
                 if (br_.restart()) reset_predictors();
             }
         }
+        flush_idct();
         r = deliver_mcu_row(my);
         if (r < 0) return r;
     }
@@ -930,14 +956,13 @@ int32_t Decoder::multi_scan(uint64_t first_sos) {
                                             (static_cast<size_t>(my * c.v + by) * c.bw + bx0 + j) * 64;
                         int16_t* block = blocks_[j];
                         block[0] = static_cast<int16_t>(wrap_mul(zz[0], q[0]));
-                        uint32_t sum = 0;
+                        bool ac = false;
                         for (int k = 1; k < 64; ++k) {
                             if (!zz[k]) continue;
-                            const int16_t v = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
-                            block[kZigzagColumns[k]] = v;
-                            sum += static_cast<uint32_t>(v < 0 ? -v : v);
+                            block[kZigzagColumns[k]] = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
+                            ac = true;
                         }
-                        emit_block(c, block, sum, bx0 + j, by);
+                        emit_block(c, block, ac, bx0 + j, by);
                     }
                     flush_idct();
                     std::memset(blocks_, 0, sizeof blocks_[0] * static_cast<size_t>(n));

@@ -77,12 +77,12 @@ void fdct_1d(const int32_t* in, int32_t* out);
 // Inverse transform of one block of 64 dequantised coefficients stored
 // column-major (coef[u * 8 + v], u the horizontal and v the vertical
 // frequency) into 8 rows of signed samples clamped to -127..127, `stride`
-// bytes apart. `l1` is the sum of the coefficients' magnitudes (or any
-// larger value): up to kIdctNarrowLimit the vector kernels run in 16-bit
-// lanes, which give the same results there (see jpeg_dct.cpp).
+// bytes apart. The vector kernels run in 16-bit lanes, which give the same
+// results, when the coefficients' magnitudes sum to kIdctNarrowLimit or
+// less (see jpeg_dct.cpp).
 constexpr uint32_t kIdctNarrowLimit = 16384;
-using IdctFn = void (*)(const int16_t* coef, uint32_t l1, int8_t* out, int stride);
-// Two blocks at once, both with l1 <= kIdctNarrowLimit.
+using IdctFn = void (*)(const int16_t* coef, int8_t* out, int stride);
+// Two blocks at once.
 using IdctPairFn = void (*)(const int16_t* a, int8_t* out_a, int stride_a, const int16_t* b,
                             int8_t* out_b, int stride_b);
 void idct_block_scalar(const int16_t* coef, int8_t* out, int stride);
