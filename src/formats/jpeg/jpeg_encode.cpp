@@ -2,6 +2,7 @@
 // baseline sequential JFIF stream (one SOF0 frame, one interleaved scan,
 // the T.81 Annex K Huffman tables, quantisation tables from the quality
 // setting). Only one MCU row of samples is held at a time.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -337,24 +338,45 @@ void encode_kernels(Kernels& k, Isa isa) {
 
 namespace {
 
-// Bits most significant first; every 0xFF byte is followed by 0x00.
+// Bits most significant first; every 0xFF byte is followed by 0x00. The
+// bits gather at the top of a 64-bit word that goes out eight bytes at a
+// time, in one store when none of them is 0xFF.
 class BitWriter {
 public:
     explicit BitWriter(StreamWriter& out) : out_(out) {}
 
-    void put(uint32_t code, int size) {
-        acc_ = (acc_ << size) | (code & ((1u << size) - 1));
-        n_ += size;
-        total_ += static_cast<uint64_t>(size);
-        if (n_ >= 32) drain();
+    // The low `size` bits of `bits` (1..32; nothing above them set).
+    __attribute__((always_inline)) void put(uint32_t bits, int size) {
+        free_ -= size;
+        if (free_ >= 0) {
+            acc_ |= static_cast<uint64_t>(bits) << free_;
+            return;
+        }
+        acc_ |= static_cast<uint64_t>(bits) >> -free_;
+        const uint64_t inv = ~acc_;  // a 0xFF byte becomes a zero byte
+        if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull) && used_ < kFlushAt) {
+            const uint64_t be = __builtin_bswap64(acc_);
+            std::memcpy(buf_ + used_, &be, 8);
+            used_ += 8;
+            data_bytes_ += 8;
+        } else {
+            emit_word();
+        }
+        free_ += 64;
+        acc_ = static_cast<uint64_t>(bits) << free_;
     }
 
     // Pads with zero bits to a multiple of 16 bits counted from the start
     // of the data and writes everything out.
     void finish() {
-        const int pad = static_cast<int>((16 - total_ % 16) % 16);
+        const uint64_t total = data_bytes_ * 8 + static_cast<uint64_t>(64 - free_);
+        const int pad = static_cast<int>((16 - total % 16) % 16);
         if (pad) put(0, pad);
-        while (n_ >= 8) emit_byte();
+        for (int held = 64 - free_; held > 0; held -= 8) {
+            emit_byte(static_cast<uint8_t>(acc_ >> 56));
+            acc_ <<= 8;
+        }
+        free_ = 64;
         flush();
     }
 
@@ -364,21 +386,19 @@ public:
     }
 
 private:
-    // Four bytes at once when none of them is 0xFF.
-    void drain() {
-        const uint32_t w = static_cast<uint32_t>(acc_ >> (n_ - 32));
-        if ((((~w) - 0x01010101u) & w & 0x80808080u) == 0) {
-            store_be32(buf_ + used_, w);
-            used_ += 4;
-            n_ -= 32;
+    __attribute__((noinline)) void emit_word() {
+        const uint64_t inv = ~acc_;  // a 0xFF byte becomes a zero byte
+        if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
+            const uint64_t be = __builtin_bswap64(acc_);
+            std::memcpy(buf_ + used_, &be, 8);
+            used_ += 8;
         } else {
-            while (n_ >= 8) emit_byte();
+            for (int i = 56; i >= 0; i -= 8) emit_byte(static_cast<uint8_t>(acc_ >> i));
         }
+        data_bytes_ += 8;
         if (used_ >= kFlushAt) flush();
     }
-    void emit_byte() {
-        n_ -= 8;
-        const uint8_t b = static_cast<uint8_t>(acc_ >> n_);
+    void emit_byte(uint8_t b) {
         buf_[used_++] = b;
         if (b == 0xFF) buf_[used_++] = 0;
     }
@@ -386,8 +406,8 @@ private:
     static constexpr uint32_t kFlushAt = 30000;
     StreamWriter& out_;
     uint64_t acc_ = 0;
-    int n_ = 0;
-    uint64_t total_ = 0;
+    int free_ = 64;            // bits of acc_ still free
+    uint64_t data_bytes_ = 0;  // bytes of bits gone out (stuffing not counted)
     uint8_t buf_[kFlushAt + 64];
     uint32_t used_ = 0;
 };
@@ -408,16 +428,23 @@ struct Encoder {
     uint32_t in_bytes = 0;
     const RgbQuad* palette = nullptr;
     std::unique_ptr<uint8_t[]> in_row, prep;
+    const uint8_t* prepared = nullptr;  // the prepared row: in_row itself, or prep
     std::unique_ptr<int16_t[]> planes[4];
     int plane_w[4] = {};
     Quantiser luma_q, chroma_q;
     int32_t pred[4] = {};
+    // The quantised blocks of one MCU, zig-zag order, with their non-zero
+    // masks.
+    static constexpr int kMaxBlocks = 4 * 4 + 3;
+    alignas(32) int16_t zz[kMaxBlocks][64];
+    uint64_t nonzero[kMaxBlocks];
 
     int32_t run(StreamWriter& out);
     bool write_headers(StreamWriter& out);
     void prepare();
     void convert(int line);
-    void encode_block(BitWriter& bw, const int16_t* samples, int stride, int comp);
+    void transform(const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int at);
+    void entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp);
 };
 
 bool Encoder::write_headers(StreamWriter& out) {
@@ -480,14 +507,13 @@ bool Encoder::write_headers(StreamWriter& out) {
 // The supplied row as `channels` bytes per pixel over the padded width,
 // the last pixel repeated to the right.
 void Encoder::prepare() {
-    const uint8_t* src = in_row.get();
+    uint8_t* src = in_row.get();
     uint8_t* dst = prep.get();
-    if (bits >= 24) {
-        std::memcpy(dst, src, static_cast<size_t>(width) * channels);
+    if (bits >= 24 || (grey && bits == 8)) {
+        // Used in place; in_row has room for the padding.
+        dst = src;
     } else if (grey) {
-        if (bits == 8) {
-            std::memcpy(dst, src, static_cast<size_t>(width));
-        } else if (bits == 4) {
+        if (bits == 4) {
             for (int x = 0; x < width; ++x)
                 dst[x] = palette[(src[x >> 1] >> (x & 1 ? 0 : 4)) & 15].rgbBlue;
         } else {
@@ -500,13 +526,14 @@ void Encoder::prepare() {
     for (int x = width; x < padded_w; ++x)
         std::memcpy(dst + static_cast<size_t>(x) * channels,
                     dst + static_cast<size_t>(width - 1) * channels, static_cast<size_t>(channels));
+    prepared = dst;
 }
 
 // Level-shifted samples of line `line` (0 .. 8 * v1 - 1) of the MCU row;
 // chroma and the fourth component keep the top-left sample of every
 // h1 x v1 group.
 void Encoder::convert(int line) {
-    const uint8_t* p = prep.get();
+    const uint8_t* p = prepared;
     int16_t* y = planes[0].get() + static_cast<size_t>(line) * padded_w;
     if (nf == 1) {
         for (int x = 0; x < padded_w; ++x) y[x] = static_cast<int16_t>(p[x] - 128);
@@ -540,11 +567,23 @@ void Encoder::convert(int line) {
     }
 }
 
-void Encoder::encode_block(BitWriter& bw, const int16_t* samples, int stride, int comp) {
-    alignas(32) int16_t coef[64];
-    alignas(32) int16_t v[64];
-    kern.fdct(samples, stride, coef);
-    const uint64_t nonzero = kern.quantise(coef, comp ? chroma_q : luma_q, v);
+// Forward transform and quantisation of the block at `a` (and of the one
+// at `b`, with the same stride and table, when given) into zz[at] (and
+// zz[at + 1]).
+void Encoder::transform(const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int at) {
+    alignas(32) int16_t coef[2][64];
+    if (b && kern.fdct_pair) {
+        kern.fdct_pair(a, b, stride, coef[0], coef[1]);
+    } else {
+        kern.fdct(a, stride, coef[0]);
+        if (b) kern.fdct(b, stride, coef[1]);
+    }
+    nonzero[at] = kern.quantise(coef[0], q, zz[at]);
+    if (b) nonzero[at + 1] = kern.quantise(coef[1], q, zz[at + 1]);
+}
+
+// The Huffman codes of one quantised block (T.81 F.1.2).
+void Encoder::entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp) {
     const HuffmanEncode& dc = comp ? dc_chroma() : dc_luma();
     const HuffmanEncode& ac = comp ? ac_chroma() : ac_luma();
     const int32_t diff = v[0] - pred[comp];
@@ -556,7 +595,7 @@ void Encoder::encode_block(BitWriter& bw, const int16_t* samples, int stride, in
            dc.size[cat] + cat);
     // Non-zero coefficients in zig-zag order; every 16 zeros before one
     // become a 0xF0 symbol, trailing zeros an end of block.
-    uint64_t rest = nonzero >> 1;
+    uint64_t rest = mask >> 1;
     int k = 0;
     while (rest) {
         int run = __builtin_ctzll(rest);
@@ -610,7 +649,7 @@ int32_t Encoder::run(StreamWriter& out) {
     mcus_y = (height + 8 * v1 - 1) / (8 * v1);
     padded_w = mcus_x * 8 * h1;
     in_bytes = row_bytes(static_cast<uint32_t>(width), static_cast<uint32_t>(bits));
-    in_row.reset(new (std::nothrow) uint8_t[in_bytes + 8]);
+    in_row.reset(new (std::nothrow) uint8_t[std::max<size_t>(in_bytes, static_cast<size_t>(padded_w) * channels) + 8]);
     prep.reset(new (std::nothrow) uint8_t[static_cast<size_t>(padded_w) * channels + 8]);
     if (!in_row || !prep) return IMG_ERR_MEMORY;
     for (int c = 0; c < nf; ++c) {
@@ -636,13 +675,25 @@ int32_t Encoder::run(StreamWriter& out) {
             convert(l);
         }
         for (int m = 0; m < mcus_x; ++m) {
-            for (int by = 0; by < v1; ++by)
-                for (int bx = 0; bx < h1; ++bx)
-                    encode_block(*bw,
-                                 planes[0].get() + static_cast<size_t>(by) * 8 * padded_w +
-                                     (m * h1 + bx) * 8,
-                                 padded_w, 0);
-            for (int c = 1; c < nf; ++c) encode_block(*bw, planes[c].get() + m * 8, plane_w[c], c);
+            // Transformed two at a time where the kernels pair blocks, coded
+            // in scan order: luminance row by row, then Cb, Cr and K.
+            int n = 0;
+            for (int by = 0; by < v1; ++by) {
+                const int16_t* row = planes[0].get() + static_cast<size_t>(by) * 8 * padded_w + m * h1 * 8;
+                for (int bx = 0; bx < h1; bx += 2, n += 2)
+                    transform(row + bx * 8, bx + 1 < h1 ? row + bx * 8 + 8 : nullptr, padded_w, luma_q, n);
+                n -= h1 & 1;
+            }
+            if (nf >= 3) {
+                transform(planes[1].get() + m * 8, planes[2].get() + m * 8, plane_w[1], chroma_q, n);
+                n += 2;
+            }
+            if (nf == 4) transform(planes[3].get() + m * 8, nullptr, plane_w[3], chroma_q, n++);
+            int comp = 0;
+            for (int i = 0; i < n; ++i) {
+                if (i >= h1 * v1) comp = i - h1 * v1 + 1;
+                entropy(*bw, zz[i], nonzero[i], comp);
+            }
         }
         if (!out.ok()) return out.status();
     }
