@@ -17,6 +17,7 @@
 #include "core/settings.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/jpeg/jpeg_internal.h"
+#include "formats/jpeg/jpeg_simd.h"
 
 namespace tesslin::jpeg {
 namespace {
@@ -45,15 +46,23 @@ const HuffmanEncode& ac_chroma() { static const HuffmanEncode t(kAcChroma); retu
 
 }  // namespace
 
-uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* zz) {
+uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* out) {
+    for (int n = 0; n < 64; ++n) out[n] = static_cast<int16_t>(q(n, coef[n]));
     uint64_t mask = 0;
-    for (int k = 0; k < 64; ++k) {
-        const int n = kZigzag[k];
-        zz[k] = static_cast<int16_t>(q(n, coef[n]));
-        mask |= static_cast<uint64_t>(zz[k] != 0) << k;
-    }
+    for (int k = 0; k < 64; ++k) mask |= static_cast<uint64_t>(out[kZigzag[k]] != 0) << k;
     return mask;
 }
+
+namespace {
+
+// The plain transform followed by the plain quantisation.
+uint64_t fdct_quantise_plain(const int16_t* samples, int stride, const Quantiser& q, int16_t* out) {
+    alignas(32) int16_t coef[64];
+    fdct_block_scalar(samples, stride, coef);
+    return quantise_block_scalar(coef, q, out);
+}
+
+}  // namespace
 
 namespace {
 
@@ -69,6 +78,16 @@ namespace {
         const __m128i q_r = _mm_sub_epi16(q_n, _mm_mullo_epi16(q_0, q_div));              \
         const __m128i q_more = _mm_cmpgt_epi16(q_r, _mm_sub_epi16(q_div, _mm_set1_epi16(1))); \
         out = SIGN(_mm_sub_epi16(q_0, q_more), x);                                        \
+    } while (0)
+// The same on two blocks' rows side by side (one table row in both halves).
+#define QUANTISE16(out, x, add, recip, divisor)                                           \
+    do {                                                                                  \
+        const __m256i q_add = (add), q_recip = (recip), q_div = (divisor);                \
+        const __m256i q_n = _mm256_srli_epi16(_mm256_add_epi16(_mm256_abs_epi16(x), q_add), 2); \
+        const __m256i q_0 = _mm256_mulhi_epu16(q_n, q_recip);                             \
+        const __m256i q_r = _mm256_sub_epi16(q_n, _mm256_mullo_epi16(q_0, q_div));        \
+        const __m256i q_more = _mm256_cmpgt_epi16(q_r, _mm256_sub_epi16(q_div, _mm256_set1_epi16(1))); \
+        out = _mm256_sign_epi16(_mm256_sub_epi16(q_0, q_more), x);                        \
     } while (0)
 
 inline __m128i abs_sse2(__m128i x) {
@@ -86,95 +105,172 @@ inline __m128i sign_sse2(__m128i q, __m128i x) {
 
 inline __m128i load8(const void* p) { return _mm_load_si128(static_cast<const __m128i*>(p)); }
 
-// The baseline has no byte shuffle: quantised in natural order, gathered
-// into zig-zag order one by one.
-uint64_t quantise_sse2(const int16_t* coef, const Quantiser& q, int16_t* zz) {
-    alignas(16) int16_t natural[64];
-    for (int i = 0; i < 64; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + i));
-        __m128i v;
-        QUANTISE8(ABS_SSE2, SIGN_SSE2, v, x, load8(q.add + i), load8(q.recip + i), load8(q.divisor + i));
-        _mm_store_si128(reinterpret_cast<__m128i*>(natural + i), v);
-    }
-    uint64_t mask = 0;
-    for (int k = 0; k < 64; ++k) {
-        zz[k] = natural[kZigzag[k]];
-        mask |= static_cast<uint64_t>(zz[k] != 0) << k;
-    }
-    return mask;
-}
-
-// Zig-zag order by byte shuffles: output vector o (positions 8o .. 8o + 7)
-// is the OR of shuffles of the natural rows first[o] .. last[o].
+// The non-zero mask in zig-zag order from the rows' zero tests: the tests
+// packed to bytes, two rows per vector (z[s] holds rows 2s and 2s + 1),
+// put in zig-zag order by byte shuffles, 16 positions per vector, and
+// their top bits gathered.
 constexpr uint8_t kZz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
                              12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
                              35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
                              58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-struct ZigzagShuffles {
-    alignas(16) uint8_t mask[8][8][16];
-    int first[8], last[8];
-    constexpr ZigzagShuffles() : mask(), first(), last() {
-        for (int o = 0; o < 8; ++o) {
-            first[o] = 7;
+struct ZigzagBytes {
+    alignas(16) uint8_t mask[4][4][16];  // [output][source]
+    int first[4], last[4];
+    constexpr ZigzagBytes() : mask(), first(), last() {
+        for (int o = 0; o < 4; ++o) {
+            first[o] = 3;
             last[o] = 0;
-            for (int r = 0; r < 8; ++r)
-                for (int i = 0; i < 8; ++i) {
-                    const int n = kZz[8 * o + i];
-                    const bool here = n / 8 == r;
-                    mask[o][r][2 * i] = static_cast<uint8_t>(here ? 2 * (n % 8) : 0x80);
-                    mask[o][r][2 * i + 1] = static_cast<uint8_t>(here ? 2 * (n % 8) + 1 : 0x80);
-                    if (here && r < first[o]) first[o] = r;
-                    if (here && r > last[o]) last[o] = r;
+            for (int src = 0; src < 4; ++src)
+                for (int i = 0; i < 16; ++i) {
+                    const int n = kZz[16 * o + i];
+                    const bool here = n / 16 == src;
+                    mask[o][src][i] = static_cast<uint8_t>(here ? n % 16 : 0x80);
+                    if (here && src < first[o]) first[o] = src;
+                    if (here && src > last[o]) last[o] = src;
                 }
         }
     }
 };
-constexpr ZigzagShuffles kZzShuffle;
+constexpr ZigzagBytes kZzBytes;
 
-// Natural rows in, zig-zag vectors out; returns the non-zero mask.
-#define ZIGZAG_AND_MASK(rows, zz, mask)                                                   \
+#define ZIGZAG_MASK(z, result)                                                              \
     do {                                                                                  \
-        __m128i z_out[8];                                                                 \
-        for (int o = 0; o < 8; ++o) {                                                     \
-            __m128i v = _mm_setzero_si128();                                              \
-            for (int r = kZzShuffle.first[o]; r <= kZzShuffle.last[o]; ++r)               \
-                v = _mm_or_si128(v, _mm_shuffle_epi8(rows[r], load8(kZzShuffle.mask[o][r]))); \
-            z_out[o] = v;                                                                 \
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(zz + 8 * o), v);                  \
+        uint64_t zero_ = 0;                                                               \
+        for (int o = 0; o < 4; ++o) {                                                     \
+            __m128i v_ = _mm_setzero_si128();                                             \
+            for (int s_ = kZzBytes.first[o]; s_ <= kZzBytes.last[o]; ++s_)                \
+                v_ = _mm_or_si128(v_, _mm_shuffle_epi8(z[s_], load8(kZzBytes.mask[o][s_]))); \
+            zero_ |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(v_))) << (16 * o); \
         }                                                                                 \
-        uint64_t zero = 0;                                                                \
-        for (int o = 0; o < 8; o += 2) {                                                  \
-            const __m128i z = _mm_packs_epi16(_mm_cmpeq_epi16(z_out[o], _mm_setzero_si128()), \
-                                              _mm_cmpeq_epi16(z_out[o + 1], _mm_setzero_si128())); \
-            zero |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(z))) << (8 * o); \
-        }                                                                                 \
-        mask = ~zero;                                                                     \
+        result = ~zero_;                                                                    \
     } while (0)
 
-__attribute__((target("ssse3"))) uint64_t quantise_ssse3(const int16_t* coef, const Quantiser& q,
-                                                         int16_t* zz) {
-    __m128i rows[8];
-    for (int r = 0; r < 8; ++r) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * r));
-        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, rows[r], x, load8(q.add + 8 * r), load8(q.recip + 8 * r),
-                  load8(q.divisor + 8 * r));
+// The baseline has no byte shuffle: the mask is gathered one by one.
+uint64_t quantise_sse2(const int16_t* coef, const Quantiser& q, int16_t* out) {
+    for (int i = 0; i < 64; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + i));
+        __m128i v;
+        QUANTISE8(ABS_SSE2, SIGN_SSE2, v, x, load8(q.add + i), load8(q.recip + i), load8(q.divisor + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), v);
     }
+    uint64_t mask = 0;
+    for (int k = 0; k < 64; ++k) mask |= static_cast<uint64_t>(out[kZigzag[k]] != 0) << k;
+    return mask;
+}
+
+uint64_t fdct_quantise_sse2(const int16_t* samples, int stride, const Quantiser& q, int16_t* out) {
+    alignas(16) int16_t coef[64];
+    __m128i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
+    TRANSPOSE16(_mm_, rows, cols);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, cols, tmp);
+    TRANSPOSE16(_mm_, tmp, rows);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, rows, cols);
+    for (int j = 0; j < 8; ++j) _mm_store_si128(reinterpret_cast<__m128i*>(coef + j * 8), cols[j]);
+    return quantise_sse2(coef, q, out);
+}
+
+// Quantised rows r[0..7] (natural order) to `out`, and the mask.
+#define STORE_AND_MASK128(r, out, mask)                                                   \
+    do {                                                                                  \
+        __m128i z_[4];                                                                    \
+        for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * j), r[j]); \
+        for (int s = 0; s < 4; ++s)                                                       \
+            z_[s] = _mm_packs_epi16(_mm_cmpeq_epi16(r[2 * s], _mm_setzero_si128()),       \
+                                    _mm_cmpeq_epi16(r[2 * s + 1], _mm_setzero_si128()));  \
+        ZIGZAG_MASK(z_, mask);                                                            \
+    } while (0)
+
+#define QUANTISE_ROWS128(coef, q, r)                                                      \
+    for (int j = 0; j < 8; ++j) {                                                         \
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * j)); \
+        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, r[j], x, load8(q.add + 8 * j), load8(q.recip + 8 * j), \
+                  load8(q.divisor + 8 * j));                                              \
+    }
+
+__attribute__((target("ssse3"))) uint64_t quantise_ssse3(const int16_t* coef, const Quantiser& q,
+                                                         int16_t* out) {
+    __m128i r[8];
+    QUANTISE_ROWS128(coef, q, r);
     uint64_t mask;
-    ZIGZAG_AND_MASK(rows, zz, mask);
+    STORE_AND_MASK128(r, out, mask);
     return mask;
 }
 
 __attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, const Quantiser& q,
-                                                       int16_t* zz) {
-    __m128i rows[8];
-    for (int r = 0; r < 8; ++r) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * r));
-        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, rows[r], x, load8(q.add + 8 * r), load8(q.recip + 8 * r),
-                  load8(q.divisor + 8 * r));
-    }
+                                                       int16_t* out) {
+    __m128i r[8];
+    QUANTISE_ROWS128(coef, q, r);
     uint64_t mask;
-    ZIGZAG_AND_MASK(rows, zz, mask);
+    STORE_AND_MASK128(r, out, mask);
     return mask;
+}
+
+// Transform and quantisation in registers.
+#define FDCT_QUANTISE128(samples, stride, q, out, mask)                                   \
+    do {                                                                                  \
+        __m128i rows[8], cols[8], tmp[8];                                                 \
+        for (int i = 0; i < 8; ++i)                                                       \
+            rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride)); \
+        TRANSPOSE16(_mm_, rows, cols);                                                    \
+        FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, cols, tmp);                           \
+        TRANSPOSE16(_mm_, tmp, rows);                                                     \
+        FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, rows, cols);                          \
+        for (int j = 0; j < 8; ++j)                                                       \
+            QUANTISE8(ABS_SSSE3, SIGN_SSSE3, rows[j], cols[j], load8(q.add + 8 * j),      \
+                      load8(q.recip + 8 * j), load8(q.divisor + 8 * j));                  \
+        STORE_AND_MASK128(rows, out, mask);                                               \
+    } while (0)
+
+__attribute__((target("ssse3"))) uint64_t fdct_quantise_ssse3(const int16_t* samples, int stride,
+                                                              const Quantiser& q, int16_t* out) {
+    uint64_t mask;
+    FDCT_QUANTISE128(samples, stride, q, out, mask);
+    return mask;
+}
+
+__attribute__((target("avx2"))) uint64_t fdct_quantise_avx2(const int16_t* samples, int stride,
+                                                            const Quantiser& q, int16_t* out) {
+    uint64_t mask;
+    FDCT_QUANTISE128(samples, stride, q, out, mask);
+    return mask;
+}
+
+// Two blocks side by side, one per 128-bit half, through transform and
+// quantisation (the same table row in both halves).
+__attribute__((target("avx2"))) uint64_t fdct_quantise_pair_avx2(
+    const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int16_t* out_a,
+    int16_t* out_b, uint64_t* mask_b) {
+    __m256i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i * stride))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i * stride)), 1);
+    TRANSPOSE16(_mm256_, rows, cols);
+    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, cols, tmp);
+    TRANSPOSE16(_mm256_, tmp, rows);
+    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, rows, cols);
+    for (int j = 0; j < 8; ++j) {
+        QUANTISE16(rows[j], cols[j], _mm256_broadcastsi128_si256(load8(q.add + 8 * j)),
+                   _mm256_broadcastsi128_si256(load8(q.recip + 8 * j)),
+                   _mm256_broadcastsi128_si256(load8(q.divisor + 8 * j)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_a + 8 * j), _mm256_castsi256_si128(rows[j]));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_b + 8 * j), _mm256_extracti128_si256(rows[j], 1));
+    }
+    __m128i za[4], zb[4];
+    for (int s = 0; s < 4; ++s) {
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i z = _mm256_packs_epi16(_mm256_cmpeq_epi16(rows[2 * s], zero),
+                                             _mm256_cmpeq_epi16(rows[2 * s + 1], zero));
+        za[s] = _mm256_castsi256_si128(z);  // rows 2s and 2s + 1 of a
+        zb[s] = _mm256_extracti128_si256(z, 1);
+    }
+    uint64_t ma, mb;
+    ZIGZAG_MASK(za, ma);
+    ZIGZAG_MASK(zb, mb);
+    *mask_b = mb;
+    return ma;
 }
 
 // ---- Colour conversion ----
@@ -315,19 +411,24 @@ __attribute__((target("avx2"))) int bgr_to_ycc_avx2(const uint8_t* bgr, int n, i
 
 void encode_kernels(Kernels& k, Isa isa) {
     k.quantise = quantise_block_scalar;
+    k.fdct_quantise = fdct_quantise_plain;
 #if defined(__x86_64__) && defined(__GNUC__)
     switch (isa) {
         case Isa::kPortable:
             break;
         case Isa::kSse2:
             k.quantise = quantise_sse2;
+            k.fdct_quantise = fdct_quantise_sse2;
             break;
         case Isa::kSse41:
             k.quantise = quantise_ssse3;
+            k.fdct_quantise = fdct_quantise_ssse3;
             k.bgr_to_ycc = bgr_to_ycc_sse41;
             break;
         case Isa::kAvx2:
             k.quantise = quantise_avx2;
+            k.fdct_quantise = fdct_quantise_avx2;
+            k.fdct_quantise_pair = fdct_quantise_pair_avx2;
             k.bgr_to_ycc = bgr_to_ycc_avx2;
             break;
     }
@@ -433,8 +534,8 @@ struct Encoder {
     int plane_w[4] = {};
     Quantiser luma_q, chroma_q;
     int32_t pred[4] = {};
-    // The quantised blocks of one MCU, zig-zag order, with their non-zero
-    // masks.
+    // The quantised blocks of one MCU (natural order) with their non-zero
+    // masks (zig-zag order).
     static constexpr int kMaxBlocks = 4 * 4 + 3;
     alignas(32) int16_t zz[kMaxBlocks][64];
     uint64_t nonzero[kMaxBlocks];
@@ -571,15 +672,12 @@ void Encoder::convert(int line) {
 // at `b`, with the same stride and table, when given) into zz[at] (and
 // zz[at + 1]).
 void Encoder::transform(const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int at) {
-    alignas(32) int16_t coef[2][64];
-    if (b && kern.fdct_pair) {
-        kern.fdct_pair(a, b, stride, coef[0], coef[1]);
-    } else {
-        kern.fdct(a, stride, coef[0]);
-        if (b) kern.fdct(b, stride, coef[1]);
+    if (b && kern.fdct_quantise_pair) {
+        nonzero[at] = kern.fdct_quantise_pair(a, b, stride, q, zz[at], zz[at + 1], &nonzero[at + 1]);
+        return;
     }
-    nonzero[at] = kern.quantise(coef[0], q, zz[at]);
-    if (b) nonzero[at + 1] = kern.quantise(coef[1], q, zz[at + 1]);
+    nonzero[at] = kern.fdct_quantise(a, stride, q, zz[at]);
+    if (b) nonzero[at + 1] = kern.fdct_quantise(b, stride, q, zz[at + 1]);
 }
 
 // The Huffman codes of one quantised block (T.81 F.1.2).
@@ -602,7 +700,7 @@ void Encoder::entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp) 
         k += run + 1;
         rest = run + 1 < 64 ? rest >> (run + 1) : 0;
         for (; run >= 16; run -= 16) bw.put(ac.code[0xF0], ac.size[0xF0]);
-        const int32_t x = v[k];
+        const int32_t x = v[kZigzag[k]];
         const int size = magnitude_bits(static_cast<uint32_t>(x < 0 ? -x : x));
         const int sym = (run << 4) | size;
         bw.put((static_cast<uint32_t>(ac.code[sym]) << size) |

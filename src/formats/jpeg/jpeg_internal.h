@@ -138,10 +138,19 @@ struct Quantiser {
     }
 };
 
-// Quantises a block of coefficients (natural order) into zig-zag order and
-// returns the mask of the non-zero positions (bit k for position k).
-using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* zz);
-uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* zz);
+// Quantises a block of coefficients into `out`, both in natural order, and
+// returns the mask of the non-zero results in zig-zag order (bit k for
+// zig-zag position k).
+using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* out);
+uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* out);
+// The forward transform and the quantisation of one block (`stride` as for
+// FdctFn), as QuantiseFn returns them; the pair form does two blocks with
+// the same stride and table, and stores the second mask in *mask_b.
+using FdctQuantiseFn = uint64_t (*)(const int16_t* samples, int stride, const Quantiser& q,
+                                    int16_t* out);
+using FdctQuantisePairFn = uint64_t (*)(const int16_t* a, const int16_t* b, int stride,
+                                        const Quantiser& q, int16_t* out_a, int16_t* out_b,
+                                        uint64_t* mask_b);
 
 // ---- Colour conversion kernels ------------------------------------------------
 // Decoder: one or two rows of luminance samples (lum1 and out1 null for
@@ -171,6 +180,8 @@ struct Kernels {
     FdctFn fdct = nullptr;
     FdctPairFn fdct_pair = nullptr;  // null: likewise
     QuantiseFn quantise = nullptr;
+    FdctQuantiseFn fdct_quantise = nullptr;
+    FdctQuantisePairFn fdct_quantise_pair = nullptr;  // null: one block at a time
     YccRowsFn ycc_rows = nullptr;      // null: table-driven rows
     BgrToYccFn bgr_to_ycc = nullptr;   // null: table-driven rows
 };

@@ -274,6 +274,29 @@ TEST(JpegExact, ForwardTransformOnRandomAndExtremeBlocks) {
                 ASSERT_EQ(0, std::memcmp(ref, pa, sizeof ref)) << trial;
                 ASSERT_EQ(0, std::memcmp(rb, pb, sizeof rb)) << trial;
             }
+            // Transform and quantisation in one: as the two steps one after
+            // the other, for one block and for two.
+            uint8_t table[64];
+            for (auto& t : table) t = uint8_t(trial % 3 == 0 ? 1 + rnd() % 4 : 1 + rnd() % 255);
+            jpeg::Quantiser quant;
+            quant.set(table);
+            int16_t refs[2][64], want[2][64], got[2][64], rows[128];
+            uint64_t want_mask[2], got_mask[2];
+            for (int b = 0; b < 2; ++b) {
+                reference_fdct(s[b], refs[b]);
+                want_mask[b] = jpeg::quantise_block_scalar(refs[b], quant, want[b]);
+                for (int r = 0; r < 8; ++r) std::memcpy(rows + 16 * r + 8 * b, s[b] + 8 * r, 16);
+            }
+            got_mask[0] = k.fdct_quantise(s[0], 8, quant, got[0]);
+            ASSERT_EQ(want_mask[0], got_mask[0]) << trial;
+            ASSERT_EQ(0, std::memcmp(want[0], got[0], sizeof got[0])) << trial;
+            if (k.fdct_quantise_pair) {
+                got_mask[0] = k.fdct_quantise_pair(rows, rows + 8, 16, quant, got[0], got[1], &got_mask[1]);
+                for (int b = 0; b < 2; ++b) {
+                    ASSERT_EQ(want_mask[b], got_mask[b]) << trial;
+                    ASSERT_EQ(0, std::memcmp(want[b], got[b], sizeof got[b])) << trial;
+                }
+            }
         }
     });
 }
