@@ -213,6 +213,15 @@ int32_t decode_into_handle(DecodeBody body, void* context);
 // after the header callback, for each row just before delivering it.
 uint8_t* raster_destination(IMG_RASTER_CALLBACK raster, intptr_t user, int32_t row);
 
+// Row `row` (0 = top) of the image being saved, where it is stored, when
+// the save runs with the library's own supply of packed rows and the row
+// is stored exactly as the supply would hand it over (no crop inside a
+// byte, no tone mapping): an encoder may read it there, and must not write
+// to it. The encoder still calls the supply with that address, which then
+// copies nothing but reports progress as usual. Null for any other supply
+// or settings; the encoder then has the row copied into its own buffer.
+const uint8_t* supply_source(IMG_SUPPLY_CALLBACK supply, intptr_t user, int32_t row);
+
 // Has the ABIC module decode the data at the stream's position, described
 // by `params`, into a new handle (1 bit: white, black palette; 4 and 8 bits:
 // grey ramp). The handle, IMG_ERR_BAD_IMAGE for bad parameters,

@@ -2,7 +2,6 @@
 // baseline sequential JFIF stream (one SOF0 frame, one interleaved scan,
 // the T.81 Annex K Huffman tables, quantisation tables from the quality
 // setting). Only one MCU row of samples is held at a time.
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -18,6 +17,7 @@
 #include "formats/jpeg/jpeg.h"
 #include "formats/jpeg/jpeg_internal.h"
 #include "formats/jpeg/jpeg_simd.h"
+#include "pipeline/codec.h"
 
 namespace tesslin::jpeg {
 namespace {
@@ -529,7 +529,7 @@ struct Encoder {
     uint32_t in_bytes = 0;
     const RgbQuad* palette = nullptr;
     std::unique_ptr<uint8_t[]> in_row, prep;
-    const uint8_t* prepared = nullptr;  // the prepared row: in_row itself, or prep
+    const uint8_t* prepared = nullptr;  // the prepared row (width pixels): the supplied one, or prep
     std::unique_ptr<int16_t[]> planes[4];
     int plane_w[4] = {};
     Quantiser luma_q, chroma_q;
@@ -542,7 +542,7 @@ struct Encoder {
 
     int32_t run(StreamWriter& out);
     bool write_headers(StreamWriter& out);
-    void prepare();
+    void prepare(const uint8_t* src);
     void convert(int line);
     void transform(const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int at);
     void entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp);
@@ -607,13 +607,13 @@ bool Encoder::write_headers(StreamWriter& out) {
 
 // The supplied row as `channels` bytes per pixel over the padded width,
 // the last pixel repeated to the right.
-void Encoder::prepare() {
-    uint8_t* src = in_row.get();
+void Encoder::prepare(const uint8_t* src) {
     uint8_t* dst = prep.get();
     if (bits >= 24 || (grey && bits == 8)) {
-        // Used in place; in_row has room for the padding.
-        dst = src;
-    } else if (grey) {
+        prepared = src;  // used as it is
+        return;
+    }
+    if (grey) {
         if (bits == 4) {
             for (int x = 0; x < width; ++x)
                 dst[x] = palette[(src[x >> 1] >> (x & 1 ? 0 : 4)) & 15].rgbBlue;
@@ -624,9 +624,6 @@ void Encoder::prepare() {
         pixels::palette_to_bgr24(src, static_cast<uint32_t>(bits), palette, dst,
                                  static_cast<uint32_t>(width));
     }
-    for (int x = width; x < padded_w; ++x)
-        std::memcpy(dst + static_cast<size_t>(x) * channels,
-                    dst + static_cast<size_t>(width - 1) * channels, static_cast<size_t>(channels));
     prepared = dst;
 }
 
@@ -634,10 +631,13 @@ void Encoder::prepare() {
 // chroma and the fourth component keep the top-left sample of every
 // h1 x v1 group.
 void Encoder::convert(int line) {
+    // The prepared row holds `width` pixels; the samples of the padding on
+    // the right repeat the last pixel's.
     const uint8_t* p = prepared;
     int16_t* y = planes[0].get() + static_cast<size_t>(line) * padded_w;
     if (nf == 1) {
-        for (int x = 0; x < padded_w; ++x) y[x] = static_cast<int16_t>(p[x] - 128);
+        for (int x = 0; x < width; ++x) y[x] = static_cast<int16_t>(p[x] - 128);
+        for (int x = width; x < padded_w; ++x) y[x] = y[width - 1];
         return;
     }
     const RgbTables& t = rgb_tables();
@@ -652,15 +652,25 @@ void Encoder::convert(int line) {
     int16_t* cr = planes[2].get() + row;
     int start = 0;  // pixels already converted
     if (nf == 3 && h1 <= 2 && kern.bgr_to_ycc)
-        start = kern.bgr_to_ycc(p, padded_w, chroma ? h1 : 0, y, cb, cr);
-    for (int x = start; x < padded_w; ++x) {
+        start = kern.bgr_to_ycc(p, width, chroma ? h1 : 0, y, cb, cr);
+    for (int x = start; x < width; ++x) {
         const uint8_t* px = p + static_cast<size_t>(x) * step;
         y[x] = static_cast<int16_t>(t.y_r[px[ri]] + t.y_g[px[1]] + t.y_b[px[bi]] - 128);
     }
+    for (int x = width; x < padded_w; ++x) y[x] = y[width - 1];
     if (!chroma) return;
     int16_t* k = nf == 4 ? planes[3].get() + row : nullptr;
+    // Chroma sample j takes pixel j * h1, the last pixel beyond the width.
+    const int inside = (width + h1 - 1) / h1;
     for (int j = start / h1; j < cw; ++j) {
-        const uint8_t* px = p + static_cast<size_t>(j) * h1 * step;
+        const int x = j < inside ? j * h1 : width - 1;
+        if (j > inside) {
+            cb[j] = cb[inside];
+            cr[j] = cr[inside];
+            if (k) k[j] = k[inside];
+            continue;
+        }
+        const uint8_t* px = p + static_cast<size_t>(x) * step;
         const uint8_t r = px[ri], g = px[1], b = px[bi];
         cb[j] = static_cast<int16_t>(t.cb_r[r] + t.cb_g[g] + t.cb_b[b]);
         cr[j] = static_cast<int16_t>(t.cr_r[r] + t.cr_g[g] + t.cr_b[b]);
@@ -747,7 +757,7 @@ int32_t Encoder::run(StreamWriter& out) {
     mcus_y = (height + 8 * v1 - 1) / (8 * v1);
     padded_w = mcus_x * 8 * h1;
     in_bytes = row_bytes(static_cast<uint32_t>(width), static_cast<uint32_t>(bits));
-    in_row.reset(new (std::nothrow) uint8_t[std::max<size_t>(in_bytes, static_cast<size_t>(padded_w) * channels) + 8]);
+    in_row.reset(new (std::nothrow) uint8_t[in_bytes + 8]);
     prep.reset(new (std::nothrow) uint8_t[static_cast<size_t>(padded_w) * channels + 8]);
     if (!in_row || !prep) return IMG_ERR_MEMORY;
     for (int c = 0; c < nf; ++c) {
@@ -765,9 +775,13 @@ int32_t Encoder::run(StreamWriter& out) {
     for (int my = 0; my < mcus_y; ++my) {
         for (int l = 0; l < 8 * v1; ++l) {
             if (line < height) {
-                const int32_t r = supply(user, in_row.get(), line, in_bytes);
+                // The bitmap's own row when the save driver lets it be read
+                // in place, else a copy in in_row.
+                const uint8_t* src = supply_source(supply, user, line);
+                uint8_t* buffer = src ? const_cast<uint8_t*>(src) : in_row.get();
+                const int32_t r = supply(user, buffer, line, in_bytes);
                 if (r < 0) return r;
-                prepare();
+                prepare(buffer);
                 ++line;
             }
             convert(l);
