@@ -23,17 +23,16 @@ namespace tesslin::jpeg {
 namespace {
 
 // Code and length per symbol of one Huffman table (T.81 Annex C).
+// Code and length per symbol of one Huffman table (T.81 Annex C), as
+// code << 8 | length.
 struct HuffmanEncode {
-    uint16_t code[256] = {};
-    uint8_t size[256] = {};
+    uint32_t code[256] = {};
     explicit HuffmanEncode(const HuffmanCodeLengths& table) {
         int k = 0;
         uint32_t c = 0;
         for (int len = 1; len <= 16; ++len) {
-            for (int i = 0; i < table.counts[len - 1]; ++i, ++k) {
-                code[table.symbols[k]] = static_cast<uint16_t>(c++);
-                size[table.symbols[k]] = static_cast<uint8_t>(len);
-            }
+            for (int i = 0; i < table.counts[len - 1]; ++i, ++k)
+                code[table.symbols[k]] = (c++ << 8) | static_cast<uint32_t>(len);
             c <<= 1;
         }
     }
@@ -536,6 +535,8 @@ struct Encoder {
     int32_t pred[4] = {};
     // The quantised blocks of one MCU (natural order) with their non-zero
     // masks (zig-zag order).
+    // DC luminance, DC chrominance, AC luminance, AC chrominance.
+    const uint32_t* huff[4] = {dc_luma().code, dc_chroma().code, ac_luma().code, ac_chroma().code};
     static constexpr int kMaxBlocks = 4 * 4 + 3;
     alignas(32) int16_t zz[kMaxBlocks][64];
     uint64_t nonzero[kMaxBlocks];
@@ -690,17 +691,18 @@ void Encoder::transform(const int16_t* a, const int16_t* b, int stride, const Qu
     if (b) nonzero[at + 1] = kern.fdct_quantise(b, stride, q, zz[at + 1]);
 }
 
-// The Huffman codes of one quantised block (T.81 F.1.2).
+// The Huffman codes of one quantised block (T.81 F.1.2): each symbol's
+// code and its value bits in one put.
 void Encoder::entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp) {
-    const HuffmanEncode& dc = comp ? dc_chroma() : dc_luma();
-    const HuffmanEncode& ac = comp ? ac_chroma() : ac_luma();
+    const uint32_t* dc = comp ? huff[1] : huff[0];
+    const uint32_t* ac = comp ? huff[3] : huff[2];
     const int32_t diff = v[0] - pred[comp];
     pred[comp] = v[0];
-    const uint32_t mag = static_cast<uint32_t>(diff < 0 ? -diff : diff);
-    const int cat = magnitude_bits(mag);
-    bw.put((static_cast<uint32_t>(dc.code[cat]) << cat) |
-               (static_cast<uint32_t>(diff < 0 ? diff - 1 : diff) & ((1u << cat) - 1)),
-           dc.size[cat] + cat);
+    const int32_t ds = diff >> 31;
+    const int cat = magnitude_bits(static_cast<uint32_t>((diff ^ ds) - ds));
+    const uint32_t de = dc[cat];
+    bw.put(((de >> 8) << cat) | (static_cast<uint32_t>(diff + ds) & ((1u << cat) - 1)),
+           static_cast<int>(de & 0xFF) + cat);
     // Non-zero coefficients in zig-zag order; every 16 zeros before one
     // become a 0xF0 symbol, trailing zeros an end of block.
     uint64_t rest = mask >> 1;
@@ -708,16 +710,16 @@ void Encoder::entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp) 
     while (rest) {
         int run = __builtin_ctzll(rest);
         k += run + 1;
-        rest = run + 1 < 64 ? rest >> (run + 1) : 0;
-        for (; run >= 16; run -= 16) bw.put(ac.code[0xF0], ac.size[0xF0]);
+        rest = (rest >> run) >> 1;
+        for (; run >= 16; run -= 16) bw.put(ac[0xF0] >> 8, static_cast<int>(ac[0xF0] & 0xFF));
         const int32_t x = v[kZigzag[k]];
-        const int size = magnitude_bits(static_cast<uint32_t>(x < 0 ? -x : x));
-        const int sym = (run << 4) | size;
-        bw.put((static_cast<uint32_t>(ac.code[sym]) << size) |
-                   (static_cast<uint32_t>(x < 0 ? x - 1 : x) & ((1u << size) - 1)),
-               ac.size[sym] + size);
+        const int32_t xs = x >> 31;
+        const int size = magnitude_bits(static_cast<uint32_t>((x ^ xs) - xs));
+        const uint32_t e = ac[(run << 4) | size];
+        bw.put(((e >> 8) << size) | (static_cast<uint32_t>(x + xs) & ((1u << size) - 1)),
+               static_cast<int>(e & 0xFF) + size);
     }
-    if (k < 63) bw.put(ac.code[0], ac.size[0]);
+    if (k < 63) bw.put(ac[0] >> 8, static_cast<int>(ac[0] & 0xFF));
 }
 
 int32_t Encoder::run(StreamWriter& out) {
