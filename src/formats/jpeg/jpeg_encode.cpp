@@ -527,8 +527,14 @@ struct Encoder {
     int padded_w = 0, mcus_x = 0, mcus_y = 0;
     uint32_t in_bytes = 0;
     const RgbQuad* palette = nullptr;
-    std::unique_ptr<uint8_t[]> in_row, prep;
-    const uint8_t* prepared = nullptr;  // the prepared row (width pixels): the supplied one, or prep
+    // The lines of one MCU row as supplied (when the supply copies) and as
+    // prepared (palette images), and where each line's prepared pixels are.
+    std::unique_ptr<uint8_t[]> copies, prep;
+    const uint8_t* lines[32] = {};
+    int16_t last[32][4] = {};  // samples of each line's last pixel (Y, Cb, Cr, K)
+    // Samples of a chunk of MCUs of the MCU row, level-shifted; chroma
+    // decimated.
+    int chunk_mcus = 0;
     std::unique_ptr<int16_t[]> planes[4];
     int plane_w[4] = {};
     Quantiser luma_q, chroma_q;
@@ -543,8 +549,8 @@ struct Encoder {
 
     int32_t run(StreamWriter& out);
     bool write_headers(StreamWriter& out);
-    void prepare(const uint8_t* src);
-    void convert(int line);
+    const uint8_t* prepare(const uint8_t* src, int line);
+    void convert(int line, int x0, int x1);
     void transform(const int16_t* a, const int16_t* b, int stride, const Quantiser& q, int at);
     void entropy(BitWriter& bw, const int16_t* v, uint64_t mask, int comp);
 };
@@ -608,12 +614,9 @@ bool Encoder::write_headers(StreamWriter& out) {
 
 // The supplied row as `channels` bytes per pixel over the padded width,
 // the last pixel repeated to the right.
-void Encoder::prepare(const uint8_t* src) {
-    uint8_t* dst = prep.get();
-    if (bits >= 24 || (grey && bits == 8)) {
-        prepared = src;  // used as it is
-        return;
-    }
+const uint8_t* Encoder::prepare(const uint8_t* src, int line) {
+    if (bits >= 24 || (grey && bits == 8)) return src;  // used as it is
+    uint8_t* dst = prep.get() + static_cast<size_t>(line) * width * channels;
     if (grey) {
         if (bits == 4) {
             for (int x = 0; x < width; ++x)
@@ -625,20 +628,21 @@ void Encoder::prepare(const uint8_t* src) {
         pixels::palette_to_bgr24(src, static_cast<uint32_t>(bits), palette, dst,
                                  static_cast<uint32_t>(width));
     }
-    prepared = dst;
+    return dst;
 }
 
-// Level-shifted samples of line `line` (0 .. 8 * v1 - 1) of the MCU row;
-// chroma and the fourth component keep the top-left sample of every
-// h1 x v1 group.
-void Encoder::convert(int line) {
-    // The prepared row holds `width` pixels; the samples of the padding on
-    // the right repeat the last pixel's.
-    const uint8_t* p = prepared;
-    int16_t* y = planes[0].get() + static_cast<size_t>(line) * padded_w;
+// Level-shifted samples of pixels x0 .. x1 - 1 of line `line` (0 .. 8 * v1
+// - 1) of the MCU row into the chunk's planes; chroma and the fourth
+// component keep the top-left sample of every h1 x v1 group. Pixels past
+// the width (the padding on the right) repeat the line's last pixel.
+void Encoder::convert(int line, int x0, int x1) {
+    const uint8_t* p = lines[line];
+    const int16_t* end = last[line];
+    const int xe = x1 < width ? x1 : width;
+    int16_t* y = planes[0].get() + static_cast<size_t>(line) * plane_w[0] - x0;
     if (nf == 1) {
-        for (int x = 0; x < width; ++x) y[x] = static_cast<int16_t>(p[x] - 128);
-        for (int x = width; x < padded_w; ++x) y[x] = y[width - 1];
+        for (int x = x0; x < xe; ++x) y[x] = static_cast<int16_t>(p[x] - 128);
+        for (int x = xe > x0 ? xe : x0; x < x1; ++x) y[x] = end[0];
         return;
     }
     const RgbTables& t = rgb_tables();
@@ -647,28 +651,26 @@ void Encoder::convert(int line) {
     const int ri = nf == 3 ? 2 : 0, bi = nf == 3 ? 0 : 2;
     const int step = channels;
     const bool chroma = line % v1 == 0;
-    const int cw = padded_w / h1;
-    const size_t row = static_cast<size_t>(line / v1) * cw;
-    int16_t* cb = planes[1].get() + row;
-    int16_t* cr = planes[2].get() + row;
-    int start = 0;  // pixels already converted
-    if (nf == 3 && h1 <= 2 && kern.bgr_to_ycc)
-        start = kern.bgr_to_ycc(p, width, chroma ? h1 : 0, y, cb, cr);
-    for (int x = start; x < width; ++x) {
+    const size_t row = static_cast<size_t>(line / v1) * plane_w[1];
+    int16_t* cb = planes[1].get() + row - x0 / h1;
+    int16_t* cr = planes[2].get() + row - x0 / h1;
+    int start = x0;  // pixels already converted
+    if (nf == 3 && h1 <= 2 && kern.bgr_to_ycc && xe > x0)
+        start += kern.bgr_to_ycc(p + static_cast<size_t>(x0) * 3, xe - x0, chroma ? h1 : 0, y + x0,
+                                 cb + x0 / h1, cr + x0 / h1);
+    for (int x = start; x < xe; ++x) {
         const uint8_t* px = p + static_cast<size_t>(x) * step;
         y[x] = static_cast<int16_t>(t.y_r[px[ri]] + t.y_g[px[1]] + t.y_b[px[bi]] - 128);
     }
-    for (int x = width; x < padded_w; ++x) y[x] = y[width - 1];
+    for (int x = xe > start ? xe : start; x < x1; ++x) y[x] = end[0];
     if (!chroma) return;
-    int16_t* k = nf == 4 ? planes[3].get() + row : nullptr;
-    // Chroma sample j takes pixel j * h1, the last pixel beyond the width.
-    const int inside = (width + h1 - 1) / h1;
-    for (int j = start / h1; j < cw; ++j) {
-        const int x = j < inside ? j * h1 : width - 1;
-        if (j > inside) {
-            cb[j] = cb[inside];
-            cr[j] = cr[inside];
-            if (k) k[j] = k[inside];
+    int16_t* k = nf == 4 ? planes[3].get() + row - x0 / h1 : nullptr;
+    for (int j = start / h1; j < x1 / h1; ++j) {
+        const int x = j * h1;
+        if (x >= width) {
+            cb[j] = end[1];
+            cr[j] = end[2];
+            if (k) k[j] = end[3];
             continue;
         }
         const uint8_t* px = p + static_cast<size_t>(x) * step;
@@ -677,6 +679,22 @@ void Encoder::convert(int line) {
         cr[j] = static_cast<int16_t>(t.cr_r[r] + t.cr_g[g] + t.cr_b[b]);
         if (k) k[j] = static_cast<int16_t>(127 - px[3]);
     }
+}
+
+// The samples of a prepared line's last pixel, for the padding.
+void last_samples(const uint8_t* p, int width, int nf, int16_t* out) {
+    if (nf == 1) {
+        out[0] = static_cast<int16_t>(p[width - 1] - 128);
+        return;
+    }
+    const RgbTables& t = rgb_tables();
+    const int step = nf == 3 ? 3 : 4, ri = nf == 3 ? 2 : 0, bi = nf == 3 ? 0 : 2;
+    const uint8_t* px = p + static_cast<size_t>(width - 1) * step;
+    const uint8_t r = px[ri], g = px[1], b = px[bi];
+    out[0] = static_cast<int16_t>(t.y_r[r] + t.y_g[g] + t.y_b[b] - 128);
+    out[1] = static_cast<int16_t>(t.cb_r[r] + t.cb_g[g] + t.cb_b[b]);
+    out[2] = static_cast<int16_t>(t.cr_r[r] + t.cr_g[g] + t.cr_b[b]);
+    out[3] = static_cast<int16_t>(nf == 4 ? 127 - px[3] : 0);
 }
 
 // Forward transform and quantisation of the block at `a` (and of the one
@@ -759,12 +777,17 @@ int32_t Encoder::run(StreamWriter& out) {
     mcus_y = (height + 8 * v1 - 1) / (8 * v1);
     padded_w = mcus_x * 8 * h1;
     in_bytes = row_bytes(static_cast<uint32_t>(width), static_cast<uint32_t>(bits));
-    in_row.reset(new (std::nothrow) uint8_t[in_bytes + 8]);
-    prep.reset(new (std::nothrow) uint8_t[static_cast<size_t>(padded_w) * channels + 8]);
-    if (!in_row || !prep) return IMG_ERR_MEMORY;
+    const int lines_per_row = 8 * v1;
+    if (bits < 24 && !(grey && bits == 8)) {
+        prep.reset(new (std::nothrow) uint8_t[static_cast<size_t>(width) * channels * lines_per_row + 8]);
+        if (!prep) return IMG_ERR_MEMORY;
+    }
+    // Chunks of about 256 pixels keep the samples in the first-level cache.
+    chunk_mcus = 256 / (8 * h1);
+    if (chunk_mcus > mcus_x) chunk_mcus = mcus_x;
     for (int c = 0; c < nf; ++c) {
-        plane_w[c] = c == 0 ? padded_w : padded_w / h1;
-        const size_t n = static_cast<size_t>(plane_w[c]) * (c == 0 ? 8 * v1 : 8);
+        plane_w[c] = chunk_mcus * 8 * (c == 0 ? h1 : 1);
+        const size_t n = static_cast<size_t>(plane_w[c]) * (c == 0 ? lines_per_row : 8);
         planes[c].reset(new (std::nothrow) int16_t[n]);
         if (!planes[c]) return IMG_ERR_MEMORY;
     }
@@ -775,38 +798,53 @@ int32_t Encoder::run(StreamWriter& out) {
 
     int line = 0;
     for (int my = 0; my < mcus_y; ++my) {
-        for (int l = 0; l < 8 * v1; ++l) {
-            if (line < height) {
-                // The bitmap's own row when the save driver lets it be read
-                // in place, else a copy in in_row.
-                const uint8_t* src = supply_source(supply, user, line);
-                uint8_t* buffer = src ? const_cast<uint8_t*>(src) : in_row.get();
-                const int32_t r = supply(user, buffer, line, in_bytes);
-                if (r < 0) return r;
-                prepare(buffer);
-                ++line;
+        for (int l = 0; l < lines_per_row; ++l) {
+            if (line == height) {
+                // Below the image the last line repeats.
+                lines[l] = lines[l - 1];
+                std::memcpy(last[l], last[l - 1], sizeof last[l]);
+                continue;
             }
-            convert(l);
+            // The bitmap's own row when the save driver lets it be read in
+            // place, else a copy.
+            const uint8_t* src = supply_source(supply, user, line);
+            uint8_t* buffer = const_cast<uint8_t*>(src);
+            if (!src) {
+                if (!copies) {
+                    copies.reset(new (std::nothrow) uint8_t[static_cast<size_t>(in_bytes) * lines_per_row + 8]);
+                    if (!copies) return IMG_ERR_MEMORY;
+                }
+                buffer = copies.get() + static_cast<size_t>(l) * in_bytes;
+            }
+            const int32_t r = supply(user, buffer, line, in_bytes);
+            if (r < 0) return r;
+            lines[l] = prepare(buffer, l);
+            last_samples(lines[l], width, nf, last[l]);
+            ++line;
         }
-        for (int m = 0; m < mcus_x; ++m) {
-            // Transformed two at a time where the kernels pair blocks, coded
-            // in scan order: luminance row by row, then Cb, Cr and K.
-            int n = 0;
-            for (int by = 0; by < v1; ++by) {
-                const int16_t* row = planes[0].get() + static_cast<size_t>(by) * 8 * padded_w + m * h1 * 8;
-                for (int bx = 0; bx < h1; bx += 2, n += 2)
-                    transform(row + bx * 8, bx + 1 < h1 ? row + bx * 8 + 8 : nullptr, padded_w, luma_q, n);
-                n -= h1 & 1;
-            }
-            if (nf >= 3) {
-                transform(planes[1].get() + m * 8, planes[2].get() + m * 8, plane_w[1], chroma_q, n);
-                n += 2;
-            }
-            if (nf == 4) transform(planes[3].get() + m * 8, nullptr, plane_w[3], chroma_q, n++);
-            int comp = 0;
-            for (int i = 0; i < n; ++i) {
-                if (i >= h1 * v1) comp = i - h1 * v1 + 1;
-                entropy(*bw, zz[i], nonzero[i], comp);
+        for (int m0 = 0; m0 < mcus_x; m0 += chunk_mcus) {
+            const int m1 = m0 + chunk_mcus < mcus_x ? m0 + chunk_mcus : mcus_x;
+            for (int l = 0; l < lines_per_row; ++l) convert(l, m0 * 8 * h1, m1 * 8 * h1);
+            for (int m = 0; m < m1 - m0; ++m) {
+                // Transformed two at a time where the kernels pair blocks,
+                // coded in scan order: luminance row by row, then Cb, Cr, K.
+                int n = 0;
+                for (int by = 0; by < v1; ++by) {
+                    const int16_t* row = planes[0].get() + static_cast<size_t>(by) * 8 * plane_w[0] + m * h1 * 8;
+                    for (int bx = 0; bx < h1; bx += 2, n += 2)
+                        transform(row + bx * 8, bx + 1 < h1 ? row + bx * 8 + 8 : nullptr, plane_w[0], luma_q, n);
+                    n -= h1 & 1;
+                }
+                if (nf >= 3) {
+                    transform(planes[1].get() + m * 8, planes[2].get() + m * 8, plane_w[1], chroma_q, n);
+                    n += 2;
+                }
+                if (nf == 4) transform(planes[3].get() + m * 8, nullptr, plane_w[3], chroma_q, n++);
+                int comp = 0;
+                for (int i = 0; i < n; ++i) {
+                    if (i >= h1 * v1) comp = i - h1 * v1 + 1;
+                    entropy(*bw, zz[i], nonzero[i], comp);
+                }
             }
         }
         if (!out.ok()) return out.status();
