@@ -18,7 +18,6 @@ constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
 
 // ---- Signature tests -------------------------------------------------------
 
-bool is_gif(const Probe& p) { return p.starts_with("GIF"); }
 bool is_eps(const Probe& p) {
     return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
 }
@@ -156,35 +155,6 @@ bool is_wbm(const Probe& p) {
 
 // ---- Code refinements, counters and queries --------------------------------
 
-// GIF: skip the screen descriptor, the global colour table and extension
-// blocks to the first image descriptor; its interlace flag gives 44.
-int32_t gif_code(int32_t stream) {
-    StreamReader in(stream, 4096);
-    uint8_t screen[13];
-    if (!in.read(screen, 13)) return in.status();
-    if (screen[10] & 0x80) in.skip(3u << ((screen[10] & 7) + 1));
-    for (;;) {
-        const int c = in.byte_or_eof();
-        if (c < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-        if (c == '!') {
-            in.u8();  // label
-            for (;;) {
-                const int n = in.byte_or_eof();
-                if (n < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-                if (n == 0) break;
-                if (!in.skip(static_cast<uint32_t>(n))) return IMG_ERR_BAD_IMAGE;
-            }
-        } else if (c == ',') {
-            uint8_t desc[9];
-            if (!in.read(desc, 9)) return in.status();
-            in.sync();
-            return (desc[8] & 0x40) ? IMG_FORMAT_GIF_INTERLACED : IMG_FORMAT_GIF;
-        } else {
-            return IMG_ERR_BAD_IMAGE;
-        }
-    }
-}
-
 // Photo CD: low two bits of the byte at offset 3586.
 int32_t pcd_orientation(int32_t stream, int32_t) {
     uint8_t b = 0;
@@ -202,10 +172,6 @@ int32_t pdf_pages_or_none(int32_t stream) {
 
 // ---- Format codes ------------------------------------------------------------
 
-constexpr CodeRow kGifCodes[] = {
-    {IMG_FORMAT_GIF, "gif", "GIF", "gif", nullptr, 0, RowSupply::kPacked, false, true},
-    {IMG_FORMAT_GIF_INTERLACED, "gif-interlaced", "GIF, interlaced", "gif"},
-};
 constexpr CodeRow kEpsCodes[] = {
     {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
      false, true},
@@ -320,9 +286,6 @@ extern const FormatDescriptor kPcl = {
     .count_pages_mem = modules::pcl_pages, .codes = kPclCodes};
 
 // Formats the library does not read yet.
-extern const FormatDescriptor kGif = {
-    .tag = "gif", .detect_switch = IMG_FORMAT_GIF, .signature = is_gif, .refine = gif_code,
-    .codes = kGifCodes};
 extern const FormatDescriptor kEps = {
     .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
 extern const FormatDescriptor kDcx = {
