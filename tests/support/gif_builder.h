@@ -18,7 +18,7 @@ struct GifFrame {
     bool interlaced = false;
     int delay = -1;                // >= 0: a graphic control extension before the frame
     int transparent = -1;          // its transparent index
-    int min_code = 0;              // the code size byte; 0: 8 (or the local table's bits, at least 2)
+    int min_code = 0;              // code size (1-8); 0: 8, or the local table's bits (at least 2)
     bool clear_first = true, end_code = true;
 };
 
@@ -53,9 +53,9 @@ inline std::vector<uint8_t> gif_file(uint16_t screen_w, uint16_t screen_h, int g
         const int size = fr.local_bits ? fr.local_bits - 1 : fr.size_bits;
         f.push_back(uint8_t((fr.local_bits ? 0x80 : 0) | (fr.interlaced ? 0x40 : 0) | size));
         if (fr.local_bits) table(fr.local_bits, true);
-        const int k = fr.min_code ? fr.min_code : fr.local_bits > 2 ? fr.local_bits : fr.local_bits ? 2 : 8;
+        const int k = fr.min_code ? fr.min_code : fr.local_bits ? std::max(fr.local_bits, 2) : 8;
         f.push_back(uint8_t(k));
-        const uint32_t clear = 1u << (k > 8 ? fr.size_bits + 1 : k), width = (k > 8 ? fr.size_bits + 1 : k) + 1;
+        const uint32_t clear = 1u << k, width = uint32_t(k) + 1;
         std::vector<uint32_t> codes;
         for (size_t i = 0; i < fr.indices.size(); ++i) {
             if (i || fr.clear_first) codes.push_back(clear);

@@ -34,6 +34,20 @@ inline void peer_decode(const std::vector<std::string>& files) {
         for (const std::string& f : files) run("/usr/bin/convert '" + f + "' -depth 8 +adjoin '" + f + ".im%d.ppm'");
 }
 
+// A handle of pseudo-random pixels; 4- and 8-bit ones get 256 distinct
+// colours, so that every index shows in a peer's RGB decode.
+inline int32_t random_image(int32_t w, int32_t h, int bits, uint32_t seed) {
+    const int32_t handle = make_handle(w, h, bits, [&](uint8_t* row, uint32_t n, int32_t r) {
+        uint32_t s = seed + uint32_t(r) * 7919;
+        for (uint32_t i = 0; i < n; ++i) row[i] = uint8_t((s = s * 1103515245 + 12345) >> 16);
+    });
+    Bytes pal(1024);
+    for (size_t i = 0; i < 256; ++i)
+        pal[4 * i] = uint8_t(i * 7 + seed), pal[4 * i + 1] = uint8_t(255 - i), pal[4 * i + 2] = uint8_t(i * 29 + 5);
+    if (bits == 4 || bits == 8) IMGLOW_put_palette(handle, pal.data());
+    return handle;
+}
+
 // One frame of a peer's decode made by peer_decode ("pil" or "im"); an
 // empty raster when the tool did not decode it.
 inline Raster peer_frame(const std::string& file, const char* tool, int frame = 0) {
