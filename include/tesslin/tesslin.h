@@ -683,11 +683,12 @@ TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc);
 
 /* Delay, in hundredths of a second, of the last graphic control extension
  * among the extension blocks that follow a GIF's header (screen descriptor
- * and global colour table) before its first image. -30 (IMG_ERR_GIF_BLOCK)
- * when the first block after the header is not an extension or none of
- * those extensions is a graphic control extension; -7 when the file does
- * not begin with "GIF"; -12 for a header cut short (or an extension cut
- * short); -2 when the file cannot be opened. Reads no setting. */
+ * and global colour table) before its first image. IMG_ERR_GIF_BLOCK when
+ * the first block after the header is not an extension or none of those
+ * extensions is a graphic control extension; IMG_ERR_UNSUPPORTED when the
+ * file does not begin with "GIF"; IMG_ERR_READ for a header cut short (or an
+ * extension cut short); IMG_ERR_OPEN when the file cannot be opened. Reads
+ * no setting. */
 TESSLIN_API int32_t IMGLOW_get_anim_delay(const char *file);
 
 /* Plays a GIF animation once in a window (tesslin_window_create): frame 0,
@@ -699,9 +700,10 @@ TESSLIN_API int32_t IMGLOW_get_anim_delay(const char *file);
  * start of its decode; the calling thread sleeps meanwhile. Frame offsets
  * and disposal methods are not used: every frame is drawn whole at (x, y).
  * Playing ends at the first frame that does not decode. Returns 0; the
- * negative status of IMGLOW_get_anim_delay (before anything is drawn), -2
- * when the file cannot be opened, -3 when `window` is not a live window, or
- * a drawing's negative status (the display callback's refusal). */
+ * negative status of IMGLOW_get_anim_delay (before anything is drawn),
+ * IMG_ERR_OPEN when the file cannot be opened, IMG_ERR_BAD_IMAGE when
+ * `window` is not a live window, or a drawing's negative status (the
+ * display callback's refusal). */
 TESSLIN_API int32_t IMG_animate(intptr_t window, const char *file, int32_t width, int32_t height,
                                 int32_t x, int32_t y);
 

@@ -181,7 +181,7 @@ TEST(GifRead, BuiltFilesFollowTheReadersRules) {
     // Interlaced, 3 rows: delivered 0, 2, 1.
     const Decoded three = read_gif(gif_file(2, 3, 2, {{.width = 2, .height = 3, .indices = {0, 1, 2, 3, 1, 0}, .interlaced = true}}));
     EXPECT_EQ(three.order, (std::vector<int32_t>{0, 2, 1}));
-    // Without an end code the rows still come; without a clear code first: -3.
+    // Without an end code the rows still come; without a clear code first: IMG_ERR_BAD_IMAGE.
     EXPECT_EQ(read_gif(gif_file(6, 5, 4, {{.width = 6, .height = 5, .indices = ramp, .end_code = false}})).status, 0);
     EXPECT_EQ(read_gif(gif_file(6, 5, 4, {{.width = 6, .height = 5, .indices = ramp, .clear_first = false}})).status,
               IMG_ERR_BAD_IMAGE);
