@@ -18,19 +18,16 @@ constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
 
 // ---- Signature tests -------------------------------------------------------
 
-bool is_gif(const Probe& p) { return p.starts_with("GIF"); }
 bool is_eps(const Probe& p) {
     return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
 }
 bool is_pdf(const Probe& p) { return p.starts_with("%PDF"); }
-bool is_dcx(const Probe& p) { return p.bytes_are({0xB1, 0x68, 0xDE, 0x3A}); }
 bool is_wpg(const Probe& p) { return p.starts_with("WPC", 1); }
 bool is_ncr(const Probe& p) {
     return p.bytes[0] == p.bytes[1] && (p.bytes[0] == 'N' || p.bytes[0] == 'n');
 }
 bool is_iff(const Probe& p) { return p.starts_with("FORM"); }
 bool is_fpx(const Probe& p) { return p.bytes_are({0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1}); }
-bool is_pcx(const Probe& p) { return p.bytes[0] == 10 && p.bytes[2] == 1; }
 bool is_mca(const Probe& p) {
     const uint8_t* b = p.bytes;
     return (b[2] == 0xD3 && ((b[3] == 0xA6 && b[4] == 0xFB) || b[3] == 0xA8)) ||
@@ -156,35 +153,6 @@ bool is_wbm(const Probe& p) {
 
 // ---- Code refinements, counters and queries --------------------------------
 
-// GIF: skip the screen descriptor, the global colour table and extension
-// blocks to the first image descriptor; its interlace flag gives 44.
-int32_t gif_code(int32_t stream) {
-    StreamReader in(stream, 4096);
-    uint8_t screen[13];
-    if (!in.read(screen, 13)) return in.status();
-    if (screen[10] & 0x80) in.skip(3u << ((screen[10] & 7) + 1));
-    for (;;) {
-        const int c = in.byte_or_eof();
-        if (c < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-        if (c == '!') {
-            in.u8();  // label
-            for (;;) {
-                const int n = in.byte_or_eof();
-                if (n < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-                if (n == 0) break;
-                if (!in.skip(static_cast<uint32_t>(n))) return IMG_ERR_BAD_IMAGE;
-            }
-        } else if (c == ',') {
-            uint8_t desc[9];
-            if (!in.read(desc, 9)) return in.status();
-            in.sync();
-            return (desc[8] & 0x40) ? IMG_FORMAT_GIF_INTERLACED : IMG_FORMAT_GIF;
-        } else {
-            return IMG_ERR_BAD_IMAGE;
-        }
-    }
-}
-
 // Photo CD: low two bits of the byte at offset 3586.
 int32_t pcd_orientation(int32_t stream, int32_t) {
     uint8_t b = 0;
@@ -202,10 +170,6 @@ int32_t pdf_pages_or_none(int32_t stream) {
 
 // ---- Format codes ------------------------------------------------------------
 
-constexpr CodeRow kGifCodes[] = {
-    {IMG_FORMAT_GIF, "gif", "GIF", "gif", nullptr, 0, RowSupply::kPacked, false, true},
-    {IMG_FORMAT_GIF_INTERLACED, "gif-interlaced", "GIF, interlaced", "gif"},
-};
 constexpr CodeRow kEpsCodes[] = {
     {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
      false, true},
@@ -221,10 +185,6 @@ constexpr CodeRow kEpsCodes[] = {
 constexpr CodeRow kPdfCodes[] = {
     {IMG_FORMAT_PDF, "pdf", "PDF", "pdf", nullptr, 0, kRunsWhenBilevel, true},
 };
-constexpr CodeRow kDcxCodes[] = {
-    {IMG_FORMAT_DCX, "dcx", "DCX (multi-page PCX)", "dcx", nullptr, 0, RowSupply::kPacked, true,
-     true},
-};
 constexpr CodeRow kWpgCodes[] = {
     {IMG_FORMAT_WPG, "wpg", "WordPerfect graphics", "wpg", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -233,8 +193,6 @@ constexpr CodeRow kIffCodes[] = {
     {IMG_FORMAT_IFF, "iff", "IFF", "iff", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kFpxCodes[] = {
     {IMG_FORMAT_OLE, "ole", "OLE compound document (FlashPix)", "fpx"}};
-constexpr CodeRow kPcxCodes[] = {
-    {IMG_FORMAT_PCX, "pcx", "PCX", "pcx", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kMcaCodes[] = {
     {IMG_FORMAT_MODCA, "modca", "MO:DCA", "mca", nullptr, 0, kRuns, true, true},
     {IMG_FORMAT_MODCA_RI, "modca-ri", "MO:DCA with record introducers", "afp", nullptr, 1, kRuns,
@@ -320,21 +278,14 @@ extern const FormatDescriptor kPcl = {
     .count_pages_mem = modules::pcl_pages, .codes = kPclCodes};
 
 // Formats the library does not read yet.
-extern const FormatDescriptor kGif = {
-    .tag = "gif", .detect_switch = IMG_FORMAT_GIF, .signature = is_gif, .refine = gif_code,
-    .codes = kGifCodes};
 extern const FormatDescriptor kEps = {
     .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
-extern const FormatDescriptor kDcx = {
-    .tag = "dcx", .detect_switch = IMG_FORMAT_DCX, .signature = is_dcx, .codes = kDcxCodes};
 extern const FormatDescriptor kWpg = {
     .tag = "wpg", .detect_switch = IMG_FORMAT_WPG, .signature = is_wpg, .codes = kWpgCodes};
 extern const FormatDescriptor kNcr = {
     .tag = "ncr", .detect_switch = IMG_FORMAT_NCR, .signature = is_ncr, .codes = kNcrCodes};
 extern const FormatDescriptor kIff = {
     .tag = "iff", .detect_switch = IMG_FORMAT_IFF, .signature = is_iff, .codes = kIffCodes};
-extern const FormatDescriptor kPcx = {
-    .tag = "pcx", .detect_switch = IMG_FORMAT_PCX, .signature = is_pcx, .codes = kPcxCodes};
 // MO:DCA documents; their detection switch is the one of IOCA (24).
 extern const FormatDescriptor kMca = {
     .tag = "mca", .detect_switch = IMG_FORMAT_IOCA, .signature = is_mca,
