@@ -16,15 +16,17 @@ inline bool have_magick() {
 // The pixels of `path` (its first image, turned upright as its orientation
 // says: ImageMagick keeps a bottom-up Targa file in file order otherwise)
 // as 1 (grey), 3 (RGB) or 4 (RGBA) 8-bit samples; an empty raster when
-// ImageMagick fails or is absent.
-inline Raster magick(const std::string& path, int channels = 3) {
+// ImageMagick fails or is absent. `options` go before the conversion (such as
+// "-colorspace sRGB" for Lab images).
+inline Raster magick(const std::string& path, int channels = 3, const std::string& options = "") {
     const std::string out = temp_path("magick.pam");
     const std::string type = channels == 4   ? "-alpha on -type TrueColorAlpha"
                              : channels == 3 ? "-alpha off -type TrueColor"
                                              : "-alpha off -type Grayscale";
     Raster r;
     if (have_magick() &&
-        run("/usr/bin/convert '" + path + "[0]' -auto-orient -depth 8 " + type + " 'pam:" + out + "'"))
+        run("/usr/bin/convert '" + path + "[0]' -auto-orient " + options + " -depth 8 " + type +
+            " 'pam:" + out + "'"))
         r = read_netpbm(out);
     fs::remove(out);
     return r;
