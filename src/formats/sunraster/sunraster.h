@@ -25,8 +25,8 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream);
 
 // Encoder of format code 37: type 3 (samples red, green, blue), 1-bit
-// images with the two-entry map black, white, 4- and 8-bit images as 8-bit
-// with a 768-byte map, 24-bit images without a map. IMG_ERR_DEPTH for 16-
+// images without a colour map and complemented (1 is black), 4- and 8-bit
+// images as 8-bit with a 768-byte map, 24-bit images without a map. IMG_ERR_DEPTH for 16-
 // and 32-bit images, IMG_ERR_WRITE for a short write, a supply's negative
 // result.
 int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,

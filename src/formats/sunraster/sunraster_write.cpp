@@ -19,18 +19,18 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     const uint32_t file_row = uint32_t((uint64_t(width) * depth + 15) / 16 * 2);
     const uint64_t length = uint64_t(file_row) * height;
     if (length > 0xFFFFFFFFu) return IMG_ERR_BAD_IMAGE;
-    const uint32_t map_length = bits == 1 ? 6 : bits == 24 ? 0 : 768;
+    const uint32_t map_length = bits == 1 || bits == 24 ? 0 : 768;
 
     // Type 3: samples in red, green, blue order. The length field holds the
     // bytes of the image data, which readers check against the file.
+    // Bilevel images go without a colour map, 1 marking black: ImageMagick
+    // complements 1-bit data even before looking it up in a map, and Pillow
+    // refuses a map on 1-bit data.
     const uint32_t words[8] = {0x59A66A95, width, height, depth, uint32_t(length), 3,
                                map_length ? 1u : 0u, map_length};
     StreamWriter out(stream);
     for (uint32_t w : words) out.be32(w);
-    if (bits == 1) {
-        const uint8_t map[6] = {0, 255, 0, 255, 0, 255};
-        out.write(map, sizeof map);
-    } else if (map_length) {
+    if (map_length) {
         const RgbQuad* pal = dib_palette(header);
         const uint32_t entries = palette_entries(bits);
         uint8_t map[768] = {};
@@ -50,7 +50,10 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     for (uint32_t r = 0; r < height; ++r) {
         if (int32_t s = supply(user, row.get(), int32_t(r), rb); s < 0) return s;
         const uint8_t* data = row.get();
-        if (bits == 4) {
+        if (bits == 1) {
+            for (uint32_t i = 0; i < file_row; ++i) wide[i] = uint8_t(~row[i]);
+            data = wide.get();
+        } else if (bits == 4) {
             pixels::unpack_indices(row.get(), 4, wide.get(), width);
             data = wide.get();
         } else if (bits == 24) {
