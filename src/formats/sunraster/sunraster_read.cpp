@@ -112,17 +112,21 @@ int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
     *out = dib_header(int32_t(width), int32_t(height), bits);
     out->biSizeImage = uint32_t(size.total);
     RgbQuad* pal = dib_palette(block);
-    // Map type 1 holds all red values, then all green, then all blue. A raw
-    // map (type 2) has no layout we can rely on: it is skipped and the image
-    // read as if it had none.
+    // Map type 1 holds all red values, then all green, then all blue: the
+    // first entries of each plane are read, as many as the palette holds. A
+    // raw map (type 2) has no layout we can rely on: it is skipped and the
+    // image read as if it had none.
+    if (data_at > 0xFFFFFFFFu) return IMG_ERR_READ;
     const uint32_t entries = map_type == kRgbMap ? map_length / 3 : 0;
-    if (map_length) {
-        std::unique_ptr<uint8_t[]> map(new (std::nothrow) uint8_t[map_length]);
-        if (!map) return IMG_ERR_MEMORY;
-        if (!in.read(map.get(), map_length)) return in.status();
-        for (uint32_t i = 0; i < std::min(entries, palette_entries(bits)); ++i)
-            pal[i] = RgbQuad{map[2 * entries + i], map[entries + i], map[i], 0};
+    const uint32_t used = std::min(entries, palette_entries(bits));
+    for (uint32_t plane = 0; plane < 3 && used; ++plane) {
+        uint8_t v[256];
+        if (!in.seek(uint32_t(map_at + uint64_t(plane) * entries)) || !in.read(v, used))
+            return in.ok() ? IMG_ERR_READ : in.status();
+        for (uint32_t i = 0; i < used; ++i)
+            (plane == 0 ? pal[i].rgbRed : plane == 1 ? pal[i].rgbGreen : pal[i].rgbBlue) = v[i];
     }
+    if (!in.seek(uint32_t(data_at))) return IMG_ERR_READ;
     const bool complement = depth == 1 && entries == 0;
     if (entries == 0 && bits <= 8) build_standard_palette(out, "tiff");
     if (int32_t s = header(out, user); s < 0) return s;

@@ -60,7 +60,18 @@ TEST(TargaRead, EveryKindOfFileDecodesAsImageMagickShowsIt) {
 
 // Sixteen-bit values widen by shifting: 0x7FFF is 248 in every channel.
 // One run-length packet covers the end of row 0 and the start of row 1.
-TEST(TargaRead, SixteenBitShiftAndPacketsAcrossRows) {
+// Type 156 carries JPEG data right after the header.
+TEST(TargaRead, SixteenBitShiftPacketsAcrossRowsAndJpeg) {
+    const Bytes jpeg = read_file(corpus("jpeg/grey.jpg"));
+    Bytes wrapped = tga_file(156, 8, 0, 0, jpeg);
+    wrapped[0] = 30;  // the ID length detection asks of type 156
+    const int32_t a = decode_mem(wrapped), b = decode_mem(jpeg);
+    ASSERT_GE(a, 0);
+    ASSERT_GE(b, 0);
+    EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 3), 0u);
+    IMG_delete_bitmap(a);
+    IMG_delete_bitmap(b);
+
     Decoded d = decode_with(targa::decode, tga_file(2, 16, 1, 1, {0xFF, 0x7F}));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3), (Bytes{248, 248, 248}));
