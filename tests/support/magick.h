@@ -1,5 +1,6 @@
 // ImageMagick as the reference decoder of the formats Pillow does not read
-// (or reads differently): a file's pixels as ImageMagick shows them.
+// (or reads differently): a file's pixels as ImageMagick shows them; and
+// small helpers of the raster format tests.
 #pragma once
 
 #include <string>
@@ -30,6 +31,15 @@ inline Raster magick(const std::string& path, int channels = 3, const std::strin
         r = read_netpbm(out);
     fs::remove(out);
     return r;
+}
+
+// Status of saving an 8 x 2 image of `bits` bits in `code`.
+inline int32_t save_status(int bits, int32_t code) {
+    const int32_t h = make_handle(8, 2, bits);
+    int32_t status = 0;
+    save_mem(h, code, &status);
+    IMG_delete_bitmap(h);
+    return status;
 }
 
 // A scratch directory, emptied and removed with the object.

@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t kMagic = 0x59A66A95;
 constexpr uint32_t kByteEncoded = 2, kRgbOrder = 3;
-constexpr uint32_t kNoMap = 0, kRgbMap = 1, kRawMap = 2;
+constexpr uint32_t kRgbMap = 1, kRawMap = 2;  // colour map types (0: none)
 constexpr uint8_t kEscape = 0x80;
 
 // Byte-encoded data: 0x80 0x00 is one 0x80, 0x80 n v is n + 1 copies of v,

@@ -220,11 +220,5 @@ TEST(PsdWrite, ImageMagickReadsBackWhatWeWrite) {
         IMG_delete_bitmap(h);
         fs::remove(path);
     }
-    for (int bits : {4, 16}) {
-        const int32_t h = make_handle(8, 2, bits);
-        int32_t status = 0;
-        save_mem(h, IMG_FORMAT_PSD, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH) << bits << " bits";
-        IMG_delete_bitmap(h);
-    }
+    for (int bits : {4, 16}) EXPECT_EQ(save_status(bits, IMG_FORMAT_PSD), IMG_ERR_DEPTH) << bits;
 }

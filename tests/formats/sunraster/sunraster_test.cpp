@@ -168,11 +168,5 @@ TEST(SunRasterWrite, ImageMagickAndPillowReadBackWhatWeWrite) {
         IMG_delete_bitmap(h);
         fs::remove(path);
     }
-    for (int bits : {16, 32}) {
-        const int32_t h = make_handle(8, 2, bits);
-        int32_t status = 0;
-        save_mem(h, IMG_FORMAT_SUN_RASTER, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH) << bits << " bits";
-        IMG_delete_bitmap(h);
-    }
+    for (int bits : {16, 32}) EXPECT_EQ(save_status(bits, IMG_FORMAT_SUN_RASTER), IMG_ERR_DEPTH) << bits;
 }

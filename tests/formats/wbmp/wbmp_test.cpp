@@ -76,9 +76,5 @@ TEST(WbmpWrite, MultiByteSizesAndReadBack) {
         IMG_delete_bitmap(h);
         fs::remove(path);
     }
-    const int32_t h = make_handle(8, 2, 8);
-    int32_t status = 0;
-    save_mem(h, IMG_FORMAT_WBMP, &status);
-    EXPECT_EQ(status, IMG_ERR_DEPTH);
-    IMG_delete_bitmap(h);
+    EXPECT_EQ(save_status(8, IMG_FORMAT_WBMP), IMG_ERR_DEPTH);
 }

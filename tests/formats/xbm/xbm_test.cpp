@@ -35,11 +35,7 @@ TEST(XbmWrite, TextOfItemsAndLines) {
               "    0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff};\n");
     const std::string two_lines = xbm_text(104, 1, Bytes(13, 0x0F));
     EXPECT_NE(two_lines.find("0x0f, 0x0f,\n    0x0f};\n"), std::string::npos);
-    const int32_t h = make_handle(8, 2, 8);
-    int32_t status = 0;
-    save_mem(h, IMG_FORMAT_XBM, &status);
-    EXPECT_EQ(status, IMG_ERR_DEPTH);
-    IMG_delete_bitmap(h);
+    EXPECT_EQ(save_status(8, IMG_FORMAT_XBM), IMG_ERR_DEPTH);
 }
 
 TEST(XbmWrite, ImageMagickReadsBackWhatWeWrite) {

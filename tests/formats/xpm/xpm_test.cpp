@@ -36,13 +36,7 @@ TEST(XpmWrite, TextOfColoursAndPixels) {
     EXPECT_NE(text.find("\"__\tc #FF8000\",\n"), std::string::npos);
     EXPECT_NE(text.find("\"e}\tc #FFFFFF\",\n/* pixels */\n\"__^^\"};\n"), std::string::npos);
     IMG_delete_bitmap(h);
-    for (int bits : {16, 24}) {
-        h = make_handle(8, 2, bits);
-        int32_t status = 0;
-        save_mem(h, IMG_FORMAT_XPM, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH) << bits << " bits";
-        IMG_delete_bitmap(h);
-    }
+    for (int bits : {16, 24}) EXPECT_EQ(save_status(bits, IMG_FORMAT_XPM), IMG_ERR_DEPTH) << bits;
 }
 
 TEST(XpmWrite, ImageMagickReadsBackWhatWeWrite) {
