@@ -627,6 +627,22 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
                                              const char *file);
 
 /* ------------------------------------------------------------------ */
+/* Photoshop files                                                      */
+/* ------------------------------------------------------------------ */
+
+/* No functions of their own; two of the calls above answer for them:
+ * - IMGLOW_get_tiff_tag(id, size, &value, file, buffer) on a Photoshop file
+ *   copies at most `size` bytes of the data of the first image resource
+ *   with that id (1005: resolution information) into `buffer` and returns
+ *   1; -31 when the file has no such resource, -12 when its header cannot
+ *   be read. `value` is not used; the _page_fd variant answers -7.
+ * - IMG_decompress_bitmap_page(file, -c) decodes channel c of the composite
+ *   image as an 8-bit grey image: byte c of each pixel as the image would
+ *   be held (RGB: 1 green, 2 red, 3 alpha); -3 for a channel the image does
+ *   not have and for one-channel images.
+ * docs/raster-formats.md describes the Photoshop reader and writer. */
+
+/* ------------------------------------------------------------------ */
 /* Plug-in modules                                                      */
 /* ------------------------------------------------------------------ */
 

@@ -75,7 +75,7 @@ TEST_F(Decode, RasterCallbackFailureEndsTheDecodeAtOnce) {
 TEST_F(Decode, UnknownFormatAndMissingFileLeaveNothingBehind) {
     const int32_t probe = make_handle(2, 2, 8);
     IMG_delete_bitmap(probe);
-    std::vector<uint8_t> junk(100, 0x01);
+    std::vector<uint8_t> junk(100, 0xEE);
     void* block = to_block(junk);
     EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_UNSUPPORTED);
     tesslin_block_free(block);
