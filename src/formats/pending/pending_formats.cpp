@@ -72,21 +72,6 @@ bool is_fxs(const Probe& p) {
     return p.bytes[0] == 11 && p.bytes[1] == '#' && p.bytes[3] == 0xC0 && p.bytes[4] == 6;
 }
 bool is_pcl(const Probe& p) { return p.bytes[0] == 27; }
-// Two data elements of the same group at the start; else "DICM" at 0 or 128.
-bool is_dcm(const Probe& p) {
-    uint8_t h[8];
-    if (p.read_at(0, h, 8)) {
-        const uint16_t group = load_le16(h);
-        const uint64_t next = 8 + uint64_t(load_le32(h + 4));
-        uint8_t h2[8];
-        if (group != 0 && next <= 0x7FFFFFFF && p.read_at(uint32_t(next), h2, 8) &&
-            load_le16(h2) == group)
-            return true;
-    }
-    uint8_t magic[4];
-    if (p.read_at(0, magic, 4) && load_be32(magic) == 0x4449434D) return true;
-    return p.read_at(128, magic, 4) && load_be32(magic) == 0x4449434D;
-}
 bool is_sct(const Probe& p) {
     uint8_t b[3];
     return p.read_at(80, b, 3) && b[0] == 'C' && b[1] == 'T' && b[2] == 0;
@@ -274,7 +259,6 @@ constexpr CodeRow kPclCodes[] = {
     {IMG_FORMAT_PCL_MODE2, "pcl-mode2", "PCL, compression mode 2 raster", "pcl", nullptr, 0,
      RowSupply::kPacked, false, false, true},
 };
-constexpr CodeRow kDcmCodes[] = {{IMG_FORMAT_DICOM, "dicom", "DICOM", "dcm"}};
 constexpr CodeRow kSctCodes[] = {
     {IMG_FORMAT_SCITEX, "scitex", "Scitex CT", "sct", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kCodCodes[] = {{IMG_FORMAT_COD, "cod", "COD", "cod"}};
@@ -374,9 +358,6 @@ extern const FormatDescriptor kJed = {
     .is_tiled = [](int32_t) -> int32_t { return 1; }, .codes = kJedCodes};
 extern const FormatDescriptor kFxs = {
     .tag = "fxs", .detect_switch = IMG_FORMAT_FXS, .signature = is_fxs, .codes = kFxsCodes};
-extern const FormatDescriptor kDcm = {
-    .tag = "dcm", .detect_switch = IMG_FORMAT_DICOM, .signature = is_dcm,
-    .tags_on_stream = true, .codes = kDcmCodes};
 extern const FormatDescriptor kSct = {
     .tag = "sct", .detect_switch = IMG_FORMAT_SCITEX, .signature = is_sct, .codes = kSctCodes};
 extern const FormatDescriptor kCod = {
