@@ -636,6 +636,21 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
                                              const char *file);
 
 /* ------------------------------------------------------------------ */
+/* DICOM elements                                                       */
+/* ------------------------------------------------------------------ */
+
+/* IMGLOW_get_tiff_tag, IMGLOW_get_tiff_tag_page and
+ * IMGLOW_get_tiff_tag_page_fd on a DICOM file (the page is ignored): tag =
+ * group * 65536 + element, looked for among the file meta elements and the
+ * top-level elements of the data set. With n the smaller of the element's
+ * length and `size`: n = 2 stores the 16-bit value (in the file's byte
+ * order) in *value and returns 0; otherwise at most size - 1 bytes of the
+ * value and a terminating zero are copied into `buffer` and 1 is returned.
+ * -31 when the element is absent, -3 for malformed meta information.
+ * Decoding a DICOM file keeps 16-bit samples as unsigned 16-bit values
+ * (12 bits stored with high bit 11 multiplied by 16): docs/dicom.md. */
+
+/* ------------------------------------------------------------------ */
 /* Plug-in modules                                                      */
 /* ------------------------------------------------------------------ */
 
