@@ -13,7 +13,6 @@
 namespace tesslin::formats {
 namespace {
 
-constexpr RowSupply kRuns = RowSupply::kRuns;
 constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
 
 // ---- Signature tests -------------------------------------------------------
@@ -31,11 +30,6 @@ bool is_ncr(const Probe& p) {
 bool is_iff(const Probe& p) { return p.starts_with("FORM"); }
 bool is_fpx(const Probe& p) { return p.bytes_are({0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1}); }
 bool is_pcx(const Probe& p) { return p.bytes[0] == 10 && p.bytes[2] == 1; }
-bool is_mca(const Probe& p) {
-    const uint8_t* b = p.bytes;
-    return (b[2] == 0xD3 && ((b[3] == 0xA6 && b[4] == 0xFB) || b[3] == 0xA8)) ||
-           (b[0] == 'Z' && b[3] == 0xD3 && (b[4] == 0xA8 || b[4] == 0xEE)) || b[0] == 'p';
-}
 bool is_jp2(const Probe& p) {
     return p.bytes_are({0, 0, 0, 0x0C, 'j', 'P'}) || p.bytes_are({0xFF, 0x4F});
 }
@@ -220,13 +214,6 @@ constexpr CodeRow kFpxCodes[] = {
     {IMG_FORMAT_OLE, "ole", "OLE compound document (FlashPix)", "fpx"}};
 constexpr CodeRow kPcxCodes[] = {
     {IMG_FORMAT_PCX, "pcx", "PCX", "pcx", nullptr, 0, RowSupply::kPacked, false, true}};
-constexpr CodeRow kMcaCodes[] = {
-    {IMG_FORMAT_MODCA, "modca", "MO:DCA", "mca", nullptr, 0, kRuns, true, true},
-    {IMG_FORMAT_MODCA_RI, "modca-ri", "MO:DCA with record introducers", "afp", nullptr, 1, kRuns,
-     true, true, true},
-};
-constexpr CodeRow kIcaCodes[] = {
-    {IMG_FORMAT_IOCA, "ioca", "IOCA", "ica", nullptr, 0, kRuns, false, true}};
 constexpr CodeRow kJp2Codes[] = {
     {IMG_FORMAT_JPEG2000, "jp2", "JPEG 2000", "jp2", modules::encode_jp2}};
 constexpr CodeRow kJbgCodes[] = {{IMG_FORMAT_JBIG, "jbig", "JBIG", "jbg"}};
@@ -319,12 +306,6 @@ extern const FormatDescriptor kIff = {
     .tag = "iff", .detect_switch = IMG_FORMAT_IFF, .signature = is_iff, .codes = kIffCodes};
 extern const FormatDescriptor kPcx = {
     .tag = "pcx", .detect_switch = IMG_FORMAT_PCX, .signature = is_pcx, .codes = kPcxCodes};
-// MO:DCA documents; their detection switch is the one of IOCA (24).
-extern const FormatDescriptor kMca = {
-    .tag = "mca", .detect_switch = IMG_FORMAT_IOCA, .signature = is_mca,
-    .orientation_per_page = true, .codes = kMcaCodes};
-// IOCA image content: no signature of its own (MO:DCA detection covers it).
-extern const FormatDescriptor kIca = {.tag = "ica", .codes = kIcaCodes};
 extern const FormatDescriptor kJbg = {
     .tag = "jbg", .detect_switch = IMG_FORMAT_JBIG, .signature = is_jbg,
     .known_in_memory = false, .codes = kJbgCodes};
