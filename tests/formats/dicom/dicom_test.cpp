@@ -177,6 +177,36 @@ TEST(Dicom, PackedTwelveBitsAndNestedSequences) {
     IMG_delete_bitmap(h);
 }
 
+// Implicit VR big-endian (no writer makes it): 16-bit samples, and 8-bit
+// samples in byte-swapped words.
+TEST(Dicom, ImplicitBigEndian) {
+    auto el = [](uint16_t group, uint16_t elem, const Bytes& value) {
+        Bytes out(8);
+        store_be16(&out[0], group);
+        store_be16(&out[2], elem);
+        store_be32(&out[4], uint32_t(value.size()));
+        return out + value;
+    };
+    auto be = [](uint16_t v) { return Bytes{uint8_t(v >> 8), uint8_t(v)}; };
+    for (uint16_t bits : {16, 8}) {
+        SCOPED_TRACE(bits);
+        const Bytes pixels = bits == 16 ? Bytes{0x01, 0x02, 0x03, 0x04, 0xFF, 0xFE} : Bytes{0x02, 0x01, 0x00, 0x03};
+        const Bytes file = meta("1.2.840.10008.1.3") + el(0x28, 4, text("MONOCHROME2 ")) +
+                           el(0x28, 0x10, be(1)) + el(0x28, 0x11, be(3)) + el(0x28, 0x100, be(bits)) +
+                           el(0x28, 0x101, be(bits)) + el(0x7FE0, 0x10, pixels);
+        const int32_t h = decode_mem(file);
+        ASSERT_GE(h, 0);
+        const Bytes row = get_row(h, 0);
+        if (bits == 16) {
+            EXPECT_EQ(load_le16(&row[0]), 0x0102);
+            EXPECT_EQ(load_le16(&row[4]), 0xFFFE);
+        } else {
+            EXPECT_EQ(Bytes(row.begin(), row.begin() + 3), (Bytes{1, 2, 3}));
+        }
+        IMG_delete_bitmap(h);
+    }
+}
+
 TEST(Dicom, DamagedFilesFailCleanly) {
     const Bytes image = attributes(2, 4, 8, 8);
     const Bytes pixels = element(0x7FE0, 0x10, "OB", Bytes(8, 9));
