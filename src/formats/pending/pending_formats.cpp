@@ -14,15 +14,10 @@ namespace tesslin::formats {
 namespace {
 
 constexpr RowSupply kRuns = RowSupply::kRuns;
-constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
 
 // ---- Signature tests -------------------------------------------------------
 
 bool is_gif(const Probe& p) { return p.starts_with("GIF"); }
-bool is_eps(const Probe& p) {
-    return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
-}
-bool is_pdf(const Probe& p) { return p.starts_with("%PDF"); }
 bool is_dcx(const Probe& p) { return p.bytes_are({0xB1, 0x68, 0xDE, 0x3A}); }
 bool is_wpg(const Probe& p) { return p.starts_with("WPC", 1); }
 bool is_ncr(const Probe& p) {
@@ -194,32 +189,11 @@ int32_t pcd_orientation(int32_t stream, int32_t) {
     return kDegrees[b & 3];
 }
 
-// A file's PDF page count: a module that fails counts as no pages.
-int32_t pdf_pages_or_none(int32_t stream) {
-    const int32_t n = modules::pdf_pages(stream);
-    return n < 0 ? 0 : n;
-}
-
 // ---- Format codes ------------------------------------------------------------
 
 constexpr CodeRow kGifCodes[] = {
     {IMG_FORMAT_GIF, "gif", "GIF", "gif", nullptr, 0, RowSupply::kPacked, false, true},
     {IMG_FORMAT_GIF_INTERLACED, "gif-interlaced", "GIF, interlaced", "gif"},
-};
-constexpr CodeRow kEpsCodes[] = {
-    {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
-     false, true},
-    {IMG_FORMAT_EPS_SEPARATION, "eps-separation", "EPS four-plate colour separation", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_RLE, "eps-level2-rle", "EPS level 2, run-length or JPEG data", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_G4, "eps-level2-g4", "EPS level 2, Group 4 or JPEG data", "eps",
-     nullptr, 0, kRunsWhenBilevel, false, false, true},
-    {IMG_FORMAT_PS_FILTERED, "ps-filtered", "PostScript, filtered data", "ps", nullptr, 0,
-     RowSupply::kPacked, false, false, true},
-};
-constexpr CodeRow kPdfCodes[] = {
-    {IMG_FORMAT_PDF, "pdf", "PDF", "pdf", nullptr, 0, kRunsWhenBilevel, true},
 };
 constexpr CodeRow kDcxCodes[] = {
     {IMG_FORMAT_DCX, "dcx", "DCX (multi-page PCX)", "dcx", nullptr, 0, RowSupply::kPacked, true,
@@ -302,10 +276,6 @@ constexpr CodeRow kWbmCodes[] = {{IMG_FORMAT_WBMP, "wbmp", "Wireless bitmap (WBM
 }  // namespace
 
 // Formats read through plug-in modules.
-extern const FormatDescriptor kPdf = {
-    .tag = "pdf", .detect_switch = IMG_FORMAT_PDF, .signature = is_pdf,
-    .decode = modules::decode_pdf, .decoded_by_module = true, .count_pages = pdf_pages_or_none,
-    .count_pages_mem = modules::pdf_pages, .codes = kPdfCodes};
 extern const FormatDescriptor kFpx = {
     .tag = "fpx", .detect_switch = IMG_FORMAT_OLE, .signature = is_fpx,
     .decode = modules::decode_doc, .decoded_by_module = true, .count_pages = modules::doc_pages,
@@ -323,8 +293,6 @@ extern const FormatDescriptor kPcl = {
 extern const FormatDescriptor kGif = {
     .tag = "gif", .detect_switch = IMG_FORMAT_GIF, .signature = is_gif, .refine = gif_code,
     .codes = kGifCodes};
-extern const FormatDescriptor kEps = {
-    .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
 extern const FormatDescriptor kDcx = {
     .tag = "dcx", .detect_switch = IMG_FORMAT_DCX, .signature = is_dcx, .codes = kDcxCodes};
 extern const FormatDescriptor kWpg = {
