@@ -49,21 +49,29 @@ int32_t image(int bits, int32_t w = 61, int32_t h = 23) {
     }
 }
 
-// ghostscript's rendering at 72 dpi: EPS files cropped to their bounding
-// box, other PostScript on a w x h page.
-Raster gs_render(const Bytes& file, bool eps, int32_t w, int32_t h) {
-    const std::string in = temp_path("gs_in.ps"), out = temp_path("gs_out.ppm");
-    write_file(in, file);
+// ghostscript's renderings at 72 dpi, one run for all files: EPS files
+// cropped to their bounding boxes, other PostScript on w x h pages.
+std::vector<Raster> gs_render(const std::vector<Bytes>& files, bool eps, int32_t w = 0,
+                              int32_t h = 0) {
+    std::string inputs;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const std::string in = temp_path("gs_in" + std::to_string(i) + ".ps");
+        write_file(in, files[i]);
+        inputs += " '" + in + "'";
+    }
+    const std::string out = temp_path("gs_out");
     const std::string page =
         eps ? "-dEPSCrop" : "-g" + std::to_string(w) + "x" + std::to_string(h) + " -dFIXEDMEDIA";
-    std::string log;
     run("gs -q -dSAFER -dBATCH -dNOPAUSE -r72 -sDEVICE=ppmraw " + page + " -sOutputFile='" + out +
-            "' '" + in + "'",
-        &log);
-    Raster r = read_netpbm(out);
-    fs::remove(in);
-    fs::remove(out);
-    return r;
+        "-%d.ppm'" + inputs);
+    std::vector<Raster> pages;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const std::string ppm = out + "-" + std::to_string(i + 1) + ".ppm";
+        pages.push_back(read_netpbm(ppm));
+        fs::remove(ppm);
+        fs::remove(temp_path("gs_in" + std::to_string(i) + ".ps"));
+    }
+    return pages;
 }
 
 uint32_t le32_at(const Bytes& b, size_t at) { return at + 4 <= b.size() ? load_le32(&b[at]) : 0; }
@@ -72,22 +80,37 @@ uint32_t le32_at(const Bytes& b, size_t at) { return at + 4 <= b.size() ? load_l
 // JPEG data closely.
 TEST(PostScript, GhostscriptRendersEveryVariant) {
     if (!have_tool("gs")) GTEST_SKIP() << "ghostscript missing";
-    const int codes[] = {IMG_FORMAT_EPS, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,
-                         IMG_FORMAT_PS_FILTERED};
-    for (int code : codes) {
+    struct Output {
+        int code, bits;
+        Raster want;
+        Bytes file;
+    };
+    std::vector<Output> outputs;
+    for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,
+                     IMG_FORMAT_PS_FILTERED})
         for (int bits : {1, 4, 8, 24}) {
             const int32_t handle = image(bits);
-            const Raster want = handle_raster(handle);
             int32_t n = 0;
-            const Bytes file = save_mem(handle, code, &n);
+            outputs.push_back({code, bits, handle_raster(handle), save_mem(handle, code, &n)});
             IMG_delete_bitmap(handle);
             ASSERT_GT(n, 0) << code << "/" << bits;
-            const Raster got = gs_render(file, code != IMG_FORMAT_PS_FILTERED, want.width, want.height);
-            const bool jpeg = bits != 1 && (code == IMG_FORMAT_EPS_LEVEL2_RLE || code == IMG_FORMAT_EPS_LEVEL2_G4);
-            if (jpeg)
-                EXPECT_GT(psnr(got, want), 28) << code << "/" << bits;
+        }
+    for (bool eps : {true, false}) {
+        std::vector<Bytes> files;
+        std::vector<const Output*> which;
+        for (const Output& o : outputs)
+            if ((o.code != IMG_FORMAT_PS_FILTERED) == eps) {
+                files.push_back(o.file);
+                which.push_back(&o);
+            }
+        const std::vector<Raster> pages = gs_render(files, eps, 61, 23);
+        for (size_t i = 0; i < pages.size(); ++i) {
+            const Output& o = *which[i];
+            // Level 2 EPS codes every image but a bilevel one as JPEG.
+            if (o.bits != 1 && o.code != IMG_FORMAT_EPS && o.code != IMG_FORMAT_PS_FILTERED)
+                EXPECT_GT(psnr(pages[i], o.want), 28) << o.code << "/" << o.bits;
             else
-                EXPECT_EQ(count_differences(got, want, 3), 0u) << code << "/" << bits;
+                EXPECT_EQ(count_differences(pages[i], o.want, 3), 0u) << o.code << "/" << o.bits;
         }
     }
 }
@@ -104,7 +127,7 @@ TEST(PostScript, CmykIsInk) {
         }));
         const Bytes file = save_mem(handle, code);
         IMG_delete_bitmap(handle);
-        const Raster r = gs_render(file, code != IMG_FORMAT_PS_FILTERED, 64, 16);
+        const Raster r = gs_render({file}, code != IMG_FORMAT_PS_FILTERED, 64, 16)[0];
         ASSERT_EQ(r.width, 64) << code;
         EXPECT_GT(r.at(8, 8)[0], 235) << code;
         EXPECT_LT(r.at(56, 8)[0], 60) << code;
@@ -130,14 +153,16 @@ TEST(PostScript, EpsWithTiffPreview) {
     EXPECT_EQ(load_le16(&file[28]), 0xFFFF);
     const std::string ps = text_of(Bytes(file.begin() + ps_at, file.end()));
     EXPECT_EQ(ps.rfind("%!PS-Adobe-2.0 EPSF-2.0\r\n%%BoundingBox: 0 0 612 792\r\n/picstr 319 string def", 0), 0u);
-    const std::regex row("\r\n[0-9A-F]{638}(?=\r\n)");
-    EXPECT_EQ(std::distance(std::sregex_iterator(ps.begin(), ps.end(), row), std::sregex_iterator()), 3300);
+    size_t rows = 0;
+    for (size_t at = 0, next; (next = ps.find("\r\n", at)) != std::string::npos; at = next + 2)
+        rows += next - at == 638 && ps.find_first_not_of("0123456789ABCDEF", at) == next;
+    EXPECT_EQ(rows, 3300u);
     EXPECT_NE(ps.find("\r\nshowpage\r\n%%EndDoc\r\n"), std::string::npos);
 
     if (have_pillow()) {
         const std::string tif = temp_path("preview.tif");
         write_file(tif, Bytes(file.begin() + tiff_at, file.begin() + tiff_at + tiff_len));
-        EXPECT_EQ(count_differences(pillow(tif, "RGB"), want, 3), 0u);
+        EXPECT_EQ(count_differences(pillow(tif, "L"), want, 1), 0u);
         if (have_tool("tiffinfo")) {
             EXPECT_TRUE(run("tiffinfo '" + tif + "'"));
         }
@@ -198,19 +223,23 @@ TEST(PostScript, Separation) {
         plates.emplace_back(std::stoul((*it)[2]), std::stoul((*it)[3]));
     ASSERT_EQ(plates.size(), 4u);
     const int sample_of[4] = {2, 1, 0, 3};  // cyan is byte 0, which the raster holds as blue
-    for (int p = 0; p < 4; ++p) {
-        const auto [at, length] = plates[size_t(p)];
+    std::vector<Bytes> parts;
+    for (const auto& [at, length] : plates) {
         EXPECT_EQ(length, plates[0].second);
         ASSERT_LE(size_t(at) + length, file.size());
-        const Bytes part(file.begin() + at, file.begin() + at + length);
-        EXPECT_EQ(text_of(part).rfind("%!PS-Adobe-2.0 EPSF-1.2\r\n", 0), 0u);
-        if (!have_tool("gs")) continue;
-        const Raster got = gs_render(part, false, w, h);
-        ASSERT_EQ(got.width, w);
-        size_t wrong = 0;
-        for (int32_t y = 0; y < h; ++y)
-            for (int32_t x = 0; x < w; ++x) wrong += got.at(x, y)[0] != want.at(x, y)[sample_of[p]];
-        EXPECT_EQ(wrong, 0u) << "plate " << p;
+        parts.emplace_back(file.begin() + at, file.begin() + at + length);
+        EXPECT_EQ(text_of(parts.back()).rfind("%!PS-Adobe-2.0 EPSF-1.2\r\n", 0), 0u);
+    }
+    if (have_tool("gs")) {
+        const std::vector<Raster> got = gs_render(parts, false, w, h);
+        for (int p = 0; p < 4; ++p) {
+            ASSERT_EQ(got[size_t(p)].width, w);
+            size_t wrong = 0;
+            for (int32_t y = 0; y < h; ++y)
+                for (int32_t x = 0; x < w; ++x)
+                    wrong += got[size_t(p)].at(x, y)[0] != want.at(x, y)[sample_of[p]];
+            EXPECT_EQ(wrong, 0u) << "plate " << p;
+        }
     }
     if (have_pillow()) {
         const std::string tif = temp_path("separation.tif");
