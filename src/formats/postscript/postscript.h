@@ -26,7 +26,9 @@ int32_t encode_eps(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK 
                    intptr_t user, int32_t variant);
 
 // IMG_FORMAT_EPS_SEPARATION: a main part and one plate EPS for each of
-// cyan, magenta, yellow and black, the TIFF preview behind them.
+// cyan, magenta, yellow and black, the TIFF preview behind them. Also
+// IMG_ERR_BAD_IMAGE for images whose plates would not fit the eight-digit
+// offsets of the plate lines.
 int32_t encode_separation(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
                           intptr_t user, int32_t variant);
 
