@@ -32,9 +32,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     // A memory stream's length is its position: stand at the input's end so
     // that the writer takes the input for an existing document.
-    tesslin::DibHeader header = tesslin::dib_header(40, 30, 1);
+    alignas(tesslin::DibHeader) uint8_t header_block[tesslin::kHeaderBlockSize] = {};
+    auto* header = reinterpret_cast<tesslin::DibHeader*>(header_block);
+    *header = tesslin::dib_header(40, 30, 1);
+    tesslin::dib_palette(header)[1] = tesslin::RgbQuad{255, 255, 255, 0};
     tesslin::stream::seek(stream, int32_t(size), 0);
-    const int32_t saved = tesslin::pdf::encode(stream, &header, white_rows, 0, 0);
+    const int32_t saved = tesslin::pdf::encode(stream, header, white_rows, 0, 0);
     fuzz::check(saved == opened || (opened == 0 && (saved == 0 || saved == IMG_ERR_WRITE)));
     const size_t kept = doc.exists ? doc.xref_at : 0;
     fuzz::check(saved != 0 || std::memcmp(file.data(), data, kept) == 0);
