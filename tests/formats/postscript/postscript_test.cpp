@@ -169,6 +169,17 @@ TEST(PostScript, EpsWithTiffPreview) {
         fs::remove(tif);
     }
 
+    // A fax page of 204 x 98 dpi keeps its proportions: 2 by 2 inches.
+    void* fax = make_dib(408, 196, 1);
+    reinterpret_cast<DibHeader*>(fax)->biXPelsPerMeter = 204;
+    reinterpret_cast<DibHeader*>(fax)->biYPelsPerMeter = 98;
+    const int32_t fax_handle = IMG_create_handle_keep(fax);
+    for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_LEVEL2_G4}) {
+        const std::string fax_text = text_of(save_mem(fax_handle, code));
+        EXPECT_NE(fax_text.find("%%BoundingBox: 0 0 144 144\r\n"), std::string::npos) << code;
+    }
+    IMG_delete_bitmap(fax_handle);
+
     // An 8-bit palette: 256 six-digit entries, sixteen a line.
     const int32_t pal = image(8);
     const std::string text = text_of(save_mem(pal, IMG_FORMAT_EPS));
