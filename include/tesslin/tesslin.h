@@ -271,7 +271,10 @@ TESSLIN_API int32_t IMGLOW_set_tiff_save_strips(int32_t flag);
 TESSLIN_API int32_t IMGLOW_set_tiff_indexing(int32_t count);
 /* TIFF orientation tag value for saving, 1..8 (larger values ignored). */
 TESSLIN_API int32_t IMGLOW_set_image_orientation(int32_t orientation);
-/* PDF page size in points (default 612 x 792). */
+/* PDF page size in points (default 612 x 792), read by every save with
+ * IMG_FORMAT_PDF: images smaller than the page both ways are centred one
+ * pixel a point, others fitted to the page (docs/pdf.md). Returns 0; a size
+ * below 1 makes those saves fail with IMG_ERR_BAD_IMAGE. */
 TESSLIN_API int32_t IMGLOW_set_pdf_output(int32_t width, int32_t height);
 /* Copyright notice (up to 199 characters) and date (up to 10) that writers
  * embed; NULL leaves one unchanged. Get copies both out with their zero

@@ -13,14 +13,8 @@
 namespace tesslin::formats {
 namespace {
 
-constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
-
 // ---- Signature tests -------------------------------------------------------
 
-bool is_eps(const Probe& p) {
-    return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
-}
-bool is_pdf(const Probe& p) { return p.starts_with("%PDF"); }
 bool is_wpg(const Probe& p) { return p.starts_with("WPC", 1); }
 bool is_ncr(const Probe& p) {
     return p.bytes[0] == p.bytes[1] && (p.bytes[0] == 'N' || p.bytes[0] == 'n');
@@ -103,29 +97,8 @@ int32_t pcd_orientation(int32_t stream, int32_t) {
     return kDegrees[b & 3];
 }
 
-// A file's PDF page count: a module that fails counts as no pages.
-int32_t pdf_pages_or_none(int32_t stream) {
-    const int32_t n = modules::pdf_pages(stream);
-    return n < 0 ? 0 : n;
-}
-
 // ---- Format codes ------------------------------------------------------------
 
-constexpr CodeRow kEpsCodes[] = {
-    {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
-     false, true},
-    {IMG_FORMAT_EPS_SEPARATION, "eps-separation", "EPS four-plate colour separation", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_RLE, "eps-level2-rle", "EPS level 2, run-length or JPEG data", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_G4, "eps-level2-g4", "EPS level 2, Group 4 or JPEG data", "eps",
-     nullptr, 0, kRunsWhenBilevel, false, false, true},
-    {IMG_FORMAT_PS_FILTERED, "ps-filtered", "PostScript, filtered data", "ps", nullptr, 0,
-     RowSupply::kPacked, false, false, true},
-};
-constexpr CodeRow kPdfCodes[] = {
-    {IMG_FORMAT_PDF, "pdf", "PDF", "pdf", nullptr, 0, kRunsWhenBilevel, true},
-};
 constexpr CodeRow kWpgCodes[] = {
     {IMG_FORMAT_WPG, "wpg", "WordPerfect graphics", "wpg", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -178,10 +151,6 @@ constexpr CodeRow kCutCodes[] = {{IMG_FORMAT_CUT, "cut", "Dr. Halo CUT", "cut"}}
 }  // namespace
 
 // Formats read through plug-in modules.
-extern const FormatDescriptor kPdf = {
-    .tag = "pdf", .detect_switch = IMG_FORMAT_PDF, .signature = is_pdf,
-    .decode = modules::decode_pdf, .decoded_by_module = true, .count_pages = pdf_pages_or_none,
-    .count_pages_mem = modules::pdf_pages, .codes = kPdfCodes};
 extern const FormatDescriptor kFpx = {
     .tag = "fpx", .detect_switch = IMG_FORMAT_OLE, .signature = is_fpx,
     .decode = modules::decode_doc, .decoded_by_module = true, .count_pages = modules::doc_pages,
@@ -196,8 +165,6 @@ extern const FormatDescriptor kPcl = {
     .count_pages_mem = modules::pcl_pages, .codes = kPclCodes};
 
 // Formats the library does not read yet.
-extern const FormatDescriptor kEps = {
-    .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
 extern const FormatDescriptor kWpg = {
     .tag = "wpg", .detect_switch = IMG_FORMAT_WPG, .signature = is_wpg, .codes = kWpgCodes};
 extern const FormatDescriptor kNcr = {
