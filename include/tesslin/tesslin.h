@@ -650,6 +650,47 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
 TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
 
 /* ------------------------------------------------------------------ */
+/* Colour reduction, dithering, promotion and conversion                */
+/* ------------------------------------------------------------------ */
+
+/* Every operation below works in place on the handle: it builds the whole
+ * new image beside the old one and installs it only when every row is
+ * done, so the handle stays valid and keeps its crop rectangle, and any
+ * failure leaves the old image as it was. Each returns IMG_ERR_HANDLE for a
+ * bad handle, IMG_ERR_MEMORY when memory runs out (or the new image would
+ * pass the library's size limit), and the negative status of the progress
+ * callback (IMG_set_statusbar), which is called once per stored row with
+ * (user, height, row, row bytes). Rows are worked on in storage order,
+ * bottom image row first: dither patterns and serpentine directions follow
+ * the stored row number s (image row height - 1 - s). Grey values of the
+ * bilevel reductions are (59 green + 30 red + 11 blue) / 100 of each
+ * pixel's colour (16-bit samples through the palette entry of their high
+ * byte; 32-bit CMYK through the conversion IMG_cmyk_to_rgb uses). */
+
+/* Promotion. Bilevel pages held as run records come out as plain rows.
+ *   IMG_promote_8: 1 bit -> 0 and 255 with a 256-level grey palette; 4 bits
+ *     -> the same indices and palette; 8 bits -> a copy; 16 bits -> the high
+ *     byte of each sample. IMG_ERR_UNSUPPORTED for 24 and 32 bits.
+ *   IMG_promote_24: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey (the palette is not used); 32 bits -> as IMG_cmyk_to_rgb.
+ *     IMG_ERR_UNSUPPORTED for 24 bits.
+ *   IMG_promote_32: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey; 24 bits -> the same colours; the fourth byte is 0 and
+ *     the header carries IMG_COMPRESSION_ALPHA. IMG_ERR_UNSUPPORTED for 32
+ *     bits. */
+TESSLIN_API int32_t IMG_promote_8(int32_t handle);
+TESSLIN_API int32_t IMG_promote_24(int32_t handle);
+TESSLIN_API int32_t IMG_promote_32(int32_t handle);
+
+/* 32-bit images to 24-bit blue, green, red. With IMG_COMPRESSION_ALPHA the
+ * fourth byte is dropped; otherwise the bytes are cyan, magenta, yellow,
+ * black: c = trunc(C 0.57), m = trunc(M 0.6), y = trunc(Y 0.5),
+ * k = 255 - trunc(K 0.4); blue = k - 1.2 y - 0.133 c - 0.592 m,
+ * green = k - 1.2 m - 0.39 c - 0.074 y, red = k - 1.2 c - 0.1 m - 0.223 y,
+ * each truncated and clamped to 0..255. IMG_ERR_DEPTH for other depths. */
+TESSLIN_API int32_t IMG_cmyk_to_rgb(int32_t handle);
+
+/* ------------------------------------------------------------------ */
 /* Display surfaces                                                     */
 /* ------------------------------------------------------------------ */
 
