@@ -32,15 +32,31 @@ int32_t install(process::NewImage& image, BitmapObject* obj) {
     return 0;
 }
 
-int32_t BilevelRows::encode_into(process::NewImage& image) {
-    RgbQuad* pal = image.palette();
+BilevelRows::BilevelRows(process::NewImage& image, bool packed)
+    : image_(image),
+      width_(uint32_t(image.width())),
+      row_bytes_(tesslin::row_bytes(width_, 1)),
+      record_(runs::max_record_bytes(width_) / 4) {
+    if (packed) rows_.assign(size_t(row_bytes_) * size_t(image.height()), 0);
+}
+
+int32_t BilevelRows::put_changes(const uint32_t* changes, uint32_t count) {
+    const uint32_t length = runs::record_from_changes(changes, count, width_, record_.data());
+    return image_.append_record(record_.data(), length);
+}
+
+int32_t BilevelRows::finish() {
+    RgbQuad* pal = image_.palette();
     pal[0] = RgbQuad{0, 0, 0, 0};
     pal[1] = RgbQuad{255, 255, 255, 0};
-    std::vector<uint32_t> record(runs::max_record_bytes(width_) / 4);
-    const int32_t height = image.height();
-    for (int32_t s = height - 1; s >= 0; --s) {
-        const uint32_t length = runs::encode(row(s), width_, record.data());
-        if (image.append_record(record.data(), length) != 0) return IMG_ERR_MEMORY;
+    if (rows_.empty()) {
+        // Records came bottom row first.
+        image_.reverse_records();
+        return 0;
+    }
+    for (int32_t s = image_.height() - 1; s >= 0; --s) {
+        const uint32_t length = runs::encode(row(s), width_, record_.data());
+        if (image_.append_record(record_.data(), length) != 0) return IMG_ERR_MEMORY;
     }
     return 0;
 }

@@ -42,22 +42,28 @@ inline uint8_t* stored_row(process::NewImage& image, int32_t s) {
     return image.row(image.height() - 1 - s);
 }
 
-// 1-bit rows of a bilevel result in storage order, then encoded top row
-// first as the run records of a new image with palette black, white.
+// The rows of a bilevel result, made in storage order (bottom row first),
+// kept top row first as the run records of a new image (created 1-bit,
+// run-encoded) with palette black, white. Rows come either packed, all
+// kept until finish(), or as change lists, encoded as they come.
 class BilevelRows {
 public:
-    BilevelRows(uint32_t width, int32_t height)
-        : width_(width), row_bytes_(tesslin::row_bytes(width, 1)), rows_(size_t(row_bytes_) * size_t(height)) {}
+    // `packed`: rows are written through row(); else through put_changes().
+    BilevelRows(process::NewImage& image, bool packed);
     uint32_t row_bytes() const { return row_bytes_; }
     // Stored row s, cleared.
     uint8_t* row(int32_t s) { return rows_.data() + size_t(s) * row_bytes_; }
-    // Fills `image` (created 1-bit, run-encoded) with every row. 0 or
-    // IMG_ERR_MEMORY.
-    int32_t encode_into(process::NewImage& image);
+    // The next stored row from the columns where its colour changes,
+    // ascending, starting from white. 0 or IMG_ERR_MEMORY.
+    int32_t put_changes(const uint32_t* changes, uint32_t count);
+    // Completes the image's run store and palette. 0 or IMG_ERR_MEMORY.
+    int32_t finish();
 
 private:
+    process::NewImage& image_;
     uint32_t width_, row_bytes_;
     std::vector<uint8_t> rows_;
+    std::vector<uint32_t> record_;
 };
 
 }  // namespace tesslin::colour

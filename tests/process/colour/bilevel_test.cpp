@@ -187,3 +187,41 @@ TEST(Bilevel, SaveToBilevelCodesDithersLikeTheDecodeDriver) {
         IMG_delete_bitmap(back);
     }
 }
+
+// Stucki diffusion as its definition reads it (three rows, serpentine by
+// stored row, shares truncated toward zero, nothing clamped) against the
+// operation, on noise of awkward sizes.
+TEST(Bilevel, DiffusionFollowsItsDefinitionOnNoise) {
+    for (auto [w, h] : {std::pair{1, 1}, {7, 2}, {9, 3}, {64, 5}, {333, 47}}) {
+        uint32_t seed = uint32_t(w * 31 + h);
+        std::vector<uint8_t> grey(size_t(w) * size_t(h));
+        for (uint8_t& g : grey) g = uint8_t((seed = seed * 1103515245u + 12345u) >> 16);
+        const int32_t handle = grey_handle(w, h, [&](int32_t x, int32_t y) { return grey[size_t(y * w + x)]; });
+        ASSERT_EQ(IMG_diffusion_mono(handle), 0);
+        const Raster r = bilevel(handle);
+        // Rows of width + 4 with two spare cells at each end; stored row s
+        // is image row h - 1 - s.
+        std::vector<std::vector<int>> rows(3, std::vector<int>(size_t(w) + 4, 0));
+        auto fetch = [&](std::vector<int>& row, int s) {
+            if (s < h)
+                for (int x = 0; x < w; ++x) row[size_t(x) + 2] = grey[size_t((h - 1 - s) * w + x)];
+        };
+        for (int k = 0; k < 3; ++k) fetch(rows[size_t(k)], k);
+        for (int s = 0; s < h; ++s) {
+            auto &a = rows[0], &b = rows[1], &c = rows[2];
+            const int dir = s % 2 ? -1 : 1;
+            for (int i = 0; i < w; ++i) {
+                const int x = (dir > 0 ? i : w - 1 - i) + 2;
+                const int v = a[size_t(x)], e = v > 127 ? v - 255 : v;
+                ASSERT_EQ(r.at(x - 2, h - 1 - s)[0], v > 127 ? 255 : 0) << w << "x" << h << " row " << s;
+                a[size_t(x + dir)] += 8 * e / 42, a[size_t(x + 2 * dir)] += 4 * e / 42;
+                const int wb[5] = {e / 21, 4 * e / 42, 8 * e / 42, 4 * e / 42, e / 21};
+                const int wc[5] = {e / 42, e / 21, 4 * e / 42, e / 21, e / 42};
+                for (int d = -2; d <= 2; ++d) b[size_t(x + d)] += wb[d + 2], c[size_t(x + d)] += wc[d + 2];
+            }
+            std::rotate(rows.begin(), rows.begin() + 1, rows.end());
+            fetch(rows[2], s + 3);
+        }
+        IMG_delete_bitmap(handle);
+    }
+}
