@@ -51,13 +51,42 @@ struct Path {
 
 class Octree {
 public:
+    // What the first four levels of the paths of a 4-bit colour cell lead
+    // to: a leaf, or the level-3 node to go on from; -1 for neither.
+    struct Cell {
+        int32_t node = -1, leaf = -1;
+    };
+
     explicit Octree(int32_t max) : max_(max) {
         nodes_.reserve(1600);
         root_ = make(-1);
     }
 
-    // Counts one colour into the tree.
+    // Counts one colour into the tree. The first four levels of a path
+    // depend on the colour's 4-bit cell only; what they lead to is kept per
+    // cell (a leaf, or the level-3 node to go on from) until a reduction at
+    // level 3 or above changes it, and a colour whose path is complete below
+    // is added without walking from the root.
     void insert(uint32_t b, uint32_t g, uint32_t r) {
+        const uint32_t cell_index = (b >> 4) << 8 | (g >> 4) << 4 | (r >> 4);
+        Cell& cell = insert_cells_[cell_index];
+        if (cell.leaf >= 0) return add(cell.leaf, b, g, r);
+        if (cell.node >= 0) {
+            int32_t node = cell.node;
+            for (int32_t l = 4; l < 8; ++l) {
+                const int32_t c = nodes_[size_t(node)].child[child_index(b, g, r, l)];
+                if (c < 0) break;
+                if (nodes_[size_t(c)].count != 0 || l == 7) return add(c, b, g, r);
+                node = c;
+            }
+        }
+        insert_walk(b, g, r);
+        remember_cell(cell, b, g, r);
+    }
+
+    // The general insertion: walk from the root, reduce while the tree is
+    // full, create the missing nodes.
+    void insert_walk(uint32_t b, uint32_t g, uint32_t r) {
         const Path path(b, g, r);
         Walk w = walk(path);
         while (w.found < 0 && leaves_ >= max_) {
@@ -82,6 +111,22 @@ public:
         }
     }
 
+    // Records what the first four levels of a cell's path lead to, when they
+    // lead to a leaf or to an existing level-3 node.
+    void remember_cell(Cell& cell, uint32_t b, uint32_t g, uint32_t r) {
+        int32_t node = root_;
+        for (int32_t l = 0; l < 4; ++l) {
+            const int32_t c = nodes_[size_t(node)].child[child_index(b, g, r, l)];
+            if (c < 0) return;
+            if (nodes_[size_t(c)].count != 0) {
+                cell.leaf = c;
+                return;
+            }
+            node = c;
+        }
+        cell.node = node;
+    }
+
     // Gives every leaf its palette index in depth-first order (each node
     // before its children, children in index order) and writes the mean
     // colours, up to `max` entries. Returns the number of entries.
@@ -101,25 +146,62 @@ public:
                 if (node.child[i] >= 0) stack.push_back(node.child[i]);
         }
         entries_ = n;
+        palette_ = palette;
         return n;
     }
 
     // Palette index of a colour: the first leaf on its path, or where the
     // path breaks the entry nearest in halved components (green, blue, red
-    // squared differences; lowest index among equals).
-    uint32_t map(uint32_t b, uint32_t g, uint32_t r, const RgbQuad* palette) const {
-        const Path path(b, g, r);
-        const Walk w = walk(path);
-        if (w.found >= 0) return nodes_[size_t(w.found)].index;
-        uint32_t best = 65535, index = 0;
-        for (int32_t i = 0; i < entries_; ++i) {
-            const int32_t dg = int32_t(g >> 1) - (palette[i].rgbGreen >> 1);
-            const int32_t db = int32_t(b >> 1) - (palette[i].rgbBlue >> 1);
-            const int32_t dr = int32_t(r >> 1) - (palette[i].rgbRed >> 1);
-            const uint32_t d = uint32_t(dg * dg + db * db + dr * dr);
-            if (d < best) best = d, index = uint32_t(i);
+    // squared differences; lowest index among equals). Call prepare_map()
+    // once the palette is made.
+    uint32_t map(uint32_t b, uint32_t g, uint32_t r) {
+        // The first four levels depend on the colour's 4-bit cell only.
+        const Cell& cell = cells_[(b >> 4) << 8 | (g >> 4) << 4 | (r >> 4)];
+        if (cell.leaf >= 0) return uint32_t(cell.leaf);
+        if (cell.node >= 0) {
+            int32_t node = cell.node;
+            for (int32_t l = 4; l < 8; ++l) {
+                const int32_t c = nodes_[size_t(node)].child[child_index(b, g, r, l)];
+                if (c < 0) break;
+                if (nodes_[size_t(c)].count != 0 || l == 7) return nodes_[size_t(c)].index;
+                node = c;
+            }
         }
-        return index;
+        // The search depends on the halved components only: kept per
+        // halved colour.
+        uint16_t& known = nearest_[(b >> 1) << 14 | (g >> 1) << 7 | (r >> 1)];
+        if (known == kUnknown) known = uint16_t(nearest(b, g, r));
+        return known;
+    }
+
+    void prepare_map() {
+        cells_.assign(4096, Cell{});
+        for (uint32_t i = 0; i < 4096; ++i) {
+            const uint32_t b = (i >> 8) << 4, g = ((i >> 4) & 15) << 4, r = (i & 15) << 4;
+            int32_t node = root_;
+            for (int32_t l = 0; l < 4; ++l) {
+                const int32_t c = nodes_[size_t(node)].child[child_index(b, g, r, l)];
+                if (c < 0) {
+                    node = -1;
+                    break;
+                }
+                if (nodes_[size_t(c)].count != 0) {
+                    cells_[i].leaf = int32_t(nodes_[size_t(c)].index);
+                    break;
+                }
+                node = c;
+            }
+            if (cells_[i].leaf < 0) cells_[i].node = node;
+        }
+        nearest_.assign(size_t(1) << 21, kUnknown);
+        std::fill(half_b_, half_b_ + 256, kFarAway);
+        std::fill(half_g_, half_g_ + 256, kFarAway);
+        std::fill(half_r_, half_r_ + 256, kFarAway);
+        for (int32_t i = 0; i < entries_; ++i) {
+            half_b_[size_t(i)] = palette_[i].rgbBlue >> 1;
+            half_g_[size_t(i)] = palette_[i].rgbGreen >> 1;
+            half_r_[size_t(i)] = palette_[i].rgbRed >> 1;
+        }
     }
 
 private:
@@ -127,6 +209,29 @@ private:
         int32_t found = -1;             // the leaf (or level-7 node) reached
         int32_t parent = -1, missing = -1;  // else where the path breaks
     };
+
+    static uint32_t child_index(uint32_t b, uint32_t g, uint32_t r, int32_t l) {
+        const int32_t bit = 7 - l;
+        return (((b >> bit) & 1) << 2) | (((g >> bit) & 1) << 1) | ((r >> bit) & 1);
+    }
+
+    // The entry with the smallest squared distance in halved components,
+    // the lowest index among equals (every distance is below the 65,535 the
+    // search starts from). The distances of all 256 slots are computed side
+    // by side; slots beyond the palette lie far away.
+    uint32_t nearest(uint32_t b, uint32_t g, uint32_t r) const {
+        const int32_t hb = int32_t(b >> 1), hg = int32_t(g >> 1), hr = int32_t(r >> 1);
+        int32_t d[256];
+        for (int32_t i = 0; i < 256; ++i) {
+            const int32_t dg = hg - half_g_[i], db = hb - half_b_[i], dr = hr - half_r_[i];
+            d[i] = dg * dg + db * db + dr * dr;
+        }
+        int32_t best = 65535;
+        for (int32_t i = 0; i < 256; ++i) best = std::min(best, d[i]);
+        uint32_t index = 0;
+        while (d[index] != best) ++index;
+        return index;
+    }
 
     Walk walk(const Path& path) const {
         int32_t node = root_;
@@ -193,6 +298,9 @@ private:
         }
         unlink(chosen);
         deepest_ = l;
+        // Folding a node of level 3 or above changes where the first four
+        // levels of some paths lead.
+        if (l <= 3) std::fill(insert_cells_.begin(), insert_cells_.end(), Cell{});
         Node& node = nodes_[size_t(chosen)];
         for (int32_t& c : node.child) {
             if (c < 0) continue;
@@ -213,28 +321,16 @@ private:
     int32_t heads_[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
     int32_t root_ = -1;
     int32_t leaves_ = 0, max_, deepest_ = 7, entries_ = 0;
-};
-
-// Last colours mapped, by a hash of the colour: the mapping of a colour
-// never changes once the palette is made.
-class MapCache {
-public:
-    MapCache() : keys_(kSize, 0xFFFFFFFF), values_(kSize, 0) {}
-    template <typename Map>
-    uint32_t get(uint32_t b, uint32_t g, uint32_t r, Map map) {
-        const uint32_t key = (r << 16) | (g << 8) | b;
-        const uint32_t slot = (key * 0x9E3779B1u) >> (32 - kBits);
-        if (keys_[slot] != key) {
-            keys_[slot] = key;
-            values_[slot] = uint8_t(map(b, g, r));
-        }
-        return values_[slot];
-    }
-
-private:
-    static constexpr uint32_t kBits = 16, kSize = 1u << kBits;
-    std::vector<uint32_t> keys_;
-    std::vector<uint8_t> values_;
+    const RgbQuad* palette_ = nullptr;
+    // Mapping: per 4-bit cell the palette index of a leaf reached within four
+    // levels, or the level-3 node to go on from (-1 when the path breaks
+    // before it).
+    static constexpr uint16_t kUnknown = 0xFFFF;
+    std::vector<Cell> cells_;
+    std::vector<Cell> insert_cells_ = std::vector<Cell>(4096);  // for insert(): leaf as node id
+    std::vector<uint16_t> nearest_;  // per halved colour, kUnknown until searched
+    static constexpr int32_t kFarAway = 1000;
+    int32_t half_b_[256] = {}, half_g_[256] = {}, half_r_[256] = {};  // palette, halved
 };
 
 inline int32_t clamp255(int32_t v) { return v < 0 ? 0 : v > 255 ? 255 : v; }
@@ -305,10 +401,8 @@ int32_t octree(int32_t handle, int32_t bits, const RgbQuad* caller, int32_t colo
     }
     const int32_t entries = tree.make_palette(palette, max);
 
-    MapCache cache;
-    auto index_of = [&](uint32_t b, uint32_t g, uint32_t r) {
-        return cache.get(b, g, r, [&](uint32_t bb, uint32_t gg, uint32_t rr) { return tree.map(bb, gg, rr, palette); });
-    };
+    tree.prepare_map();
+    auto index_of = [&](uint32_t b, uint32_t g, uint32_t r) { return tree.map(b, g, r); };
     const size_t pitch = (size_t(width) + 4) * 3;
     std::vector<int32_t> work(pitch * 2, 0);
     int32_t* cur = work.data() + 6;
@@ -323,7 +417,10 @@ int32_t octree(int32_t handle, int32_t bits, const RgbQuad* caller, int32_t colo
         else
             diffuse_row<1>(cur, next, width, palette, uint32_t(bits), out, index_of);
         std::swap(cur, next);
-        std::fill(next - 6, next + pitch - 6, 0);
+        // The spare pixels gather shares that are never read; cleared so
+        // that tall images cannot make them overflow.
+        std::fill(next - 6, next, 0);
+        std::fill(next + 3 * size_t(width), next + 3 * size_t(width) + 6, 0);
         if (s + 2 < height) fetch(src, s + 2, next);
         if (int32_t r = report_progress(total, s, rb); r < 0) return r;
     }
