@@ -677,6 +677,126 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
 TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
 
 /* ------------------------------------------------------------------ */
+/* Colour reduction, dithering, promotion and conversion                */
+/* ------------------------------------------------------------------ */
+
+/* Every operation below works in place on the handle: it builds the whole
+ * new image beside the old one and installs it only when every row is
+ * done, so the handle stays valid and keeps its crop rectangle, and any
+ * failure leaves the old image as it was. Each returns IMG_ERR_HANDLE for a
+ * bad handle, IMG_ERR_MEMORY when memory runs out (or the new image would
+ * pass the library's size limit), and the negative status of the progress
+ * callback (IMG_set_statusbar), which is called once per stored row with
+ * (user, height, row, row bytes). Rows are worked on in storage order,
+ * bottom image row first: dither patterns and serpentine directions follow
+ * the stored row number s (image row height - 1 - s). Grey values of the
+ * bilevel reductions are (59 green + 30 red + 11 blue) / 100 of each
+ * pixel's colour (16-bit samples through the palette entry of their high
+ * byte; 32-bit CMYK through the conversion IMG_cmyk_to_rgb uses). */
+
+/* Bilevel results, left as run records (IMG_runs_to_dib gives plain rows),
+ * palette black, white. Sources of 4, 8, 16, 24 and 32 bits;
+ * IMG_ERR_UNSUPPORTED for 1-bit images.
+ *   IMG_bayer_mono: white where the grey value exceeds the 8 x 8 Bayer
+ *     threshold (the Bayer order times 4, first value 4) of column x mod 8
+ *     and stored row s mod 8.
+ *   IMG_halftone_mono: the same with an 8 x 8 clustered-dot screen.
+ *   IMG_diffusion_mono: Stucki error diffusion over three rows, serpentine,
+ *     integer shares truncated toward zero, values never clamped.
+ *   IMG_thresh_mono: white where the grey value exceeds `threshold`; -1
+ *     maps every grey value through the image's cumulative histogram (0 to
+ *     255) and compares with 40. */
+TESSLIN_API int32_t IMG_bayer_mono(int32_t handle);
+TESSLIN_API int32_t IMG_halftone_mono(int32_t handle);
+TESSLIN_API int32_t IMG_diffusion_mono(int32_t handle);
+TESSLIN_API int32_t IMG_thresh_mono(int32_t handle, int32_t threshold);
+
+/* 16 colours with the "pcx" palette (index bit 0 red, 1 green, 2 blue at
+ * 128; bit 3 full intensity 255), 4 bits per pixel; IMG_ERR_UNSUPPORTED for
+ * 1-bit images.
+ *   IMG_bayer_color: ordered dither with the Bayer thresholds (sources of
+ *     4, 8, 16, 24, 32 bits).
+ *   IMG_diffusion_color: Burkes error diffusion, left to right on every
+ *     row (4, 8, 16, 24, 32 bits). */
+TESSLIN_API int32_t IMG_bayer_color(int32_t handle);
+TESSLIN_API int32_t IMG_diffusion_color(int32_t handle);
+
+/* 8 bits with the "332" palette (the 3-3-2 colour cube, or the fixed
+ * 256-colour table when IMGLOW_set_dithermode is 2; read at the call), by
+ * error diffusion; no palette is computed from the image. Sources of 4, 8,
+ * 16, 24 and 32 bits; IMG_ERR_DEPTH for 1-bit images. */
+TESSLIN_API int32_t IMG_mediancut_color(int32_t handle);
+
+/* 8 bits with a palette of the 255 most frequent 4-bit-per-channel colour
+ * cells (entry 0 black), pixels mapped to the nearest entry without
+ * diffusion. Sources of 24 and 32 bits; IMG_ERR_UNSUPPORTED below. */
+TESSLIN_API int32_t IMG_popularity_color(int32_t handle);
+
+/* Octree quantisation to `bits` (4 or 8) bits per pixel with at most
+ * `colors` palette entries (clamped to 8..256, and to 16 for 4 bits), then
+ * Floyd-Steinberg error diffusion, serpentine. With `palette` (an array of
+ * `colors` IMG_RGBQUAD entries) the tree is built from those colours
+ * instead of the image's. Returns the number of palette entries produced;
+ * IMG_ERR_DEPTH for 1-, 4- and 16-bit sources and for `bits` other than 4
+ * and 8. Sources of 8, 24 and 32 bits. The progress callback sees twice the
+ * height as its total: once per row while the image's colours are counted,
+ * once per row while they are mapped. */
+TESSLIN_API int32_t IMG_octree_color(int32_t handle, int32_t bits, const IMG_RGBQUAD *palette,
+                                     int32_t colors);
+
+/* Promotion. Bilevel pages held as run records come out as plain rows.
+ *   IMG_promote_8: 1 bit -> 0 and 255 with a 256-level grey palette; 4 bits
+ *     -> the same indices and palette; 8 bits -> a copy; 16 bits -> the high
+ *     byte of each sample. IMG_ERR_UNSUPPORTED for 24 and 32 bits.
+ *   IMG_promote_24: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey (the palette is not used); 32 bits -> as IMG_cmyk_to_rgb.
+ *     IMG_ERR_UNSUPPORTED for 24 bits.
+ *   IMG_promote_32: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey; 24 bits -> the same colours; the fourth byte is 0 and
+ *     the header carries IMG_COMPRESSION_ALPHA. IMG_ERR_UNSUPPORTED for 32
+ *     bits. */
+TESSLIN_API int32_t IMG_promote_8(int32_t handle);
+TESSLIN_API int32_t IMG_promote_24(int32_t handle);
+TESSLIN_API int32_t IMG_promote_32(int32_t handle);
+
+/* 32-bit images to 24-bit blue, green, red. With IMG_COMPRESSION_ALPHA the
+ * fourth byte is dropped; otherwise the bytes are cyan, magenta, yellow,
+ * black: c = trunc(C 0.57), m = trunc(M 0.6), y = trunc(Y 0.5),
+ * k = 255 - trunc(K 0.4); blue = k - 1.2 y - 0.133 c - 0.592 m,
+ * green = k - 1.2 m - 0.39 c - 0.074 y, red = k - 1.2 c - 0.1 m - 0.223 y,
+ * each truncated and clamped to 0..255. IMG_ERR_DEPTH for other depths. */
+TESSLIN_API int32_t IMG_cmyk_to_rgb(int32_t handle);
+
+/* 24-bit colour to 32-bit cyan, magenta, yellow, black (compression 0):
+ * c = 255 - red, m = 255 - green, y = 255 - blue, k = trunc(max(c, m, y)
+ * 0.3), inks clamp(trunc((c - k) 1.35)) ... and k. Not the inverse of
+ * IMG_cmyk_to_rgb. 4-, 8- and 16-bit sources are taken through their
+ * palette; IMG_ERR_DEPTH for 1 and 32 bits. */
+TESSLIN_API int32_t IMG_rgb_to_cmyk(int32_t handle);
+
+/* 8-bit grey with a 256-level grey palette: (75 green + 14 blue + 38 red)
+ * >> 7 of each pixel's colour, less 40 (not below 0) for 8- and 16-bit
+ * palette sources. Sources of 4, 8, 16, 24, 32 bits; IMG_ERR_UNSUPPORTED for
+ * 1 bit. */
+TESSLIN_API int32_t IMG_color_gray(int32_t handle);
+
+/* A new 8-bit grey bitmap of byte `plane` of every pixel of a 24-bit (0
+ * blue, 1 green, 2 red) or 32-bit image (0..3: cyan, magenta, yellow, black,
+ * or blue, green, red and alpha). Returns the new handle (made as
+ * IMG_create_handle makes one, so the decode settings apply);
+ * IMG_ERR_DEPTH for other depths and planes outside the pixel. The source
+ * is not changed. */
+TESSLIN_API int32_t IMG_color_separate(int32_t handle, int32_t plane);
+
+/* A new bitmap from 8-bit planes of equal size: with `planes` 3, 24-bit
+ * blue a, green b, red c; with 4, 32-bit cyan a, magenta b, yellow c, black
+ * d (compression 0). Returns the new handle (made as IMG_create_handle makes
+ * one); IMG_ERR_HANDLE for a bad handle among those used, IMG_ERR_DEPTH for
+ * a plane that is not 8 bits, planes of different sizes, or a plane count
+ * other than 3 and 4. The sources are not changed. */
+TESSLIN_API int32_t IMG_color_combine(int32_t a, int32_t b, int32_t c, int32_t d, int32_t planes);
+
+/* ------------------------------------------------------------------ */
 /* Display surfaces                                                     */
 /* ------------------------------------------------------------------ */
 
