@@ -17,6 +17,10 @@ namespace cli {
     ROW(convert, "INPUT OUTPUT [options]", "decode pages and save them in another format")       \
     ROW(formats, "", "every format code and what the library does with it")                      \
     ROW(tags, "FILE [--page N]", "the TIFF tags of a page")                                      \
+    ROW(rotate, "INPUT OUTPUT --angle DEG", "turn pages by an angle in degrees")                 \
+    ROW(flip, "INPUT OUTPUT -x|-y", "mirror pages left-right or top-bottom")                     \
+    ROW(invert, "INPUT OUTPUT", "complement every pixel value")                                  \
+    ROW(resize, "INPUT OUTPUT --width W --height H", "scale pages (nearest, interp, area, grey)") \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \
