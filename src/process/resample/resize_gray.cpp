@@ -15,9 +15,9 @@
 // the counts of max(3, m) columns centred on column (i * xstep) >> 12 (xstep
 // in 20.12 fixed point; the edge columns repeat past the area's edges) and
 // becomes 255 - sum * 255 / N, 0 from a sum of N - 1 on: white stays 255,
-// solid black gives 0. Run records are walked
-// directly (black runs add to a difference array, one prefix sum per new
-// row); plain rows are turned into change lists first. The result is a
+// solid black gives 0. Run records are walked directly (each black run
+// adds its overlap to the boxes it meets, so white stretches cost nothing);
+// plain rows are turned into change lists first. The result is a
 // plain 8-bit image with the grey ramp as palette, passed through the
 // bitmap's tone table (gamma, brightness, contrast).
 #include <algorithm>
@@ -79,16 +79,30 @@ int32_t to_grey(BitmapObject* obj, int32_t nw, int32_t nh) {
 
     const uint64_t ystep = uint64_t(double(ch) / nh * 65536.0);
     const uint64_t xstep = uint64_t(double(cw) / nw * 4096.0);
-    std::vector<int32_t> diff(size_t(cw) + 1);
-    std::vector<uint32_t> prefix(size_t(cw) + 1);
+    // The columns [lo, hi) of each new pixel's box, in the area's columns;
+    // they may reach past its edges, where the edge columns repeat.
+    std::vector<int64_t> lo(static_cast<size_t>(nw)), hi(static_cast<size_t>(nw));
+    for (uint32_t i = 0; i < uint32_t(nw); ++i) {
+        lo[i] = int64_t((uint64_t(i) * xstep) >> 12) - box / 2;
+        hi[i] = lo[i] + box;
+    }
+    // first_box[x]: the first box that ends after column x (both bounds
+    // grow with i, so the boxes a run meets follow it in order).
+    std::vector<uint32_t> first_box(size_t(cw) + 1);
+    for (uint32_t x = 0, i = 0; x <= cw; ++x) {
+        while (i < uint32_t(nw) && hi[i] <= int64_t(x)) ++i;
+        first_box[x] = i;
+    }
+    std::vector<uint32_t> count(static_cast<size_t>(nw));
     std::vector<uint32_t> changes(size_t(w) + 2);
     const uint32_t rb = img.row_bytes();
-    const uint32_t x_end = uint32_t(a.x) + cw;
+    const uint32_t x0 = uint32_t(a.x), x_end = x0 + cw;
+    constexpr int64_t kFar = int64_t(1) << 40;
 
     for (int32_t t = 0; t < nh; ++t) {
         if (int32_t p = report_progress(nh, t, rb); p < 0) return p;
         const int64_t base = a.y + int64_t((uint64_t(t) * ystep) >> 16);
-        std::fill(diff.begin(), diff.end(), 0);
+        std::fill(count.begin(), count.end(), 0);
         for (uint32_t k = 0; k < n; ++k) {
             const int64_t y = std::clamp<int64_t>(base - n / 2 + k, 0, h - 1);
             const uint32_t* p = nullptr;
@@ -98,36 +112,20 @@ int32_t to_grey(BitmapObject* obj, int32_t nw, int32_t nh) {
                 runs::changes_from_packed(obj->plain_row(int32_t(y)), uint32_t(w), changes.data());
                 p = changes.data();
             }
-            // Black runs [p[j], p[j + 1]) within the crop's columns.
+            // Each black run [p[j], p[j + 1]) adds its overlap with every box
+            // it meets; a run that covers an edge column of the area also
+            // covers the repeats of that column past the edge.
             for (uint32_t j = 0; j <= uint32_t(w) && p[j] < x_end; j += 2) {
-                const uint32_t from = std::max(p[j], uint32_t(a.x));
-                const uint32_t to = std::min(p[j + 1], x_end);
-                if (from < to) {
-                    ++diff[from - uint32_t(a.x)];
-                    --diff[to - uint32_t(a.x)];
-                }
+                if (p[j + 1] <= x0) continue;
+                const int64_t from = p[j] <= x0 ? -kFar : int64_t(p[j] - x0);
+                const int64_t to = p[j + 1] >= x_end ? kFar : int64_t(p[j + 1] - x0);
+                for (uint32_t i = first_box[from < 0 ? 0 : from]; i < uint32_t(nw) && lo[i] < to; ++i)
+                    count[i] += uint32_t(std::min(to, hi[i]) - std::max(from, lo[i]));
                 if (p[j + 1] >= x_end) break;
             }
         }
-        // prefix[x] = black counts of columns 0 .. x - 1 of the area.
-        int32_t count = 0;
-        prefix[0] = 0;
-        for (uint32_t x = 0; x < cw; ++x) {
-            count += diff[x];
-            prefix[x + 1] = prefix[x] + uint32_t(count);
-        }
         uint8_t* out = img.row(t);
-        for (uint32_t i = 0; i < uint32_t(nw); ++i) {
-            // Columns past either edge of the area repeat the edge column.
-            const int64_t centre = int64_t((uint64_t(i) * xstep) >> 12);
-            const int64_t from = centre - box / 2, to = from + box;
-            const int64_t first = std::clamp<int64_t>(from, 0, cw);
-            const int64_t last = std::clamp<int64_t>(to, 0, cw);
-            uint32_t sum = prefix[size_t(last)] - prefix[size_t(first)];
-            if (from < 0) sum += uint32_t(-from) * prefix[1];
-            if (to > int64_t(cw)) sum += uint32_t(to - cw) * (prefix[cw] - prefix[cw - 1]);
-            out[i] = level[std::min<size_t>(sum, level.size() - 1)];
-        }
+        for (uint32_t i = 0; i < uint32_t(nw); ++i) out[i] = level[std::min<size_t>(count[i], level.size() - 1)];
         std::memset(out + nw, 0, rb - uint32_t(nw));
     }
     return finish(img, obj);
