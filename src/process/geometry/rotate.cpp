@@ -13,6 +13,9 @@
 // too large to hold); a negative status of the progress callback (once per
 // destination row), which leaves the image as it was.
 #include <algorithm>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstring>
 #include <vector>
 
@@ -48,26 +51,96 @@ inline uint64_t transpose8(uint64_t x) {
     return x;
 }
 
+// Eight source rows (i0 ..) by up to eight source bytes (bx0 .. end), one
+// 8 x 8 bit transpose per byte; rows past the image count as 0 bits.
+inline void transpose_bits_8x8s(const uint8_t* const* src, uint32_t i0, uint32_t bx0, uint32_t end,
+                                uint32_t sw, uint32_t sh, uint8_t* const* dst) {
+    const uint32_t take = std::min(8u, end - bx0);
+    uint8_t block[8][8] = {};
+    const uint32_t rows = std::min(8u, sh - i0);
+    for (uint32_t m = 0; m < rows; ++m) std::memcpy(block[m], src[i0 + m] + bx0, take);
+    for (uint32_t k = 0; k < take; ++k) {
+        uint64_t x = 0;
+        for (uint32_t m = 0; m < 8; ++m) x |= uint64_t(block[m][k]) << (56 - 8 * m);
+        x = transpose8(x);
+        const uint32_t j0 = (bx0 + k) * 8;
+        const uint32_t n = std::min(8u, sw - j0);
+        for (uint32_t q = 0; q < n; ++q) dst[j0 + q][i0 >> 3] = uint8_t(x >> (56 - 8 * q));
+    }
+}
+
+#if defined(__SSE2__)
+// Sixteen source rows (i0 ..) by eight source bytes (bx0 ..) at once: the
+// bytes are transposed in registers so that each vector holds one byte
+// column of the sixteen rows, and each of its eight pixel columns is then
+// one movemask: a 16-bit piece of a destination row. The rows go in, eight
+// at a time, last first, so that the first row lands in the most
+// significant bit of each destination byte.
+inline void transpose_bits_16x64(const uint8_t* const* src, uint32_t i0, uint32_t bx0, uint32_t sw,
+                                 uint8_t* const* dst) {
+    __m128i r[16];
+    for (int l = 0; l < 16; ++l) {
+        const uint32_t row = i0 + uint32_t(l < 8 ? 7 - l : 23 - l);
+        r[l] = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src[row] + bx0));
+    }
+    __m128i a[8], b[8];
+    for (int l = 0; l < 8; ++l) a[l] = _mm_unpacklo_epi8(r[2 * l], r[2 * l + 1]);
+    for (int l = 0; l < 4; ++l) {
+        b[2 * l] = _mm_unpacklo_epi16(a[2 * l], a[2 * l + 1]);
+        b[2 * l + 1] = _mm_unpackhi_epi16(a[2 * l], a[2 * l + 1]);
+    }
+    // b[2g + h]: rows 4g .. 4g + 3, bytes 4h .. 4h + 3 (each row's 4 bytes
+    // spread over 4 groups of 4 lanes).
+    for (int h = 0; h < 2; ++h) {
+        a[4 * h + 0] = _mm_unpacklo_epi32(b[h], b[2 + h]);
+        a[4 * h + 1] = _mm_unpackhi_epi32(b[h], b[2 + h]);
+        a[4 * h + 2] = _mm_unpacklo_epi32(b[4 + h], b[6 + h]);
+        a[4 * h + 3] = _mm_unpackhi_epi32(b[4 + h], b[6 + h]);
+    }
+    __m128i col[8];
+    for (int h = 0; h < 2; ++h) {
+        col[4 * h + 0] = _mm_unpacklo_epi64(a[4 * h + 0], a[4 * h + 2]);
+        col[4 * h + 1] = _mm_unpackhi_epi64(a[4 * h + 0], a[4 * h + 2]);
+        col[4 * h + 2] = _mm_unpacklo_epi64(a[4 * h + 1], a[4 * h + 3]);
+        col[4 * h + 3] = _mm_unpackhi_epi64(a[4 * h + 1], a[4 * h + 3]);
+    }
+    const uint32_t at = i0 >> 3;
+    for (uint32_t k = 0; k < 8; ++k) {
+        __m128i v = col[k];
+        const uint32_t j0 = (bx0 + k) * 8;
+        const uint32_t n = std::min(8u, sw - j0);
+        for (uint32_t q = 0; q < n; ++q) {
+            // Two destination bytes, the first row's byte first.
+            const uint16_t bits = uint16_t(_mm_movemask_epi8(v));
+            std::memcpy(dst[j0 + q] + at, &bits, 2);
+            v = _mm_add_epi8(v, v);
+        }
+    }
+}
+#endif
+
 template <typename Done>
 int32_t transpose_bits(const uint8_t* const* src, uint32_t sw, uint32_t sh, uint8_t* const* dst,
                        Done&& done) {
     const uint32_t used = (sw + 7) / 8;  // source bytes holding pixels
-    for (uint32_t bx0 = 0; bx0 < used; bx0 += 8) {
-        const uint32_t take = std::min(8u, used - bx0);
-        for (uint32_t i0 = 0; i0 < sh; i0 += 8) {
-            uint8_t block[8][8] = {};
-            const uint32_t rows = std::min(8u, sh - i0);
-            for (uint32_t m = 0; m < rows; ++m) std::memcpy(block[m], src[i0 + m] + bx0, take);
-            for (uint32_t k = 0; k < take; ++k) {
-                uint64_t x = 0;
-                for (uint32_t m = 0; m < 8; ++m) x |= uint64_t(block[m][k]) << (56 - 8 * m);
-                x = transpose8(x);
-                const uint32_t j0 = (bx0 + k) * 8;
-                const uint32_t n = std::min(8u, sw - j0);
-                for (uint32_t q = 0; q < n; ++q) dst[j0 + q][i0 >> 3] = uint8_t(x >> (56 - 8 * q));
-            }
-        }
-        if (int32_t s = done(bx0 * 8, std::min(sw, (bx0 + 8) * 8)); s < 0) return s;
+    // Chunks of 32 source bytes (256 destination rows): each pass over the
+    // source rows reads half a cache line of each and fills its destination
+    // rows from start to end.
+    constexpr uint32_t kChunk = 32;
+    for (uint32_t cb = 0; cb < used; cb += kChunk) {
+        const uint32_t ce = std::min(used, cb + kChunk);
+        uint32_t i0 = 0;
+#if defined(__SSE2__)
+        const uint32_t whole = cb + (ce - cb) / 8 * 8;  // end of the full 8-byte groups
+        for (; i0 + 16 <= sh; i0 += 16)
+            for (uint32_t bx0 = cb; bx0 < whole; bx0 += 8) transpose_bits_16x64(src, i0, bx0, sw, dst);
+        // The rest of the chunk's bytes for those rows, eight rows at a time.
+        for (uint32_t r0 = 0; r0 < i0; r0 += 8)
+            for (uint32_t bx0 = whole; bx0 < ce; bx0 += 8) transpose_bits_8x8s(src, r0, bx0, ce, sw, sh, dst);
+#endif
+        for (; i0 < sh; i0 += 8)
+            for (uint32_t bx0 = cb; bx0 < ce; bx0 += 8) transpose_bits_8x8s(src, i0, bx0, ce, sw, sh, dst);
+        if (int32_t s = done(cb * 8, std::min(sw, ce * 8)); s < 0) return s;
     }
     return 0;
 }
@@ -114,28 +187,63 @@ int32_t transpose_bytes(const uint8_t* const* src, uint32_t sw, uint32_t sh, uin
 
 // Run-encoded: the black runs of each source row are painted down one
 // column of a packed work area (white everywhere else), whose rows are then
-// encoded as the new image's records.
+// encoded as the new image's records. The painting goes in bands of work
+// rows small enough to stay in the first-level cache while every source
+// row paints its column into them; each source row keeps its place in its
+// change list from band to band.
 int32_t quarter_runs(BitmapObject* obj, bool clockwise, process::NewImage& img) {
     const uint32_t w = uint32_t(obj->width), h = uint32_t(obj->height);
     const uint32_t rb = row_bytes(h, 1);
     std::vector<uint8_t> work(size_t(rb) * w, 0xFF);
+    // The rows with black pixels: their change lists, destination columns
+    // and places in their lists.
+    struct Source {
+        const uint32_t* p;
+        uint32_t column, k;
+    };
+    std::vector<Source> rows;
     for (uint32_t s = 0; s < h; ++s) {
-        const uint32_t c = clockwise ? h - 1 - s : s;
-        const uint8_t clear = uint8_t(~(0x80u >> (c & 7)));
-        uint8_t* column = work.data() + (c >> 3);
         const uint32_t* p = obj->run_record(int32_t(s)) + 1;
-        for (uint32_t k = 0; k <= w && p[k] < w; k += 2) {
-            const uint32_t a = p[k], b = std::min(p[k + 1], w);
-            for (uint32_t x = a; x < b; ++x) {
-                const uint32_t row = clockwise ? x : w - 1 - x;
-                column[size_t(row) * rb] &= clear;
+        if (p[0] < w) rows.push_back({p, clockwise ? h - 1 - s : s, 0});
+    }
+    // Source columns with any black pixel: the other new rows are white.
+    std::vector<uint8_t> inked(w, 0);
+    for (const Source& r : rows)
+        for (uint32_t k = 0; k <= w && r.p[k] < w; k += 2) {
+            const uint32_t end = std::min(r.p[k + 1], w);
+            if (end > r.p[k]) std::memset(inked.data() + r.p[k], 1, end - r.p[k]);
+        }
+    constexpr uint32_t kBand = 256;
+    for (uint32_t xb = 0; xb < w; xb += kBand) {
+        const uint32_t xe = std::min(w, xb + kBand);
+        for (Source& r : rows) {
+            const uint8_t clear = uint8_t(~(0x80u >> (r.column & 7)));
+            uint8_t* column = work.data() + (r.column >> 3);
+            const uint32_t* p = r.p;
+            uint32_t k = r.k;
+            while (k <= w && p[k] < xe) {
+                const uint32_t a = std::max(p[k], xb), b = std::min(p[k + 1], xe);
+                if (clockwise) {
+                    for (uint32_t x = a; x < b; ++x) column[size_t(x) * rb] &= clear;
+                } else {
+                    for (uint32_t x = a; x < b; ++x) column[size_t(w - 1 - x) * rb] &= clear;
+                }
+                if (p[k + 1] > xe) break;  // the run goes on in the next band
+                k += 2;
             }
-            if (b >= w) break;
+            r.k = k;
         }
     }
     std::vector<uint32_t> record(runs::max_record_bytes(h) / 4);
+    uint32_t white[8];
+    const uint32_t white_length = runs::record_from_changes(&h, 1, h, white);
     for (uint32_t j = 0; j < w; ++j) {
         if (int32_t p = report_progress(int32_t(w), int32_t(j), rb); p < 0) return p;
+        const uint32_t x = clockwise ? j : w - 1 - j;
+        if (!inked[x]) {
+            if (img.append_record(white, white_length) != 0) return IMG_ERR_MEMORY;
+            continue;
+        }
         const uint32_t length = runs::encode(work.data() + size_t(j) * rb, h, record.data());
         if (img.append_record(record.data(), length) != 0) return IMG_ERR_MEMORY;
     }

@@ -36,12 +36,16 @@ TEST(Geometry, TurnsFlipsAndInversionMatchNumpyOnEveryDepth) {
     if (!have_numpy()) GTEST_SKIP() << "numpy and Pillow for /usr/bin/python3";
     NumpyChecks checks;
     for (int bits : kDepths) {
-        for (const Op& op : kOps) {
-            const int32_t h = noise_handle(37, 23, bits);
-            const PixelArray before = pixels_of(h);
-            ASSERT_EQ(op.apply(h), 0) << op.name << " " << bits;
-            checks.add(op.name, before, pixels_of(h));
-            IMG_delete_bitmap(h);
+        // Odd sizes, the second large enough for the 16-row blocks of the
+        // bilevel transpose.
+        for (auto [w, ht] : {std::pair{37, 23}, {331, 41}}) {
+            for (const Op& op : kOps) {
+                const int32_t h = noise_handle(w, ht, bits);
+                const PixelArray before = pixels_of(h);
+                ASSERT_EQ(op.apply(h), 0) << op.name << " " << bits;
+                checks.add(op.name, before, pixels_of(h));
+                IMG_delete_bitmap(h);
+            }
         }
         const int32_t h = noise_handle(37, 23, bits);
         const PixelArray before = pixels_of(h);
