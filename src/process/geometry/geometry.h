@@ -7,6 +7,7 @@
 //   invert_record   a run record, black and white exchanged
 //   open_image      the handle's object, validated
 //   row_pointers    every row of an image (0 = top), plain or expanded
+//   rotate_any      the turn by an angle that is not a quarter turn
 #pragma once
 
 #include <cstdint>
@@ -61,10 +62,6 @@ inline void set_crop(BitmapObject* obj, const Crop& c) {
     obj->crop_width = c.width;
     obj->crop_height = c.height;
 }
-
-}  // namespace tesslin::geometry
-
-namespace tesslin::geometry {
 
 // Turns the image by `angle` hundredths of a degree clockwise, for angles
 // that are not multiples of 9000 (rotate_any.cpp). The image grows to hold
