@@ -21,8 +21,11 @@
 // destination row in 32.32 fixed point, each row's start computed afresh,
 // and the part of the row whose samples fall inside the source is found by
 // exact integer division beforehand, so the inner loops copy without tests.
+// Packed images are sampled in strips of 256 new columns, so that the
+// source lines a strip reads stay in the cache from row to row.
 // Pixels outside get the background: white for bilevel images, 0 for the
 // other depths. The crop rectangle becomes the whole new image.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numbers>
@@ -137,39 +140,53 @@ int32_t rotate_any(BitmapObject* obj, int32_t angle) {
     const double dx0 = 0.5 - nw / 2.0;
     const int64_t width_fx = int64_t(w) << kFrac, height_fx = int64_t(h) << kFrac;
 
-    for (int64_t y = 0; y < nh; ++y) {
-        if (int32_t p = report_progress(int32_t(nh), int32_t(y), rb); p < 0) return p;
-        uint8_t* dst = runs ? work.data() : img.row(int32_t(y));
+    auto background = [&](uint8_t* dst) {
         std::memset(dst, bits == 1 ? 0xFF : 0x00, used);
         std::memset(dst + used, 0, rb - used);
         if (bits == 1 && (nw & 7)) dst[used - 1] = uint8_t(dst[used - 1] & (0xFF00 >> (nw & 7)));
-
+    };
+    // Samples columns [from, to) of new row y into dst.
+    auto sample = [&](int64_t y, int64_t from, int64_t to, uint8_t* dst) {
         // Pixel centre (x + 0.5, y + 0.5) relative to the destination's
         // centre, turned back by the angle, relative to the source's.
         const double dy = y + 0.5 - nh / 2.0;
         span.u = std::llround((half_w + dx0 * c + dy * s) * kOne);
         span.v = std::llround((half_h - dx0 * s + dy * c) * kOne);
-        span.lo = 0;
-        span.hi = nw;
+        span.lo = from;
+        span.hi = to;
         clip(span.u, span.du, 0, width_fx, span.lo, span.hi);
         clip(span.v, span.dv, 0, height_fx, span.lo, span.hi);
-        if (span.lo < span.hi) {
-            span.u += span.lo * span.du;
-            span.v += span.lo * span.dv;
-            switch (bits) {
-                case 1: sample_bits(src.data(), span, dst); break;
-                case 4: sample_nibbles(src.data(), span, dst); break;
-                case 8: sample_bytes<1>(src.data(), span, dst); break;
-                case 16: sample_bytes<2>(src.data(), span, dst); break;
-                case 24: sample_bytes<3>(src.data(), span, dst); break;
-                case 32: sample_bytes<4>(src.data(), span, dst); break;
-                default: return IMG_ERR_DEPTH;
-            }
+        if (span.lo >= span.hi) return;
+        span.u += span.lo * span.du;
+        span.v += span.lo * span.dv;
+        switch (bits) {
+            case 1: sample_bits(src.data(), span, dst); break;
+            case 4: sample_nibbles(src.data(), span, dst); break;
+            case 8: sample_bytes<1>(src.data(), span, dst); break;
+            case 16: sample_bytes<2>(src.data(), span, dst); break;
+            case 24: sample_bytes<3>(src.data(), span, dst); break;
+            default: sample_bytes<4>(src.data(), span, dst); break;
         }
-        if (runs) {
-            const uint32_t length = runs::encode(dst, uint32_t(nw), record.data());
+    };
+
+    if (runs) {
+        for (int64_t y = 0; y < nh; ++y) {
+            if (int32_t p = report_progress(int32_t(nh), int32_t(y), rb); p < 0) return p;
+            background(work.data());
+            sample(y, 0, nw, work.data());
+            const uint32_t length = runs::encode(work.data(), uint32_t(nw), record.data());
             if (img.append_record(record.data(), length) != 0) return IMG_ERR_MEMORY;
         }
+    } else {
+        for (int64_t y = 0; y < nh; ++y) {
+            if (int32_t p = report_progress(int32_t(nh), int32_t(y), rb); p < 0) return p;
+            background(img.row(int32_t(y)));
+        }
+        // Strips of new columns, top to bottom: consecutive rows of a strip
+        // read nearly the same source lines, which then stay in the cache.
+        constexpr int64_t kStrip = 256;
+        for (int64_t from = 0; from < nw; from += kStrip)
+            for (int64_t y = 0; y < nh; ++y) sample(y, from, std::min(nw, from + kStrip), img.row(int32_t(y)));
     }
     if (img.install(obj) != 0) return IMG_ERR_MEMORY;
     fit_display_extent(obj);
