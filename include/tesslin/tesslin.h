@@ -795,6 +795,85 @@ TESSLIN_API int32_t IMG_color_separate(int32_t handle, int32_t plane);
  * a plane that is not 8 bits, planes of different sizes, or a plane count
  * other than 3 and 4. The sources are not changed. */
 TESSLIN_API int32_t IMG_color_combine(int32_t a, int32_t b, int32_t c, int32_t d, int32_t planes);
+/* Rotation, flipping and inversion                                     */
+/* ------------------------------------------------------------------ */
+
+/* Each works on every depth (1, 4, 8, 16, 24, 32) and replaces the image in
+ * place: the new image is built beside the old one and installed when its
+ * last row is done, so a failure leaves the image as it was. Run-encoded
+ * bilevel images stay run-encoded; flips, inversion and half turns work on
+ * their change positions without expanding them. The progress callback
+ * (IMG_set_statusbar) is called once per row with the row count as total;
+ * a negative result stops the operation with that status, the image
+ * unchanged. Returns 0, IMG_ERR_HANDLE for a bad handle, IMG_ERR_MEMORY
+ * when memory runs out (or the handle holds no image), or the callback's
+ * status. docs/geometry.md describes them. */
+
+/* Mirror left to right; the crop rectangle is mirrored with the pixels
+ * (crop x becomes width - crop width - crop x). */
+TESSLIN_API int32_t IMG_flip_bitmapx(int32_t handle);
+/* Mirror top to bottom; crop y becomes height - crop height - crop y. */
+TESSLIN_API int32_t IMG_flip_bitmapy(int32_t handle);
+/* Turn by `angle` hundredths of a degree, clockwise when positive; the
+ * angle counts modulo 36000 (-9000 turns like 27000), and 0 changes
+ * nothing. Quarter turns swap width, height and the two resolutions and
+ * carry the crop rectangle with the picture; a half turn mirrors it both
+ * ways. Other angles sample the nearest source pixel and enlarge the image
+ * to hold the whole turned picture (a 100 x 100 image turned by 4500 becomes
+ * 142 x 142), filling the uncovered corners with white for bilevel images
+ * and with 0 for the other depths; the crop rectangle becomes the whole new
+ * image. IMG_ERR_MEMORY also when the turned image would exceed the size
+ * limits. */
+TESSLIN_API int32_t IMG_rotate_bitmap(int32_t handle, int32_t angle);
+/* Complement every pixel value: palette images get complemented indices
+ * (the palette is kept), 16-, 24- and 32-bit images their negative. */
+TESSLIN_API int32_t IMG_invert_bitmap(int32_t handle);
+
+/* ------------------------------------------------------------------ */
+/* Resizing                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Each replaces the image by one of width x height pixels (both at least 1,
+ * else IMG_ERR_BAD_IMAGE), built beside the old one and installed when
+ * complete; the crop rectangle becomes the whole new image and the display
+ * extent its size. The progress callback is called once per new row; a
+ * negative result stops the operation with that status, the image
+ * unchanged. IMG_ERR_HANDLE for a bad handle, IMG_ERR_MEMORY when memory
+ * runs out or the new image would exceed the size limits.
+ * docs/geometry.md describes the methods. */
+
+/* Nearest neighbour, every depth: new pixel i of a row takes source pixel
+ * (i * step) >> 16 with step = (old width << 16) / new width, and stored
+ * row j (counting from the bottom) source stored row (j * ystep) >> 16.
+ * Run-encoded images stay run-encoded and are scaled on their change
+ * positions from the crop rectangle. */
+TESSLIN_API int32_t IMG_resize_bitmap(int32_t handle, int32_t width, int32_t height);
+/* Linear interpolation for 8-bit grey, 16-, 24- and 32-bit images when the
+ * width grows (nearest neighbour, as IMG_resize_bitmap, when it does not).
+ * Bilevel images that shrink both ways keep every black pixel (a new pixel
+ * is black when any source pixel it covers is; the scale-to-grey quality
+ * IMGLOW_set_alias_quality below 100 shortens the rows covered); other
+ * bilevel sizes go to IMG_resize_bitmap. IMG_ERR_UNSUPPORTED for 4 bits,
+ * IMG_ERR_NOT_GRAY for an 8-bit image with a colour palette. */
+TESSLIN_API int32_t IMG_resize_bitmap_interp(int32_t handle, int32_t width, int32_t height);
+/* Area averaging of the crop rectangle for 8-bit grey, 16-, 24- and 32-bit
+ * images: each new pixel is the mean of a box of at least 2 x 2 source
+ * pixels (so even at equal size the image softens slightly). 16-bit samples
+ * average as one channel. IMG_ERR_DEPTH below 8 bits, IMG_ERR_NOT_GRAY for
+ * an 8-bit colour palette. */
+TESSLIN_API int32_t IMG_resize_bitmap_bicubic(int32_t handle, int32_t width, int32_t height);
+/* Bilevel images that shrink in both dimensions become 8-bit grey: each new
+ * pixel counts the black pixels of the crop rectangle's box around it
+ * (white 255, solid black 0); the grey palette goes through the bitmap's
+ * tone settings (gamma, brightness, contrast). Other sizes go to
+ * IMG_resize_bitmap. Run records are read directly. IMG_ERR_DEPTH for
+ * depths other than 1. */
+TESSLIN_API int32_t IMG_resize_to_gray(int32_t handle, int32_t width, int32_t height);
+/* Picks the method by depth: 1 bit IMG_resize_to_gray; 4 and 8 bits
+ * IMG_promote_24 then IMG_resize_bitmap_bicubic; 16, 24 and 32 bits
+ * IMG_resize_bitmap_bicubic. Keeps no aspect ratio of its own. Returns
+ * what the chosen operations return. */
+TESSLIN_API int32_t IMG_create_thumbnail(int32_t handle, int32_t width, int32_t height);
 
 /* ------------------------------------------------------------------ */
 /* Display surfaces                                                     */

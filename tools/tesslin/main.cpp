@@ -22,6 +22,10 @@ namespace cli {
     ROW(reduce, "INPUT OUTPUT [options]", "pages to 16 or 256 colours")                          \
     ROW(gray, "INPUT OUTPUT", "pages to 8-bit grey")                                               \
     ROW(promote, "INPUT OUTPUT --bits B", "pages to 8, 24 or 32 bits")                            \
+    ROW(rotate, "INPUT OUTPUT --angle DEG", "turn pages by an angle in degrees")                 \
+    ROW(flip, "INPUT OUTPUT -x|-y", "mirror pages left-right or top-bottom")                     \
+    ROW(invert, "INPUT OUTPUT", "complement every pixel value")                                  \
+    ROW(resize, "INPUT OUTPUT --width W --height H", "scale pages (nearest, interp, area, grey)") \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \
