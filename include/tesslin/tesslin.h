@@ -791,6 +791,71 @@ TESSLIN_API int32_t IMG_print_bitmap(int32_t handle, intptr_t dc, int32_t x, int
 TESSLIN_API int32_t IMG_print_bitmap_fast(int32_t handle, intptr_t dc, int32_t x, int32_t y,
                                           int32_t width, int32_t height);
 
+/* ------------------------------------------------------------------ */
+/* Text files as pages                                                  */
+/* ------------------------------------------------------------------ */
+
+/* Plain text files open like images (format code IMG_FORMAT_TEXT, detected
+ * only after IMGLOW_set_auto_detect(IMG_FORMAT_TEXT)): each page is typeset
+ * in a monospace font onto a white 1-bit page (docs/text.md). The
+ * attributes below are process-wide; lengths are in thousandths of an
+ * inch. */
+typedef struct {
+    uint32_t mask;          /* which fields a set or get call touches */
+    int32_t x_resolution;   /* 0x1: dots per inch across, default 200 */
+    int32_t y_resolution;   /* 0x2: dots per inch down, default 200 */
+    int32_t left_margin;    /* 0x4 (the four margins): default 1000 */
+    int32_t top_margin;     /* default 750 */
+    int32_t right_margin;   /* default 1000 */
+    int32_t bottom_margin;  /* default 750 */
+    int32_t tab_size;       /* 0x8: tab stops every so many characters, default 8 */
+    int32_t page_width;     /* 0x10: default 8500 */
+    int32_t page_height;    /* 0x20: default 11000 */
+    int32_t font_height;    /* 0x40: in pixels (0: 12 points); negative, the default
+                               -1: fitted to the lines and characters per page */
+    int32_t chars_per_line; /* 0x80: default 80 */
+    int32_t lines_per_page; /* 0x100: default 60 */
+    int32_t bold;           /* 0x200: non-zero selects the bold face */
+    int32_t italic;         /* 0x400: the low byte non-zero selects the italic face */
+    char font_name[32];     /* 0x800: face name, default "Courier New" (matched through
+                               fontconfig, docs/platform.md); longer names are cut to 31 */
+} IMG_ASCII_ATTRIBUTES;
+
+enum {
+    IMG_ASCII_X_RESOLUTION = 0x1,
+    IMG_ASCII_Y_RESOLUTION = 0x2,
+    IMG_ASCII_MARGINS = 0x4,
+    IMG_ASCII_TAB_SIZE = 0x8,
+    IMG_ASCII_PAGE_WIDTH = 0x10,
+    IMG_ASCII_PAGE_HEIGHT = 0x20,
+    IMG_ASCII_FONT_HEIGHT = 0x40,
+    IMG_ASCII_CHARS_PER_LINE = 0x80,
+    IMG_ASCII_LINES_PER_PAGE = 0x100,
+    IMG_ASCII_BOLD = 0x200,
+    IMG_ASCII_ITALIC = 0x400,
+    IMG_ASCII_FONT_NAME = 0x800
+};
+
+/* Copy the fields whose mask bit is set into the process-wide attributes
+ * (set) or out of them (get). 0, or IMG_ERR_BAD_IMAGE for NULL. */
+TESSLIN_API int32_t IMGLOW_set_ascii_attributes(const IMG_ASCII_ATTRIBUTES *record);
+TESSLIN_API int32_t IMGLOW_get_ascii_attributes(IMG_ASCII_ATTRIBUTES *record);
+/* The page width, in thousandths of an inch, that holds the file's widest
+ * line between the margins, measured in the current font with tabs
+ * expanded; the number of characters of the longest line (tabs counting
+ * one) becomes the characters-per-line attribute. IMG_ERR_OPEN when the
+ * file cannot be opened, IMG_ERR_BAD_IMAGE for a file that is not text (a
+ * byte below 32 other than 9 to 13 and 26) or a resolution below 1,
+ * IMG_ERR_UNSUPPORTED when no font can be had. Reads the attributes. */
+TESSLIN_API int32_t IMGLOW_get_ascii_page_width(const char *file_name);
+/* Decode page `page` (0 = the first) of a text file into a new bitmap
+ * handle, as IMG_decompress_bitmap_fd at offset 0 does: the handle,
+ * IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED while detection of IMG_FORMAT_TEXT is
+ * off (or when no font can be had), IMG_ERR_NO_PAGE beyond the last page,
+ * IMG_ERR_BAD_IMAGE for a page smaller than one pixel. Reads the
+ * attributes and the decode settings. */
+TESSLIN_API int32_t IMG_import_ascii(const char *file_name, int32_t page);
+
 #ifdef __cplusplus
 }
 #endif
