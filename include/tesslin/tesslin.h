@@ -127,21 +127,21 @@ TESSLIN_API int64_t tesslin_block_size(const void *block);
 /* Bitmap handles                                                       */
 /* ------------------------------------------------------------------ */
 
-/* Every operation that takes a handle returns IMG_ERR_HANDLE (-13) for a
+/* Every operation that takes a handle returns IMG_ERR_HANDLE for a
  * negative handle, one of 10000 or more, or an empty slot. */
 
 /* Decode a packed DIB (info header, palette, rows) or a BMP file image
  * held in memory into a new handle, as IMG_decompress_bitmap_mem with page
  * 0 does; the caller's block is not kept. Give a block from
  * tesslin_block_alloc so that reading stops at its end. Returns the handle,
- * -3 for a NULL pointer or a header that contradicts itself, -12 for rows
- * the block does not hold, -21 for a bit count DIBs do not have, -1 when
+ * IMG_ERR_BAD_IMAGE for a NULL pointer or a header that contradicts itself, IMG_ERR_READ for rows
+ * the block does not hold, IMG_ERR_DEPTH for a bit count DIBs do not have, IMG_ERR_MEMORY when
  * memory runs out. Reads the decode settings. */
 TESSLIN_API int32_t IMG_create_handle(const void *dib);
 /* Wrap the caller's DIB (from tesslin_block_alloc) without copying. A 1-bit
  * DIB whose palette entry 0 has three non-zero components gets palette
- * black, white (pixels unchanged). -3 when width, height or bit count is
- * below 1; -1 when no slot or memory is left. */
+ * black, white (pixels unchanged). IMG_ERR_BAD_IMAGE when width, height or bit count is
+ * below 1; IMG_ERR_MEMORY when no slot or memory is left. */
 TESSLIN_API int32_t IMG_create_handle_keep(void *dib);
 /* New image with the given header and palette and uninitialised rows. */
 TESSLIN_API int32_t IMG_create_handle_shell(const void *header);
@@ -149,7 +149,7 @@ TESSLIN_API int32_t IMG_create_handle_shell(const void *header);
 TESSLIN_API int32_t IMG_delete_bitmap(int32_t handle);
 /* Free the bitmap but leave the DIB (plain or run-encoded) to the caller. */
 TESSLIN_API int32_t IMG_delete_bitmap_keep(int32_t handle);
-/* Width, height and bit count; returns the DIB header's address, or -13. */
+/* Width, height and bit count; returns the DIB header's address, or IMG_ERR_HANDLE. */
 TESSLIN_API intptr_t IMG_bitmap_info(int32_t handle, int32_t *width, int32_t *height,
                                      int32_t *bits);
 /* Copy the 40-byte header and the palette (size from the bit count). */
@@ -159,7 +159,8 @@ TESSLIN_API int32_t IMGLOW_put_palette(int32_t handle, const void *palette);
 /* Copy one row (0 = top) out of or into the image; count 0 means the row's
  * stored byte count, larger counts are cut to it. Run-encoded rows are
  * expanded to packed bits on the way out and encoded on the way in.
- * -3 for a row outside the image, -1 when the handle has no DIB. */
+ * IMG_ERR_BAD_IMAGE for a row outside the image, IMG_ERR_MEMORY when the handle has
+ * no DIB. */
 TESSLIN_API int32_t IMGLOW_get_raster(int32_t handle, void *buffer, int32_t row, uint32_t count);
 TESSLIN_API int32_t IMGLOW_put_raster(int32_t handle, const void *buffer, int32_t row,
                                       uint32_t count);
@@ -174,12 +175,13 @@ TESSLIN_API int32_t IMGLOW_get_display_rect(int32_t handle, int32_t *x, int32_t 
 TESSLIN_API int32_t IMGLOW_set_rop(int32_t handle, uint32_t rop);
 TESSLIN_API int32_t IMGLOW_set_alias_img(int32_t handle, int32_t mode);
 TESSLIN_API int32_t IMGLOW_set_transp_color(int32_t handle, uint32_t color);
-/* The transparent colour, or -26 when none is set. */
+/* The transparent colour, or IMG_ERR_NO_TRANSPARENCY when none is set. */
 TESSLIN_API int32_t IMGLOW_get_transp_color(int32_t handle);
-/* Plain 1-bit rows to run records: -7 if already run-encoded, -21 if the
- * image is not 1 bit deep, -1 without a DIB or memory. */
+/* Plain 1-bit rows to run records: IMG_ERR_UNSUPPORTED if already run-encoded, IMG_ERR_DEPTH if the
+ * image is not 1 bit deep, IMG_ERR_MEMORY without a DIB or memory. */
 TESSLIN_API int32_t IMG_dib_to_runs(int32_t handle);
-/* Run records to plain rows: -7 if not run-encoded, -1 without DIB or memory. */
+/* Run records to plain rows: IMG_ERR_UNSUPPORTED if not run-encoded, IMG_ERR_MEMORY
+ * without DIB or memory. */
 TESSLIN_API int32_t IMG_runs_to_dib(int32_t handle);
 
 /* ------------------------------------------------------------------ */
@@ -193,7 +195,7 @@ typedef int32_t (*IMG_SEEK_HOOK)(int32_t stream, int32_t offset, int32_t origin)
 /* Route every stream read, write or seek through the application's own
  * functions (NULL removes one). With a hook installed the stream handle is
  * passed to it untouched and the scrambling key is not applied. A fault
- * inside a hook makes the operation fail with -38. Returns 0. */
+ * inside a hook makes the operation fail with IMG_ERR_STREAM_FAULT. Returns 0. */
 TESSLIN_API int32_t IMGLOW_set_fileio(IMG_READ_HOOK read_hook, IMG_WRITE_HOOK write_hook,
                                       IMG_SEEK_HOOK seek_hook);
 /* Scramble every byte crossing a file or memory stream with a one-byte key:
@@ -244,7 +246,7 @@ TESSLIN_API int32_t IMGLOW_set_decompsize(int32_t width, int32_t height);
 /* Decode-time crop; negative x or y become 0; all four 0 turns it off. */
 TESSLIN_API int32_t IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width, int32_t height);
 /* Detection switches by format code 0..78 (TIFF variants act on 0, code 12
- * on 1). Set and unset return the previous flag; all return -7 for a code
+ * on 1). Set and unset return the previous flag; all return IMG_ERR_UNSUPPORTED for a code
  * outside 0..78. */
 TESSLIN_API int32_t IMGLOW_set_auto_detect(int32_t format_code);
 TESSLIN_API int32_t IMGLOW_unset_auto_detect(int32_t format_code);
@@ -393,19 +395,18 @@ typedef struct IMG_FORMAT_INFO {
     int32_t multipage;
 } IMG_FORMAT_INFO;
 
-/* Fills info for a format code 0..77; -7 for a code that names no format
+/* Fills info for a format code 0..77; IMG_ERR_UNSUPPORTED for a code that names no format
  * (45, 50, anything out of range). */
 TESSLIN_API int32_t IMGLOW_get_format_info(int32_t code, IMG_FORMAT_INFO *info);
 
-/* Format code of a file, an open stream or a memory block. The _fd variant
- * detects from offset 0 and puts the stream back where it was, except that
- * TIFF, BMP and GIF files are then read from that position to tell their
- * variants apart (compression of the first TIFF directory, BMP compressed or
- * not, GIF interlaced or not) and the stream is left where that reading
- * ended. -7 for data no test recognises (also for fewer than 10 bytes) and,
- * in the memory variant, for JBIG, JBIG2, JPEG 2000, COD, CIM and CIF data;
- * -2 when the file cannot be opened; -3 or -12 for a GIF whose blocks end
- * early or whose header is short. Reads the detection switches. */
+/* Format code of a file, an open stream or a memory block. The _fd variant detects from offset 0
+ * and puts the stream back where it was, except that TIFF, BMP and GIF files are then read from
+ * that position to tell their variants apart (compression of the first TIFF directory, BMP
+ * compressed or not, GIF interlaced or not) and the stream is left where that reading ended.
+ * IMG_ERR_UNSUPPORTED for data no test recognises (also for fewer than 10 bytes) and, in the memory
+ * variant, for JBIG, JBIG2, JPEG 2000, COD, CIM and CIF data; IMG_ERR_OPEN when the file cannot be
+ * opened; IMG_ERR_BAD_IMAGE or IMG_ERR_READ for a GIF whose blocks end early or whose header is
+ * short. Reads the detection switches. */
 TESSLIN_API int32_t IMGLOW_get_filetype(const char *file);
 TESSLIN_API int32_t IMGLOW_get_filetype_fd(int32_t stream);
 TESSLIN_API int32_t IMGLOW_get_filetype_mem(const void *block);
@@ -416,22 +417,22 @@ TESSLIN_API int32_t IMGLOW_get_filetype_mem(const void *block);
  * recognised. For PDF files the file-name module (apdfmod) is asked first;
  * when it is absent the stream module (pdfmod) answers, and its failure
  * counts as 0 pages (the _mem variant returns the module's status as it is:
- * -36 when absent). -2 when the file cannot be opened. */
+ * IMG_ERR_PLUGIN when absent). IMG_ERR_OPEN when the file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_get_pages(const char *file);
 TESSLIN_API int32_t IMGLOW_get_pages_fd(int32_t stream);
 TESSLIN_API int32_t IMGLOW_get_pages_mem(const void *block);
 
 /* Header-only decode of the first image: copies the 40-byte header the
  * decoder announces (width, height, bit count, compression, resolution in
- * dots per inch) into *record. 0, or the decoder's failure; -7 for an
- * unknown format, -2 when the file cannot be opened. */
+ * dots per inch) into *record. 0, or the decoder's failure; IMG_ERR_UNSUPPORTED for an
+ * unknown format, IMG_ERR_OPEN when the file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_get_fileinfo(const char *file, IMG_BITMAPINFOHEADER *record);
 TESSLIN_API int32_t IMGLOW_get_fileinfo_fd(int32_t stream, IMG_BITMAPINFOHEADER *record);
 
 /* Orientation in degrees (0, 90, 180, 270) recorded in the file: TIFF
  * orientation tag (1 -> 0, 6 -> 90, 3 -> 180, 8 -> 270, other values as
- * they are), Photo CD and CALS header fields. -7 for formats that record
- * none, -2 when the file cannot be opened, -11 for a TIFF page that does not
+ * they are), Photo CD and CALS header fields. IMG_ERR_UNSUPPORTED for formats that record
+ * none, IMG_ERR_OPEN when the file cannot be opened, IMG_ERR_NO_PAGE for a TIFF page that does not
  * exist. The page is used for TIFF (and MO:DCA) files only. */
 TESSLIN_API int32_t IMGLOW_get_image_orientation(const char *file);
 TESSLIN_API int32_t IMGLOW_get_image_orientation_page(const char *file, int32_t page);
@@ -444,11 +445,11 @@ TESSLIN_API int32_t IMGLOW_get_image_orientation_page(const char *file, int32_t 
  * detects the format of the image at `offset` of the stream and runs its
  * decoder. `page` 0 decodes the first image; otherwise bits 0-15 are the
  * page and the bits above a tile index, handed to the decoder with bit 31
- * set and the stream at `offset`. Returns 0 or a negative status: -7 for an
- * unknown format or one whose decoder is not built, -3 for a negative
+ * set and the stream at `offset`. Returns 0 or a negative status: IMG_ERR_UNSUPPORTED for an
+ * unknown format or one whose decoder is not built, IMG_ERR_BAD_IMAGE for a negative
  * offset or a missing callback, and any status the decoder or a callback
- * returns (decoders give -12 for truncated data, -3 for data that
- * contradicts itself, -11 for a page that does not exist). The _mem variant
+ * returns (decoders give IMG_ERR_READ for truncated data, IMG_ERR_BAD_IMAGE for data that
+ * contradicts itself, IMG_ERR_NO_PAGE for a page that does not exist). The _mem variant
  * decodes a memory block from offset 0. Reads the detection switches. */
 TESSLIN_API int32_t IMGLOW_decompress_bitmap(int32_t stream, int32_t offset, int32_t page,
                                              IMG_RASTER_CALLBACK raster, intptr_t user,
@@ -465,19 +466,19 @@ TESSLIN_API int32_t IMGLOW_decompress_bitmap_mem(const void *block, int32_t page
  * 4 bits and more, each by ordered dither), size reduction
  * (IMGLOW_set_decompsize, nearest neighbour, when both values are smaller
  * than the image), the decode rectangle (IMGLOW_set_decomp_rect, clipped to
- * the image; -3 when it starts outside) and progress reporting
+ * the image; IMG_ERR_BAD_IMAGE when it starts outside) and progress reporting
  * (IMG_set_statusbar: once per row; a negative result stops the decode with
  * that status). Returns the handle or a negative status as
- * IMGLOW_decompress_bitmap does, -2 when the file cannot be opened, -1 when
+ * IMGLOW_decompress_bitmap does, IMG_ERR_OPEN when the file cannot be opened, IMG_ERR_MEMORY when
  * memory runs out. Nothing is left behind on failure. PDF files given to
- * IMG_decompress_bitmap_page go to the PDF modules (-36 when neither pdfmod
+ * IMG_decompress_bitmap_page go to the PDF modules (IMG_ERR_PLUGIN when neither pdfmod
  * nor apdfmod can be loaded). */
 TESSLIN_API int32_t IMG_decompress_bitmap(const char *file);
 TESSLIN_API int32_t IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
 TESSLIN_API int32_t IMG_decompress_bitmap_mem(const void *block, int32_t page);
 TESSLIN_API int32_t IMG_decompress_bitmap_page(const char *file, int32_t page);
 
-/* Decode a tiled image tile by tile into one new handle. -32 when the page
+/* Decode a tiled image tile by tile into one new handle. IMG_ERR_NOT_TILED when the page
  * is not tiled (or its format has no tile information), otherwise as
  * IMG_decompress_bitmap. */
 TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
@@ -486,33 +487,25 @@ TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
 /* Raw fax data                                                         */
 /* ------------------------------------------------------------------ */
 
-/* Decode headerless fax data, starting at the stream's position (or at the
- * start of the block), into a new bitmap handle of `width` pixels.
- *   mode 2: Group 3 two-dimensional (every row an EOL and a tag bit),
- *   mode 3: Group 3 one-dimensional with EOL codes,
- *   mode 4: Group 4,
- *   mode 5: bilevel ABIC, mode 6: 4-bit grey ABIC (16-level grey palette),
- *           through the ABIC module; a height must be given; 100 dpi;
- *   other: Modified Huffman with no EOL handling and no row alignment.
- * fill_order 2: the first pixel of each byte is its least significant bit;
- * any other value: its most significant bit.
- * height > 0: that many rows; rows after the end of the page (three EOL
- * codes in a row) are white (Group 4: repeats of the last row). height 0:
- * decoding stops at the end of the page (RTC: an EOL right after a row's
- * EOL; EOFB; or where nothing but padding is left of the data) and the
- * bitmap is as tall as the rows found, not padded.
- * The image is bilevel, held as run records, resolution 0. The decode
- * settings apply as for IMG_decompress_bitmap (reduction, rectangle,
- * progress).
- * The _mem variant reads a block of the library's allocator within its
- * size; any other address is read ahead (up to 30,000 bytes past the data)
- * under the fault guard, so with height 0 such a block must hold an RTC or
- * EOFB, and a fault gives -38.
- * Returns the handle, or -3 for a width below 1 or above 16,777,216 or a
- * negative height, -12 when the data holds no row (or, with a height, too
- * few bytes for that many rows), -37 when the ABIC module cannot be loaded,
- * -1 when memory runs out, -38 for a stream fault, or the status of the
- * progress callback. Nothing is left behind on failure. */
+/* Decode headerless fax data, starting at the stream's position (or at the start of the block),
+ * into a new bitmap handle of `width` pixels.   mode 2: Group 3 two-dimensional (every row an EOL
+ * and a tag bit),   mode 3: Group 3 one-dimensional with EOL codes,   mode 4: Group 4,   mode 5:
+ * bilevel ABIC, mode 6: 4-bit grey ABIC (16-level grey palette),           through the ABIC module;
+ * a height must be given; 100 dpi;   other: Modified Huffman with no EOL handling and no row
+ * alignment. fill_order 2: the first pixel of each byte is its least significant bit; any other
+ * value: its most significant bit. height > 0: that many rows; rows after the end of the page
+ * (three EOL codes in a row) are white (Group 4: repeats of the last row). height 0: decoding stops
+ * at the end of the page (RTC: an EOL right after a row's EOL; EOFB; or where nothing but padding
+ * is left of the data) and the bitmap is as tall as the rows found, not padded. The image is
+ * bilevel, held as run records, resolution 0. The decode settings apply as for
+ * IMG_decompress_bitmap (reduction, rectangle, progress). The _mem variant reads a block of the
+ * library's allocator within its size; any other address is read ahead (up to 30,000 bytes past the
+ * data) under the fault guard, so with height 0 such a block must hold an RTC or EOFB, and a fault
+ * gives IMG_ERR_STREAM_FAULT. Returns the handle, or IMG_ERR_BAD_IMAGE for a width below 1 or above
+ * 16,777,216 or a negative height, IMG_ERR_READ when the data holds no row (or, with a height, too
+ * few bytes for that many rows), IMG_ERR_ABIC_PLUGIN when the ABIC module cannot be loaded,
+ * IMG_ERR_MEMORY when memory runs out, IMG_ERR_STREAM_FAULT for a stream fault, or the status of
+ * the progress callback. Nothing is left behind on failure. */
 TESSLIN_API int32_t IMG_decompress_fax(int32_t stream, int32_t width, int32_t height,
                                        int32_t mode, int32_t fill_order);
 TESSLIN_API int32_t IMG_decompress_fax_mem(const void *block, int32_t width, int32_t height,
@@ -525,8 +518,8 @@ TESSLIN_API int32_t IMG_decompress_fax_mem(const void *block, int32_t width, int
 /* Low-level save: the encoder of `format_code` writes the image the header
  * describes (40-byte header and palette; compression 99 when the supply
  * delivers run records) to the stream at its position, pulling rows from
- * `supply` (see IMG_SUPPLY_CALLBACK). 0 or a negative status: -7 for a code
- * without an encoder, -9 for a short write, -21 for a depth the format does
+ * `supply` (see IMG_SUPPLY_CALLBACK). 0 or a negative status: IMG_ERR_UNSUPPORTED for a code
+ * without an encoder, IMG_ERR_WRITE for a short write, IMG_ERR_DEPTH for a depth the format does
  * not write, or the supply's status. The _mem variant writes into a memory
  * block (a library block is bounded by its size) and returns the number of
  * bytes written. */
@@ -537,18 +530,16 @@ TESSLIN_API int32_t IMGLOW_save_bitmap_mem(void *block, const IMG_BITMAPINFOHEAD
                                            int32_t format_code, IMG_SUPPLY_CALLBACK supply,
                                            intptr_t user);
 
-/* Save a bitmap's crop rectangle in a format: to a named file (code -1
- * takes the code from the file name's last three characters, compared
- * exactly: "tif" 0, "bmp" 1, "jpg" 13, "png" 43 ...), to an open stream at
- * its position, or into a memory block (returns the bytes written). A
- * multi-page format (TIFF codes, DCX, PDF, MO:DCA) appends a page to an
- * existing file of that name; other codes replace the file. Bilevel
- * encoders receive run records, all others packed rows; a progress
- * callback (IMG_set_statusbar) is called once per row and may stop the save
- * with its negative result. Returns 0 (or the byte count) or a negative
- * status: -13 bad handle, -7 a code without an encoder, -6 the file cannot
- * be created, -9 short write, -21 depth not written by the format. A file
- * this call created is deleted when the save fails. */
+/* Save a bitmap's crop rectangle in a format: to a named file (code -1 takes the code from the file
+ * name's last three characters, compared exactly: "tif" 0, "bmp" 1, "jpg" 13, "png" 43 ...), to an
+ * open stream at its position, or into a memory block (returns the bytes written). A multi-page
+ * format (TIFF codes, DCX, PDF, MO:DCA) appends a page to an existing file of that name; other
+ * codes replace the file. Bilevel encoders receive run records, all others packed rows; a progress
+ * callback (IMG_set_statusbar) is called once per row and may stop the save with its negative
+ * result. Returns 0 (or the byte count) or a negative status: IMG_ERR_HANDLE bad handle,
+ * IMG_ERR_UNSUPPORTED a code without an encoder, IMG_ERR_CREATE the file cannot be created,
+ * IMG_ERR_WRITE short write, IMG_ERR_DEPTH depth not written by the format. A file this call
+ * created is deleted when the save fails. */
 TESSLIN_API int32_t IMG_save_bitmap(int32_t handle, const char *file, int32_t format_code);
 TESSLIN_API int32_t IMG_save_bitmap_fd(int32_t handle, int32_t stream, int32_t format_code);
 TESSLIN_API int32_t IMG_save_bitmap_mem(int32_t handle, void *block, int32_t format_code);
@@ -564,10 +555,10 @@ TESSLIN_API int32_t IMG_save_bitmap_mem(int32_t handle, void *block, int32_t for
  * `size` bytes, and the count copied is returned; other values are stored
  * in *value (a RATIONAL as numerator / denominator, two SHORTs as the whole
  * 32-bit field, the first in its file-order position) and 0 is returned.
- * -31 when the page has no such tag, -11 for a page beyond the directory
- * chain, -3 for a directory of fewer than 3 or more than 1000 entries on
- * the way, -7 for files that are not TIFF (the _fd variant: not TIFF or
- * DICOM), -2 when the file cannot be opened. */
+ * IMG_ERR_NOT_FOUND when the page has no such tag, IMG_ERR_NO_PAGE for a page beyond the directory
+ * chain, IMG_ERR_BAD_IMAGE for a directory of fewer than 3 or more than 1000 entries on
+ * the way, IMG_ERR_UNSUPPORTED for files that are not TIFF (the _fd variant: not TIFF or
+ * DICOM), IMG_ERR_OPEN when the file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_get_tiff_tag(int32_t tag, int32_t size, int32_t *value,
                                         const char *file, void *buffer);
 TESSLIN_API int32_t IMGLOW_get_tiff_tag_page(int32_t tag, int32_t size, int32_t *value,
@@ -593,10 +584,10 @@ typedef struct IMG_TIFF_FIELD {
 
 /* The entries of the directory of a TIFF page (0-based), in file order:
  * fills at most `max` of `fields` and returns the directory's entry count
- * (so a call with max 0 sizes the array). -11 for a page beyond the
- * directory chain, -3 for a directory of fewer than 3 or more than 1000
- * entries on the way, -12 when the directory is cut short, -7 for files
- * that are not TIFF, -2 when the file cannot be opened. */
+ * (so a call with max 0 sizes the array). IMG_ERR_NO_PAGE for a page beyond the
+ * directory chain, IMG_ERR_BAD_IMAGE for a directory of fewer than 3 or more than 1000
+ * entries on the way, IMG_ERR_READ when the directory is cut short, IMG_ERR_UNSUPPORTED for files
+ * that are not TIFF, IMG_ERR_OPEN when the file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_get_tiff_directory(const char *file, int32_t page,
                                               IMG_TIFF_FIELD *fields, int32_t max);
 
@@ -605,18 +596,18 @@ TESSLIN_API int32_t IMGLOW_get_tiff_directory(const char *file, int32_t page,
  * JED file; else 0, also when the file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_is_tiled_image(const char *file);
 
-/* Tile geometry of a page: info[0..4] = image width, image length, tile
- * width, tile length, tile count (tiles across times tiles down). Returns 0
- * for TIFF (and CALS-embedded TIFF), 1 for JED files (512 x 512 tiles);
- * -32 when the page has no TileLength, or no TileWidth on page 0; -11 when
- * another page has no TileWidth or does not exist; -3 for a tile width or
- * length of 0; -7 for other formats; -2 when the file cannot be opened. */
+/* Tile geometry of a page: info[0..4] = image width, image length, tile width, tile length, tile
+ * count (tiles across times tiles down). Returns 0 for TIFF (and CALS-embedded TIFF), 1 for JED
+ * files (512 x 512 tiles); IMG_ERR_NOT_TILED when the page has no TileLength, or no TileWidth on
+ * page 0; IMG_ERR_NO_PAGE when another page has no TileWidth or does not exist; IMG_ERR_BAD_IMAGE
+ * for a tile width or length of 0; IMG_ERR_UNSUPPORTED for other formats; IMG_ERR_OPEN when the
+ * file cannot be opened. */
 TESSLIN_API int32_t IMGLOW_get_tile_info(const char *file, int32_t *info, int32_t page);
 
 /* Extra tags the TIFF writer adds to every page it writes from now on, in
  * the order set, after its own tags: a count below 5 writes a LONG with
  * `value`; a count of 5 or more writes `count` ASCII bytes copied from
- * `data` now. A negative tag clears the list. Returns 0; -3 for a tag above
+ * `data` now. A negative tag clears the list. Returns 0; IMG_ERR_BAD_IMAGE for a tag above
  * 65535 or a missing `data`. Process-wide, like the other settings. */
 TESSLIN_API int32_t IMGLOW_set_tiff_tag(int32_t tag, int32_t count, int32_t value,
                                         const void *data);
@@ -627,9 +618,9 @@ TESSLIN_API int32_t IMGLOW_set_tiff_tag(int32_t tag, int32_t count, int32_t valu
  * single strip. Appends to the named file when it holds a little-endian
  * TIFF, else writes a new file (from its start, without a page index).
  * Carries the extra tags (IMGLOW_set_tiff_tag), the orientation setting and
- * the library's date and notice strings. 0; -6 when the file can be neither
- * opened nor created, -3 when an existing file's directory chain cannot be
- * read or the header is invalid, -21 for a bit count DIBs do not have, -9
+ * the library's date and notice strings. 0; IMG_ERR_CREATE when the file can be neither
+ * opened nor created, IMG_ERR_BAD_IMAGE when an existing file's directory chain cannot be
+ * read or the header is invalid, IMG_ERR_DEPTH for a bit count DIBs do not have, IMG_ERR_WRITE
  * on a short write. */
 TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header, const void *data,
                                              uint32_t length, int32_t compression,
@@ -644,7 +635,7 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
  * pclmod.so, jp2mod.so, abicmod.so), loaded on first use from the directory
  * set here; when none is set, from $TESSLIN_PLUGIN_DIR; else from the
  * directory of libtesslin itself and then the dynamic loader's search path.
- * NULL clears the setting; modules already loaded stay loaded. 0, or -3
+ * NULL clears the setting; modules already loaded stay loaded. 0, or IMG_ERR_BAD_IMAGE
  * for a path of 4096 characters or more. docs/platform.md describes the
  * module interface. */
 TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
@@ -660,7 +651,7 @@ TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
  * a 24-bit top-down RGB buffer (tesslin_dc_pixels: width x 3 bytes a row, no
  * padding, white when created). Handles are non-zero; create returns 0 for a
  * size below 1 or above 32768, or when memory runs out. destroy returns 0,
- * or -3 for a handle that is not live (and for a window's own device
+ * or IMG_ERR_BAD_IMAGE for a handle that is not live (and for a window's own device
  * context, which goes with its window). */
 TESSLIN_API intptr_t tesslin_window_create(int32_t client_width, int32_t client_height);
 TESSLIN_API int32_t tesslin_window_destroy(intptr_t window);
@@ -689,9 +680,9 @@ TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc);
 /* Unload every loaded module. Returns 0. */
 TESSLIN_API int32_t IMG_unload_plugins(void);
 /* Settings forwarded to the modules (loaded if needed): the PDF input
- * setting goes to apdfmod when it can be loaded, else to pdfmod (-36 when
- * neither can); the PCL input setting to pclmod (-36); the JPEG 2000
- * compression ratio to jp2mod (-41). Each returns the module's result. */
+ * setting goes to apdfmod when it can be loaded, else to pdfmod (IMG_ERR_PLUGIN when
+ * neither can); the PCL input setting to pclmod (IMG_ERR_PLUGIN); the JPEG 2000
+ * compression ratio to jp2mod (IMG_ERR_JP2_PLUGIN). Each returns the module's result. */
 TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio);

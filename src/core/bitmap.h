@@ -65,7 +65,7 @@ struct BitmapObject {
 // runs out (the slot is then left free).
 int32_t slot_allocate();
 
-// The object of a live handle, or null (for -13).
+// The object of a live handle, or null (for IMG_ERR_HANDLE).
 BitmapObject* bitmap_get(int32_t handle);
 
 // Frees everything the object owns (DIB when free_dib, line offset table,

@@ -11,7 +11,7 @@
 
 namespace tesslin {
 
-// body(stream) on the file opened for reading; -2 when it cannot be opened.
+// body(stream) on the file opened for reading; IMG_ERR_OPEN when it cannot be opened.
 template <typename F>
 int32_t with_file(const char* file, F&& body) {
     const int32_t fd = platform::file_open(file, 0);
@@ -21,7 +21,7 @@ int32_t with_file(const char* file, F&& body) {
     return r;
 }
 
-// body(stream) on a memory stream over the block; -1 when none can be made.
+// body(stream) on a memory stream over the block; IMG_ERR_MEMORY when none can be made.
 template <typename F>
 int32_t with_memory(const void* block, F&& body) {
     if (!block) return IMG_ERR_BAD_IMAGE;

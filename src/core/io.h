@@ -28,8 +28,8 @@ public:
 
     int32_t stream() const { return stream_; }
 
-    // First failure seen (-12 for a short read, -38 for a fault, -1 for no
-    // memory), or 0.
+    // First failure seen (IMG_ERR_READ for a short read, IMG_ERR_STREAM_FAULT for a fault,
+    // IMG_ERR_MEMORY for no memory), or 0.
     int32_t status() const { return status_; }
     bool ok() const { return status_ == 0; }
     void fail(int32_t status) {
@@ -78,7 +78,7 @@ public:
     const uint8_t* data() const { return buf_.get() + pos_; }
     void advance(uint32_t n) { pos_ += n <= len_ - pos_ ? n : len_ - pos_; }
 
-    // Reads exactly n bytes; false and status -12 when the data ends first.
+    // Reads exactly n bytes; false and status IMG_ERR_READ when the data ends first.
     bool read(void* out, uint32_t n) {
         auto* dst = static_cast<uint8_t*>(out);
         while (n) {
@@ -212,7 +212,7 @@ private:
 };
 
 // Buffered writer: collects output and writes it in blocks. A short write
-// becomes status -9 (a fault -38); later writes are then ignored.
+// becomes status IMG_ERR_WRITE (a fault IMG_ERR_STREAM_FAULT); later writes are then ignored.
 class StreamWriter {
 public:
     explicit StreamWriter(int32_t stream, uint32_t block = kIoBlock)

@@ -12,11 +12,11 @@ namespace tesslin::stream {
 // live block: reads are then bounded only by faults, which are contained.
 constexpr uint32_t kForeignSize = 0x70000000;
 
-// Bytes transferred (0 at the end), or -38 after a fault.
+// Bytes transferred (0 at the end), or IMG_ERR_STREAM_FAULT after a fault.
 int32_t read(int32_t handle, void* buffer, uint32_t count);
 int32_t write(int32_t handle, const void* buffer, uint32_t count);
 // origin 0 from the start, 1 from the current position, 2 from the end.
-// Returns the new position, or -38.
+// Returns the new position, or IMG_ERR_STREAM_FAULT.
 int32_t seek(int32_t handle, int32_t offset, int origin);
 // A file's length (position unchanged); for a memory stream its position.
 int32_t length(int32_t handle);

@@ -1,5 +1,5 @@
 // The ABIC fallback: compressed data that no built-in decoder reads (a
-// decoder answers -27) is handed to the ABIC module, which delivers packed
+// decoder answers IMG_ERR_COMPRESSION) is handed to the ABIC module, which delivers packed
 // 1-bit rows; the result is assembled as a DIB and decoded from memory.
 #include <cstring>
 #include <vector>

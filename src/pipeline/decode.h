@@ -13,7 +13,7 @@ namespace tesslin {
 
 // Runs detection at `offset` and the decoder of the tag with the position
 // argument (the offset, or page | bit 31 with the stream at the offset when
-// page is non-zero). 0, the decoder's negative status, or -7 for a format
+// page is non-zero). 0, the decoder's negative status, or IMG_ERR_UNSUPPORTED for a format
 // without a decoder.
 int32_t run_decoder(int32_t stream, uint32_t offset, int32_t page, IMG_RASTER_CALLBACK raster,
                     intptr_t user, IMG_HEADER_CALLBACK header);
@@ -42,7 +42,7 @@ struct DecodeContext {
 int32_t library_header(const IMG_BITMAPINFOHEADER* header, intptr_t user);
 int32_t library_raster(uint8_t* row, intptr_t user, int32_t row_number, uint32_t byte_count);
 
-// Reserves a handle for a decode and fills the context. 0 or -1.
+// Reserves a handle for a decode and fills the context. 0 or IMG_ERR_MEMORY.
 int32_t begin_decode(DecodeContext& ctx);
 
 // Ends a decode started by begin_decode: on success completes the run store
@@ -52,7 +52,7 @@ int32_t begin_decode(DecodeContext& ctx);
 int32_t finish_decode(DecodeContext& ctx, int32_t status);
 
 // Whole decode of the image at `offset` (page as for run_decoder) into a
-// new handle, with the ABIC fallback after -27.
+// new handle, with the ABIC fallback after IMG_ERR_COMPRESSION.
 int32_t decode_to_handle(int32_t stream, uint32_t offset, int32_t page);
 
 // Tiled decode into a new handle: tile i is decoded by `decoder` through the

@@ -18,11 +18,12 @@ namespace tesslin::plugins {
 
 // The file-name PDF module: page count and decode of one page (page number
 // without bit 31).
-int32_t apdf_pages(const char* file);  // -36
+int32_t apdf_pages(const char* file);  // IMG_ERR_PLUGIN
 int32_t apdf_decode(const char* file, IMG_RASTER_CALLBACK raster, intptr_t user,
-                    IMG_HEADER_CALLBACK header, int32_t page);  // -36
+                    IMG_HEADER_CALLBACK header, int32_t page);  // IMG_ERR_PLUGIN
 
 // ABIC decoding of `rows` packed 1-bit rows of `width` pixels into `out`.
-int32_t abic_decode(int32_t stream, int32_t width, int32_t rows, uint8_t* out);  // -37
+// IMG_ERR_ABIC_PLUGIN without the module.
+int32_t abic_decode(int32_t stream, int32_t width, int32_t rows, uint8_t* out);
 
 }  // namespace tesslin::plugins

@@ -52,7 +52,7 @@ const uint8_t* save_tone_map(const BitmapObject& obj, DibHeader* encoder_header,
                              uint8_t* table);
 
 // Fills a save context and the encoder header (a block of kHeaderBlockSize
-// bytes) for a bitmap. 0, -13 for a bad handle, -1 without a DIB.
+// bytes) for a bitmap. 0, IMG_ERR_HANDLE for a bad handle, IMG_ERR_MEMORY without a DIB.
 int32_t prepare_save(int32_t handle, int32_t code, SaveContext* context, uint8_t* header_block);
 
 // Saves a bitmap's crop rectangle with the library's supply callbacks.

@@ -20,7 +20,7 @@ constexpr uint32_t kTiffOffset = 1431;
 // and tile bits go to the TIFF reader when the file holds a TIFF.
 // Pel count (width, height) from the record at base + 1033, else + 905,
 // else + 777 (the first holding a comma within 30 bytes), density from
-// base + 1160. Returns 0 or a negative status: -12 when the header is cut
+// base + 1160. Returns 0 or a negative status: IMG_ERR_READ when the header is cut
 // short, IMG_ERR_BAD_IMAGE for a pel count without a comma or without a terminated height,
 // and the statuses of the Group 4 decoder (or the TIFF reader) and the
 // callbacks.
@@ -35,7 +35,7 @@ int32_t tile_query(int32_t stream, int32_t page, TileInfo* out);
 // 1 when the file holds a TIFF at 1431 whose first page is tiled, else 0.
 int32_t is_tiled(int32_t stream);
 
-// Encoder of format code 18: bilevel images only (-21 otherwise); -9 when
+// Encoder of format code 18: bilevel images only (IMG_ERR_DEPTH otherwise); IMG_ERR_WRITE when
 // a header record is written short. The variant is not used.
 int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
                intptr_t user, int32_t variant);

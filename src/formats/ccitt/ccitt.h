@@ -101,10 +101,10 @@ struct FaxParams {
 //   stream     stream modes: the stream, positioned at the first coded byte;
 //              on return it stands just after the last byte used
 //   line, user the line callback and its user value
-// They return 0, IMG_ERR_BAD_IMAGE (-3) for a width of 0 or above
-// kMaxFaxWidth, IMG_ERR_UNSUPPORTED (-7) for a mode the decoder does not
-// handle, IMG_ERR_MEMORY (-1), the stream's failure (-38), or the callback's
-// negative status. fax_decode_2d also returns -3 when 2,000 code reads find no
+// They return 0, IMG_ERR_BAD_IMAGE for a width of 0 or above
+// kMaxFaxWidth, IMG_ERR_UNSUPPORTED for a mode the decoder does not
+// handle, IMG_ERR_MEMORY, the stream's failure (IMG_ERR_STREAM_FAULT), or the callback's
+// negative status. fax_decode_2d also returns IMG_ERR_BAD_IMAGE when 2,000 code reads find no
 // EOL where a row must begin.
 //
 // fax_decode_1d (modes 2, 3, 128): packed rows. The end of the page (three
@@ -124,7 +124,7 @@ int32_t fax_decode_2d(const uint8_t* data, uint32_t row_count, uint32_t first_ro
 int32_t fax_decode_g4(const uint8_t* data, uint32_t row_count, uint32_t first_row,
                       const FaxParams& params, int32_t stream, IMG_RASTER_CALLBACK line,
                       intptr_t user);
-// The decoder for params.mode; -7 for an unknown mode.
+// The decoder for params.mode; IMG_ERR_UNSUPPORTED for an unknown mode.
 int32_t fax_decode(const uint8_t* data, uint32_t row_count, uint32_t first_row,
                    const FaxParams& params, int32_t stream, IMG_RASTER_CALLBACK line,
                    intptr_t user);
@@ -147,10 +147,10 @@ enum FaxFraming : int32_t {
 //              fax_encode_1d honours it only with framing 3
 //   framing    kFrameMhAligned or kFrameG3 for fax_encode_1d, kFrameG4 or
 //              kFrameG4Ioca for the Group 4 encoders
-// They return 0, IMG_ERR_BAD_IMAGE (-3) for a missing header, a width below 1
-// or above kMaxFaxWidth or a negative height, IMG_ERR_UNSUPPORTED (-7) for a
-// framing the encoder does not write, IMG_ERR_MEMORY (-1), the stream's
-// failure (-9 short write, -38 fault), or the supply's negative status.
+// They return 0, IMG_ERR_BAD_IMAGE for a missing header, a width below 1
+// or above kMaxFaxWidth or a negative height, IMG_ERR_UNSUPPORTED for a
+// framing the encoder does not write, IMG_ERR_MEMORY, the stream's
+// failure (IMG_ERR_WRITE short write, IMG_ERR_STREAM_FAULT fault), or the supply's negative status.
 //
 // Modified Huffman rows; a height of 0 writes nothing.
 int32_t fax_encode_1d(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,

@@ -19,7 +19,7 @@ struct Page {
 
 // Reads the first n bytes of a header: at the position, or at the stream's
 // position when bit 31 is set. Returns the header's offset, or the negative
-// status (-12 when the stream ends first).
+// status (IMG_ERR_READ when the stream ends first).
 int64_t read_header(uint32_t position, int32_t stream, uint8_t* out, uint32_t n) {
     const int64_t base = position_is_page(position) ? stream::seek(stream, 0, 1) : position;
     if (base < 0) return base;

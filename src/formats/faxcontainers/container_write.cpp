@@ -10,7 +10,7 @@ namespace tesslin::faxcontainers {
 
 namespace {
 
-// Writes a whole header; -9 when fewer bytes go out.
+// Writes a whole header; IMG_ERR_WRITE when fewer bytes go out.
 int32_t write_header(int32_t stream, const uint8_t* bytes, uint32_t n) {
     const int32_t w = stream::write(stream, bytes, n);
     if (w < 0) return w;

@@ -40,7 +40,7 @@ struct Tables {
     uint16_t restart_interval = 0;
 };
 
-// Parses a tables-only stream held in memory. 0, or -3 when a segment is
+// Parses a tables-only stream held in memory. 0, or IMG_ERR_BAD_IMAGE when a segment is
 // malformed (a DQT with precision above 1, a DHT with more than 256 symbols
 // or more codes than its lengths hold).
 int32_t read_tables(const uint8_t* data, uint32_t size, Tables* out);
@@ -61,11 +61,11 @@ struct DecodeOptions {
 
 // The decoder of type tag "jpg" (decoder contract of src/pipeline/codec.h).
 // Delivers 8-bit grey (with a grey-ramp palette), 24-bit BGR or 32-bit
-// four-channel rows, top row first. Status: -12 when the first read fails
-// or no entropy-coded data follows the first scan header, -3 without SOI
-// in the first 1000 bytes or for corrupt data, -7 for frames other than
+// four-channel rows, top row first. Status: IMG_ERR_READ when the first read fails
+// or no entropy-coded data follows the first scan header, IMG_ERR_BAD_IMAGE without SOI
+// in the first 1000 bytes or for corrupt data, IMG_ERR_UNSUPPORTED for frames other than
 // Huffman-coded 8-bit baseline, extended or progressive and for component
-// counts other than 1, 3 and 4, -1 without memory, or a callback's negative
+// counts other than 1, 3 and 4, IMG_ERR_MEMORY without memory, or a callback's negative
 // result.
 int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream);
@@ -74,8 +74,8 @@ int32_t decode(const DecodeOptions& options, uint32_t position, IMG_RASTER_CALLB
 
 // The encoder of format code 13 (encoder contract of src/pipeline/codec.h;
 // the variant is unused). Reads the quality tables and the luminance
-// sampling factors from the process settings. -21 for 16-bit or unknown
-// depths, -9 on a short write, -1 without memory, or the supply's result.
+// sampling factors from the process settings. IMG_ERR_DEPTH for 16-bit or unknown
+// depths, IMG_ERR_WRITE on a short write, IMG_ERR_MEMORY without memory, or the supply's result.
 int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply, intptr_t user,
                int32_t variant);
 

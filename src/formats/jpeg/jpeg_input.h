@@ -36,7 +36,7 @@ public:
         return buf_ != nullptr;
     }
 
-    // First stream fault seen (-38), else 0.
+    // First stream fault seen (IMG_ERR_STREAM_FAULT), else 0.
     int32_t fault() const { return fault_; }
 
     uint64_t tell() const { return base_ + pos_; }

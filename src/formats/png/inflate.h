@@ -72,8 +72,8 @@ public:
 
     // Writes the next n bytes of output to out. Returns n; fewer (possibly 0)
     // when the stream ends first; or a negative status when n bytes cannot be
-    // produced: IMG_ERR_BAD_IMAGE (-3) for corrupt data, IMG_ERR_READ (-12)
-    // when the input ends inside the stream, IMG_ERR_MEMORY (-1), or a
+    // produced: IMG_ERR_BAD_IMAGE for corrupt data, IMG_ERR_READ
+    // when the input ends inside the stream, IMG_ERR_MEMORY, or a
     // source's status. n may be any size; memory stays bounded.
     int32_t read(uint8_t* out, uint32_t n);
 

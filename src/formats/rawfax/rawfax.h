@@ -13,7 +13,7 @@ namespace tesslin::rawfax {
 // Encoder of format codes 33 (Group 3 one-dimensional with EOL codes, bytes
 // bit-reversed), 53 (the same in natural bit order; any depth, the supply
 // providing change lists for deeper images), 34 (Group 4, bit-reversed) and
-// 52 (Group 4, natural order). The variant is the format code. -21 for a
+// 52 (Group 4, natural order). The variant is the format code. IMG_ERR_DEPTH for a
 // non-bilevel image given to 33, 34 or 52.
 int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply,
                intptr_t user, int32_t variant);

@@ -26,8 +26,8 @@ public:
     // Decodes `size` bytes of one strip, handing each complete row of
     // `row_bytes` to emit(row) until `rows` rows are done. Returns 0 when
     // the rows are done or the strip ends (end code, or no more data);
-    // -3 when the first code is not a clear code or a code is beyond the
-    // table; emit's negative status; -1 without memory.
+    // IMG_ERR_BAD_IMAGE when the first code is not a clear code or a code is beyond the
+    // table; emit's negative status; IMG_ERR_MEMORY without memory.
     template <typename F>
     int32_t decode(const uint8_t* data, size_t size, uint32_t row_bytes, uint32_t rows, F&& emit) {
         using Fn = std::remove_reference_t<F>;

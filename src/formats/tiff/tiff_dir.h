@@ -92,7 +92,7 @@ public:
     uint16_t load16(const uint8_t* p) const { return big_ ? load_be16(p) : load_le16(p); }
     uint32_t load32(const uint8_t* p) const { return big_ ? load_be32(p) : load_le32(p); }
 
-    // Seeks to base + offset; false (status -12) when that lies beyond 4 GB
+    // Seeks to base + offset; false (status IMG_ERR_READ) when that lies beyond 4 GB
     // or past the end of a stream of known size.
     bool seek(uint32_t offset);
 
@@ -100,23 +100,22 @@ public:
     // around the reader's buffer (whose view of the stream stays valid).
     bool read_direct(uint32_t offset, uint8_t* out, uint32_t n);
 
-    // Reads the 8-byte header: 0, -3 when fewer than 8 bytes arrive, -7
-    // when the byte-order word is neither "II" nor "MM".
+    // Reads the 8-byte header: 0, IMG_ERR_BAD_IMAGE when fewer than 8 bytes arrive,
+    // IMG_ERR_UNSUPPORTED when the byte-order word is neither "II" nor "MM".
     int32_t read_header();
     uint32_t first_ifd() const { return first_ifd_; }
 
-    // Moves to the directory of `page` and returns its offset in *ifd:
-    // through the page index when the file has one, otherwise along the
-    // chain. `min_first`/`max_first` bound the entry count of the directory
-    // the walk starts at (-3 outside), `min_next`/`max_next` every later
-    // one: outside them the chain ends, or with `strict` the walk fails with
-    // -3. A loop in the chain ends it too. -11 for a page beyond the chain,
-    // or the reader's status.
+    // Moves to the directory of `page` and returns its offset in *ifd: through the page index when
+    // the file has one, otherwise along the chain. `min_first`/`max_first` bound the entry count of
+    // the directory the walk starts at (IMG_ERR_BAD_IMAGE outside), `min_next`/`max_next` every
+    // later one: outside them the chain ends, or with `strict` the walk fails with
+    // IMG_ERR_BAD_IMAGE. A loop in the chain ends it too. IMG_ERR_NO_PAGE for a page beyond the
+    // chain, or the reader's status.
     int32_t find_page(uint32_t page, uint32_t* ifd, uint32_t min_first, uint32_t max_first,
                       uint32_t min_next, uint32_t max_next, bool strict = false);
 
     // Reads the directory at `ifd` (entry count, entries, next offset).
-    // -12 when it is cut short.
+    // IMG_ERR_READ when it is cut short.
     int32_t read_directory(uint32_t ifd, std::vector<Field>* fields, uint32_t* next);
 
     // The first value of a field as an unsigned number: BYTE, SHORT, LONG

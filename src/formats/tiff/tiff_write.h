@@ -45,8 +45,8 @@ public:
     PageWriter(int32_t stream);
     // Starts the page: appends to an "II" TIFF at the stream's position or
     // writes a new header there (with the page index the indexing setting
-    // asks for, unless `indexing` is false). -3 when an existing chain
-    // cannot be read, -9 on a short write.
+    // asks for, unless `indexing` is false). IMG_ERR_BAD_IMAGE when an existing chain
+    // cannot be read, IMG_ERR_WRITE on a short write.
     int32_t begin(bool indexing = true);
     // Writes the directory and trailing block for the page and leaves the
     // stream where the first strip goes.
