@@ -5,18 +5,22 @@
 //
 //   IMG_dib_to_ddb          the crop rectangle at 1:1 (display angle not
 //                           applied) as a new device bitmap: its handle;
-//                           -13; -3 dc not live; -1 no memory, or a crop
-//                           wider or higher than a surface can be (32,768)
+//                           IMG_ERR_HANDLE; IMG_ERR_BAD_IMAGE dc not live;
+//                           IMG_ERR_MEMORY no memory, or a crop wider or
+//                           higher than a surface can be (32,768)
 //   IMG_display_ddb         stretches (nearest) a device bitmap over a
-//                           rectangle, negative sizes mirroring: 0; -3 for
-//                           a ddb or dc that is not live; -10 size 0
+//                           rectangle, negative sizes mirroring: 0;
+//                           IMG_ERR_BAD_IMAGE for a ddb or dc that is not
+//                           live; IMG_ERR_DISPLAY_RECT size 0
 //   IMG_display_ddb_effect  the same drawn in 16 steps: effect 0 at once,
 //                           1 wiping from the left, 2 from the right, 3 from
 //                           the top, 4 from the bottom, waiting the wipe
 //                           delay (IMGLOW_set_wipedelay; 0 means 2 ms)
-//                           between steps; -7 for another effect
+//                           between steps; IMG_ERR_UNSUPPORTED for another
+//                           effect
 //   IMG_create_handle_ddb   a new 24-bit bitmap handle from a device
-//                           bitmap: the handle; -3 not live; -1 no memory
+//                           bitmap: the handle; IMG_ERR_BAD_IMAGE not live;
+//                           IMG_ERR_MEMORY
 #include <chrono>
 #include <cstring>
 #include <thread>

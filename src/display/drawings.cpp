@@ -10,9 +10,9 @@
 //   IMG_merge_bitmap           laid over the surface at an opacity
 //   IMG_get_bitmap_palette     the palette the display realises
 //
-// Every depth and storage. Statuses: 0; -13 bad handle; -3 dc not live;
-// -10 width or height 0; -7 (merge) an opacity outside 0 .. 100; a display
-// callback's result below 1.
+// Every depth and storage. Statuses: 0; IMG_ERR_HANDLE; IMG_ERR_BAD_IMAGE
+// dc not live; IMG_ERR_DISPLAY_RECT width or height 0; IMG_ERR_UNSUPPORTED
+// (merge) an opacity outside 0 .. 100; a display callback's result below 1.
 #include <algorithm>
 #include <cstring>
 

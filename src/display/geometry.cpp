@@ -1,15 +1,17 @@
 // Display geometry: how a bitmap relates to the window it is shown in.
 //
-//   IMG_set_display_angle     0; -13; -7 unless 0, 90, 180 or 270
-//   IMGLOW_map_image_to_wnd   image point to window client point: 0; -13;
-//                             -3 for a window that is not live or a null
-//                             point
+//   IMG_set_display_angle     0; IMG_ERR_HANDLE; IMG_ERR_UNSUPPORTED unless
+//                             0, 90, 180 or 270
+//   IMGLOW_map_image_to_wnd   image point to window client point: 0;
+//                             IMG_ERR_HANDLE; IMG_ERR_BAD_IMAGE for a window
+//                             that is not live or a null point
 //   IMGLOW_map_wnd_to_image   window client point to image point (clamped
 //                             into the image): the same statuses
 //   IMG_display_fit_to_width  fits the image width to an area, sets crop
 //   IMG_display_fit_to_height and display rectangles, draws; the zoom in
-//                             percent; -13; -10 for an area narrower or
-//                             lower than 1; -3 for a dc that is not live or
+//                             percent; IMG_ERR_HANDLE; IMG_ERR_DISPLAY_RECT
+//                             for an area narrower or lower than 1;
+//                             IMG_ERR_BAD_IMAGE for a dc that is not live or
 //                             a window that is neither 0 nor live
 //
 // Every depth; the geometry reads only the sizes, the crop and display

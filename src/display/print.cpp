@@ -8,9 +8,9 @@
 //                          instead of dropping out
 //   IMG_print_bitmap_fast  nearest neighbour
 //
-// A width and height of 0 take the whole surface. Statuses: 0; -13 bad
-// handle; -3 dc not live; -10 one size 0 and the other not, or a
-// crop narrower or lower than 1.
+// A width and height of 0 take the whole surface. Statuses: 0;
+// IMG_ERR_HANDLE; IMG_ERR_BAD_IMAGE dc not live; IMG_ERR_DISPLAY_RECT one
+// size 0 and the other not.
 #include "core/api.h"
 #include "core/bitmap.h"
 #include "display/display.h"

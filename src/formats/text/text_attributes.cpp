@@ -2,9 +2,10 @@
 // under a mask, and the page geometry derived from it.
 //
 //   IMGLOW_set_ascii_attributes  copies the fields whose mask bit is set (the
-//                                four margins together); 0, -3 for NULL
+//                                four margins together); 0, IMG_ERR_BAD_IMAGE
+//                                for NULL
 //   IMGLOW_get_ascii_attributes  fills the fields whose mask bit is set; 0,
-//                                -3 for NULL
+//                                IMG_ERR_BAD_IMAGE for NULL
 #include <cstring>
 
 #include "core/api.h"

@@ -3,16 +3,17 @@
 //
 //   decode                       one page as a 1-bit image (black, white
 //                                palette), rows delivered top first
-//   count_pages                  pages of the text; -3 for a file that is not
-//                                text
+//   count_pages                  pages of the text; IMG_ERR_BAD_IMAGE for a
+//                                file that is not text
 //   IMG_import_ascii             a page into a new handle through the decode
 //                                entry point
 //   IMGLOW_get_ascii_page_width  the page width that holds the widest line
 //
-// Statuses besides the ones named: -3 for a page smaller than one pixel or
-// larger than an image can be, -7 when no font can be had, -11 for a page
-// beyond the last, -1 when memory runs out, and the stream's and callbacks'
-// own failures.
+// Statuses besides the ones named: IMG_ERR_BAD_IMAGE for a page smaller
+// than one pixel or larger than an image can be, IMG_ERR_UNSUPPORTED when
+// no font can be had, IMG_ERR_NO_PAGE for a page beyond the last,
+// IMG_ERR_MEMORY when memory runs out, and the stream's and callbacks' own
+// failures.
 #include <algorithm>
 #include <vector>
 
