@@ -48,30 +48,47 @@ void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* ou
         row = obj->plain_row(y);
     }
     const bool alpha = obj->header()->biCompression == IMG_COMPRESSION_ALPHA;
-    for (int32_t i = 0; i < n; ++i) {
-        const uint32_t x = uint32_t(x0 + i);
-        uint8_t* o = out + size_t(i) * 3;
-        switch (bits) {
-            case 1: case 4: case 8: {
-                uint32_t index;
-                if (bits == 8) index = row[x];
-                else if (bits == 4) index = (row[x / 2] >> ((x & 1) ? 0 : 4)) & 15;
-                else index = (row[x / 8] >> (7 - (x & 7))) & 1;
-                o[0] = pal[index].rgbRed, o[1] = pal[index].rgbGreen, o[2] = pal[index].rgbBlue;
-                break;
+    const auto put = [](uint8_t* o, const RgbQuad& c) {
+        o[0] = c.rgbRed, o[1] = c.rgbGreen, o[2] = c.rgbBlue;
+    };
+    // One loop per depth, so that the depth is not tested per pixel.
+    switch (bits) {
+        case 1:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
+                put(out + size_t(i) * 3, pal[(row[x / 8] >> (7 - (x & 7))) & 1]);
             }
-            case 16: {
+            break;
+        case 4:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
+                put(out + size_t(i) * 3, pal[(row[x / 2] >> ((x & 1) ? 0 : 4)) & 15]);
+            }
+            break;
+        case 8:
+            for (int32_t i = 0; i < n; ++i) put(out + size_t(i) * 3, pal[row[x0 + i]]);
+            break;
+        case 16:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
                 const uint32_t v = uint32_t(row[2 * x]) | uint32_t(row[2 * x + 1]) << 8;
                 const uint32_t r = (v >> 10) & 31, g = (v >> 5) & 31, b = v & 31;
+                uint8_t* o = out + size_t(i) * 3;
                 o[0] = uint8_t(r << 3 | r >> 2), o[1] = uint8_t(g << 3 | g >> 2),
                 o[2] = uint8_t(b << 3 | b >> 2);
-                break;
             }
-            case 24:
-                o[0] = row[3 * x + 2], o[1] = row[3 * x + 1], o[2] = row[3 * x];
-                break;
-            default: {  // 32
-                const uint8_t* p = row + 4 * x;
+            break;
+        case 24:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint8_t* p = row + 3 * size_t(x0 + i);
+                uint8_t* o = out + size_t(i) * 3;
+                o[0] = p[2], o[1] = p[1], o[2] = p[0];
+            }
+            break;
+        default:  // 32
+            for (int32_t i = 0; i < n; ++i) {
+                const uint8_t* p = row + 4 * size_t(x0 + i);
+                uint8_t* o = out + size_t(i) * 3;
                 if (alpha) {
                     o[0] = p[2], o[1] = p[1], o[2] = p[0];
                 } else {
@@ -80,9 +97,8 @@ void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* ou
                     o[0] = uint8_t((255 - p[0]) * k / 255), o[1] = uint8_t((255 - p[1]) * k / 255),
                     o[2] = uint8_t((255 - p[2]) * k / 255);
                 }
-                break;
             }
-        }
+            break;
     }
 }
 

@@ -191,8 +191,13 @@ int32_t render(Source& source, intptr_t dc, const Placement& where, const Blend&
     const uint32_t table = (how.rop >> 20) & 15;
     const bool copy = table == 0xC;
     const int32_t opacity = std::clamp(how.opacity, 1, 100);
+    const bool plain_copy = angle == 0 && keyed.empty() && opacity == 100 && copy;
     for (int64_t j = j0; j < j1; ++j) {
         uint8_t* d = s.rgb + (size_t(where.y + j) * size_t(s.width) + size_t(where.x + i0)) * 3;
+        if (plain_copy) {  // the piece's row is the surface's row
+            std::memcpy(d, piece.data() + size_t(j - b0) * na * 3, na * 3);
+            continue;
+        }
         for (int64_t i = i0; i < i1; ++i, d += 3) {
             int64_t a, b;
             switch (angle) {
