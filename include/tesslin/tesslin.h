@@ -952,6 +952,166 @@ TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio);
 
+/* ------------------------------------------------------------------ */
+/* Display geometry and drawing                                         */
+/* ------------------------------------------------------------------ */
+
+/* Drawing entry points read the bitmap's crop rectangle, display angle and
+ * raster operation (IMGLOW_set_rop; the brush is white) and draw into the
+ * software surfaces above (docs/display.md). Those that take a bitmap handle
+ * return IMG_ERR_HANDLE for a bad one, IMG_ERR_BAD_IMAGE for a device
+ * context or window that is not live, IMG_ERR_DISPLAY_RECT for a rectangle
+ * or area of width or height 0; the display operations (all but printing
+ * and device bitmaps) store their display rectangle, mark the bitmap busy
+ * while drawing and ask the display callback (IMGLOW_set_dispfunc) first,
+ * whose result below 1 cancels the drawing and is returned. Negative
+ * widths and heights mirror the picture left to right and top to bottom in
+ * the image's own orientation. */
+
+/* Store the display angle, clockwise: 0, 90, 180 or 270 (0 when a handle is
+ * created); every drawing of the bitmap then shows it turned. IMG_ERR_UNSUPPORTED
+ * (the old angle kept) for any other value. */
+TESSLIN_API int32_t IMG_set_display_angle(int32_t handle, int32_t angle);
+/* Convert an image point (*x, *y) to the client point of `window` where it
+ * is shown, and back. With the crop rectangle covering the whole image the
+ * picture keeps its aspect ratio in the client area, centred; with a part
+ * of the image it is stretched over the whole client area. Image-to-window
+ * results are reduced to signed 16-bit values; window-to-image results are
+ * clamped into the image, and use the centring offset only when the display
+ * rectangle does not start at (0, 0). 0, IMG_ERR_HANDLE, or
+ * IMG_ERR_BAD_IMAGE for a window that is not live or a NULL x or y. */
+TESSLIN_API int32_t IMGLOW_map_image_to_wnd(int32_t handle, intptr_t window, int32_t *x,
+                                            int32_t *y);
+TESSLIN_API int32_t IMGLOW_map_wnd_to_image(int32_t handle, intptr_t window, int32_t *x,
+                                            int32_t *y);
+/* Fit the displayed image width (height) to the area of `width` x `height`
+ * at (x, y): set the crop rectangle to the rows (columns) the area shows,
+ * centre the picture across when the whole image fits, store the display
+ * rectangle and draw into `dc`. `window` (0 for none) is only checked:
+ * software windows have no scroll bars. Returns the zoom in percent (0 when
+ * less than one image row or column fits), or a negative status. */
+TESSLIN_API int32_t IMG_display_fit_to_width(int32_t handle, intptr_t dc, intptr_t window,
+                                             int32_t x, int32_t y, int32_t width,
+                                             int32_t height);
+TESSLIN_API int32_t IMG_display_fit_to_height(int32_t handle, intptr_t dc, intptr_t window,
+                                              int32_t x, int32_t y, int32_t width,
+                                              int32_t height);
+/* IMG_display_bitmap variants: _aspect fits the picture into the rectangle
+ * with its aspect ratio kept, centred, and stores the rectangle it drew;
+ * _transp leaves pixels of the transparent colour (IMGLOW_set_transp_color:
+ * a palette index in the low byte for images of 8 bits or fewer, a
+ * COLORREF for deeper ones) as the surface had them, and draws everything
+ * when no transparent colour is set; _iac draws anti-aliased, each surface
+ * pixel the average of the image pixels it covers (a bilevel page shrinks
+ * to grey). */
+TESSLIN_API int32_t IMG_display_bitmap_aspect(int32_t handle, intptr_t dc, int32_t x,
+                                              int32_t y, int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_bitmap_transp(int32_t handle, intptr_t dc, int32_t x,
+                                              int32_t y, int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_bitmap_iac(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                           int32_t width, int32_t height);
+/* Lay the picture over what the surface holds at `percent` opacity (100:
+ * covers it; 0: leaves it). IMG_ERR_UNSUPPORTED for a percentage outside
+ * 0 .. 100. */
+TESSLIN_API int32_t IMG_merge_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                     int32_t width, int32_t height, int32_t percent);
+/* The palette drawing realises for the bitmap, copied into `palette` (room
+ * for 256 entries; NULL just counts): the number of entries, 0 for images
+ * deeper than 8 bits (drawn in true colour), IMG_ERR_HANDLE. */
+TESSLIN_API int32_t IMG_get_bitmap_palette(int32_t handle, IMG_RGBQUAD *palette);
+/* Device bitmaps. IMG_dib_to_ddb copies the crop rectangle (1:1, display
+ * angle not applied) into a new device bitmap for `dc`: a device context
+ * handle of the crop's size, read with tesslin_dc_pixels and freed with
+ * tesslin_dc_destroy; IMG_ERR_MEMORY when no memory is left or the crop is
+ * wider or higher than 32768. IMG_display_ddb stretches one (nearest) over
+ * a rectangle of `dc`; IMG_display_ddb_effect draws it in 16 steps, effect
+ * 0 at once, 1 wiping in from the left, 2 from the right, 3 from the top, 4
+ * from the bottom, waiting the wipe delay (IMGLOW_set_wipedelay, 0 meaning
+ * 2 ms) between steps; IMG_ERR_UNSUPPORTED for another effect.
+ * IMG_create_handle_ddb makes a new 24-bit bitmap handle of one. A device
+ * bitmap that is not live gives IMG_ERR_BAD_IMAGE. */
+TESSLIN_API intptr_t IMG_dib_to_ddb(int32_t handle, intptr_t dc);
+TESSLIN_API int32_t IMG_display_ddb(intptr_t ddb, intptr_t dc, int32_t x, int32_t y,
+                                    int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_ddb_effect(intptr_t ddb, intptr_t dc, int32_t x, int32_t y,
+                                           int32_t width, int32_t height, int32_t effect);
+TESSLIN_API int32_t IMG_create_handle_ddb(intptr_t ddb);
+/* Print the crop rectangle, in the display angle, onto a page surface:
+ * fitted into the rectangle with its aspect ratio kept and centred (width
+ * and height 0: the whole surface). IMG_print_bitmap averages the image
+ * pixels each page pixel covers; IMG_print_bitmap_fast takes the nearest.
+ * The display rectangle, display callback and raster operation are not
+ * used. */
+TESSLIN_API int32_t IMG_print_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                     int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_print_bitmap_fast(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                          int32_t width, int32_t height);
+
+/* ------------------------------------------------------------------ */
+/* Text files as pages                                                  */
+/* ------------------------------------------------------------------ */
+
+/* Plain text files open like images (format code IMG_FORMAT_TEXT, detected
+ * only after IMGLOW_set_auto_detect(IMG_FORMAT_TEXT)): each page is typeset
+ * in a monospace font onto a white 1-bit page (docs/text.md). The
+ * attributes below are process-wide; lengths are in thousandths of an
+ * inch. */
+typedef struct {
+    uint32_t mask;          /* which fields a set or get call touches */
+    int32_t x_resolution;   /* 0x1: dots per inch across, default 200 */
+    int32_t y_resolution;   /* 0x2: dots per inch down, default 200 */
+    int32_t left_margin;    /* 0x4 (the four margins): default 1000 */
+    int32_t top_margin;     /* default 750 */
+    int32_t right_margin;   /* default 1000 */
+    int32_t bottom_margin;  /* default 750 */
+    int32_t tab_size;       /* 0x8: tab stops every so many characters, default 8 */
+    int32_t page_width;     /* 0x10: default 8500 */
+    int32_t page_height;    /* 0x20: default 11000 */
+    int32_t font_height;    /* 0x40: in pixels (0: 12 points); negative, the default
+                               -1: fitted to the lines and characters per page */
+    int32_t chars_per_line; /* 0x80: default 80 */
+    int32_t lines_per_page; /* 0x100: default 60 */
+    int32_t bold;           /* 0x200: non-zero selects the bold face */
+    int32_t italic;         /* 0x400: the low byte non-zero selects the italic face */
+    char font_name[32];     /* 0x800: face name, default "Courier New" (matched through
+                               fontconfig, docs/platform.md); longer names are cut to 31 */
+} IMG_ASCII_ATTRIBUTES;
+
+enum {
+    IMG_ASCII_X_RESOLUTION = 0x1,
+    IMG_ASCII_Y_RESOLUTION = 0x2,
+    IMG_ASCII_MARGINS = 0x4,
+    IMG_ASCII_TAB_SIZE = 0x8,
+    IMG_ASCII_PAGE_WIDTH = 0x10,
+    IMG_ASCII_PAGE_HEIGHT = 0x20,
+    IMG_ASCII_FONT_HEIGHT = 0x40,
+    IMG_ASCII_CHARS_PER_LINE = 0x80,
+    IMG_ASCII_LINES_PER_PAGE = 0x100,
+    IMG_ASCII_BOLD = 0x200,
+    IMG_ASCII_ITALIC = 0x400,
+    IMG_ASCII_FONT_NAME = 0x800
+};
+
+/* Copy the fields whose mask bit is set into the process-wide attributes
+ * (set) or out of them (get). 0, or IMG_ERR_BAD_IMAGE for NULL. */
+TESSLIN_API int32_t IMGLOW_set_ascii_attributes(const IMG_ASCII_ATTRIBUTES *record);
+TESSLIN_API int32_t IMGLOW_get_ascii_attributes(IMG_ASCII_ATTRIBUTES *record);
+/* The page width, in thousandths of an inch, that holds the file's widest
+ * line between the margins, measured in the current font with tabs
+ * expanded; the number of characters of the longest line (tabs counting
+ * one) becomes the characters-per-line attribute. IMG_ERR_OPEN when the
+ * file cannot be opened, IMG_ERR_BAD_IMAGE for a file that is not text (a
+ * byte below 32 other than 9 to 13 and 26) or a resolution below 1,
+ * IMG_ERR_UNSUPPORTED when no font can be had. Reads the attributes. */
+TESSLIN_API int32_t IMGLOW_get_ascii_page_width(const char *file_name);
+/* Decode page `page` (0 = the first) of a text file into a new bitmap
+ * handle, as IMG_decompress_bitmap_fd at offset 0 does: the handle,
+ * IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED while detection of IMG_FORMAT_TEXT is
+ * off (or when no font can be had), IMG_ERR_NO_PAGE beyond the last page,
+ * IMG_ERR_BAD_IMAGE for a page smaller than one pixel. Reads the
+ * attributes and the decode settings. */
+TESSLIN_API int32_t IMG_import_ascii(const char *file_name, int32_t page);
+
 #ifdef __cplusplus
 }
 #endif
