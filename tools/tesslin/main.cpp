@@ -17,6 +17,7 @@ namespace cli {
     ROW(convert, "INPUT OUTPUT [options]", "decode pages and save them in another format")       \
     ROW(formats, "", "every format code and what the library does with it")                      \
     ROW(tags, "FILE [--page N]", "the TIFF tags of a page")                                      \
+    ROW(scan, "OUT [options]", "pages from the scanner into a file or numbered files")           \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \
