@@ -428,6 +428,11 @@ void event_loop(Step step, Stop stop) {
 
 // 0 or IMG_ERR_SCAN_REFUSED (the connection closed).
 int32_t enable_source(intptr_t parent, int32_t show_ui) {
+    // A settings dialog left open by IMG_scan_setup closes first.
+    if (g.enabled) {
+        to_source(DG_CONTROL, DAT_USERINTERFACE, MSG_DISABLEDS, &g.ui);
+        g.enabled = false;
+    }
     g.ui.ShowUI = show_ui ? 1 : 0;
     g.ui.ModalUI = 0;
     g.ui.hParent = reinterpret_cast<void*>(parent);
