@@ -454,9 +454,7 @@ bool code_page() {
             return true;
         }
         tesslin_block_free(block);
-        if (n >= 0 || n != IMG_ERR_WRITE) {
-            if (n < 0) return false;
-        }
+        if (n < 0 && n != IMG_ERR_WRITE) return false;  // else: a larger block
     }
     return false;
 }
