@@ -47,14 +47,20 @@ enum {
     IMG_ERR_NO_PAGE = -11,         /* the page or image does not exist */
     IMG_ERR_READ = -12,            /* a stream read was short (truncated data) */
     IMG_ERR_HANDLE = -13,          /* bad bitmap handle */
-    IMG_ERR_STOP = -18,            /* header callback asked to stop after the header */
+    IMG_ERR_SCAN_REFUSED = -16,    /* the scanner's manager or source refused an operation */
+    IMG_ERR_SCAN_MANAGER = -17,    /* the scanner's manager module is absent or unusable */
+    IMG_ERR_STOP = -18,            /* header callback asked to stop; scanning: cancelled, no image */
     IMG_ERR_DEPTH = -21,           /* bit depth not supported by the operation */
     IMG_ERR_NOT_GRAY = -22,        /* needs a grey palette */
     IMG_ERR_NO_TRANSPARENCY = -26, /* the bitmap has no transparent colour */
     IMG_ERR_COMPRESSION = -27,     /* compression not handled by the built-in decoder */
+    IMG_ERR_SCAN_NO_PAPER = -28,   /* no paper in the scanner's feeder, or the query failed */
+    IMG_ERR_SCAN_FEEDER = -29,     /* the scanner's feeder could not be enabled */
     IMG_ERR_GIF_BLOCK = -30,       /* a GIF block without the extension introducer */
     IMG_ERR_NOT_FOUND = -31,       /* tag, resource or block not found */
     IMG_ERR_NOT_TILED = -32,       /* the image is not tiled */
+    IMG_ERR_SCAN_CAPABILITY = -33, /* a scanner capability could not be read or set as asked */
+    IMG_ERR_SCAN_AUTOFEED = -34,   /* the scanner's automatic feeding could not be enabled */
     IMG_ERR_PLUGIN = -36,          /* the PDF input module could not be loaded */
     IMG_ERR_ABIC_PLUGIN = -37,     /* the ABIC module could not be loaded */
     IMG_ERR_STREAM_FAULT = -38,    /* a fault inside a stream read, write or seek */
@@ -1111,6 +1117,81 @@ TESSLIN_API int32_t IMGLOW_get_ascii_page_width(const char *file_name);
  * IMG_ERR_BAD_IMAGE for a page smaller than one pixel. Reads the
  * attributes and the decode settings. */
 TESSLIN_API int32_t IMG_import_ascii(const char *file_name, int32_t page);
+/* Scanning                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Pages come from a scanner through a data source manager module loaded at
+ * run time: $TESSLIN_TWAIN_DSM, else libtesslin-twain.so beside the library
+ * (docs/scanning.md). The module shipped with the library drives SANE: the
+ * device $TESSLIN_SANE_DEVICE, else the first one SANE lists, with the extra
+ * backend options of $TESSLIN_SANE_OPTIONS ("name=value;..."). Connection
+ * state is process-wide and unlocked: one scanning operation at a time.
+ * `parent` is handed to the manager as the parent window (0 is fine).
+ * Statuses common to all: IMG_ERR_SCAN_MANAGER (module absent, not loadable,
+ * no entry point; returned as such by IMG_scan_open_source, IMG_scan_acquire
+ * and IMG_scan_pages, as IMG_ERR_SCAN_REFUSED by the others),
+ * IMG_ERR_SCAN_REFUSED (the manager or the source refused to open or to
+ * act), IMG_ERR_STOP (cancelled, or no image was transferred). */
+
+/* The scan settings the library imposes when the source's own dialog is
+ * not shown (show_ui 0): 44 bytes, no padding. Defaults: 1 bit, frame
+ * 0, 0, 8.5, 11 inches, 300 by 300 dots per inch. */
+#pragma pack(push, 4)
+typedef struct {
+    int32_t bits_per_pixel; /* 1 black and white, 8 grey, 24 colour */
+    double left, top, right, bottom; /* scan frame, inches */
+    int32_t x_resolution, y_resolution; /* dots per inch */
+} IMG_SCAN_SETTINGS;
+#pragma pack(pop)
+
+/* Ask the manager for its default source, then let it choose one (its
+ * selection dialog; the SANE manager has none and keeps the default); the
+ * choice is used by the next operations. Closes the connection. 0, or the
+ * manager-open status. */
+TESSLIN_API int32_t IMG_scan_open_source(intptr_t parent);
+/* Show the source's own settings dialog without acquiring. Leaves the
+ * connection open (IMG_scan_feeder_close ends it). 0; IMG_ERR_SCAN_REFUSED;
+ * IMG_ERR_SCAN_CAPABILITY when the source cannot show its dialog alone. */
+TESSLIN_API int32_t IMG_scan_setup(intptr_t parent);
+/* The current value of one capability (one-value container), or
+ * IMG_ERR_SCAN_CAPABILITY. Leaves the connection open. */
+TESSLIN_API int32_t IMG_scan_get_cap(intptr_t parent, uint16_t capability);
+/* Set one capability as a 16-bit value. 0 or IMG_ERR_SCAN_CAPABILITY. Leaves
+ * the connection open. */
+TESSLIN_API int32_t IMG_scan_set_cap(intptr_t parent, uint16_t capability, int32_t value);
+/* Store the scan settings record (copied whole; NULL is ignored). 0. */
+TESSLIN_API int32_t IMG_scan_set_caps(const IMG_SCAN_SETTINGS *settings);
+/* Acquire one page by native transfer (the feeder switched off) into a new
+ * handle. With show_ui 0 the scan settings are applied first. The handle,
+ * IMG_ERR_STOP when the source closed without a transfer, or the decode
+ * status of the transferred DIB. Reads the decode settings. */
+TESSLIN_API int32_t IMG_scan_acquire(intptr_t parent, int32_t show_ui);
+/* The next page from the feeder as a new handle. The first call opens the
+ * connection (IMG_ERR_SCAN_NO_PAPER when the feeder is empty or cannot say,
+ * IMG_ERR_SCAN_FEEDER when it cannot be enabled, IMG_ERR_SCAN_AUTOFEED when
+ * automatic feeding cannot be), and the connection stays open while pages
+ * remain; it is closed after the last page or a failure. The _fast variant
+ * asks for Group 4 compressed pages by memory transfer (when the source
+ * offers them; else native) and sets duplex scanning to `duplex` when the
+ * source has it. */
+TESSLIN_API int32_t IMG_scan_acquire_feeder(intptr_t parent, int32_t show_ui);
+TESSLIN_API int32_t IMG_scan_acquire_feeder_fast(intptr_t parent, int32_t show_ui,
+                                                 int32_t duplex);
+/* Scan every page in the feeder and save each with IMG_save_bitmap in
+ * format `format_code` (negative: BMP). Multi-page codes (IMG_FORMAT_TIFF,
+ * _TIFF_MH, _TIFF_G3, _TIFF_G4, _DCX, _TIFF_PACKBITS) write all pages into
+ * the file `name`, started afresh; other codes write "<name>%08d.img"
+ * (pages counted from 0; "%08d.img" when name is NULL), replacing files of
+ * those names. 0, or the first negative status (feeder statuses as
+ * IMG_ERR_SCAN_REFUSED, save statuses, transfer statuses). Pages written
+ * before a failure stay. */
+TESSLIN_API int32_t IMG_scan_pages(intptr_t parent, const char *name, int32_t format_code,
+                                   int32_t show_ui);
+TESSLIN_API int32_t IMG_scan_pages_fast(intptr_t parent, const char *name, int32_t format_code,
+                                        int32_t show_ui, int32_t duplex);
+/* End the connection: disable and close the source, close and unload the
+ * manager. 0. */
+TESSLIN_API int32_t IMG_scan_feeder_close(void);
 
 #ifdef __cplusplus
 }

@@ -26,6 +26,7 @@ namespace cli {
     ROW(flip, "INPUT OUTPUT -x|-y", "mirror pages left-right or top-bottom")                     \
     ROW(invert, "INPUT OUTPUT", "complement every pixel value")                                  \
     ROW(resize, "INPUT OUTPUT --width W --height H", "scale pages (nearest, interp, area, grey)") \
+    ROW(scan, "OUT [options]", "pages from the scanner into a file or numbered files")           \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \
