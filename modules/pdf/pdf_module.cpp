@@ -23,6 +23,7 @@
 #include <poppler/cpp/poppler-page.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tesslin/tesslin.h"
@@ -101,9 +103,13 @@ int32_t render(const poppler::document& doc, int page_index, IMG_RASTER_CALLBACK
 
     // Refuse a page too large to hold before poppler allocates it.
     const poppler::rectf box = page->page_rect();
-    const double w_pt = box.width(), h_pt = box.height();
+    double w_pt = box.width(), h_pt = box.height();
     if (!(w_pt > 0 && h_pt > 0)) return IMG_ERR_BAD_IMAGE;
-    const double w_px = w_pt * dpi / 72.0 + 2, h_px = h_pt * dpi / 72.0 + 2;
+    const auto turn = page->orientation();
+    if (turn == poppler::page::landscape || turn == poppler::page::seascape) std::swap(w_pt, h_pt);
+    // The page covers whole pixels: a part-pixel at the right and bottom
+    // edges counts as one (as pdftoppm sizes its pages).
+    const double w_px = std::ceil(w_pt * dpi / 72.0), h_px = std::ceil(h_pt * dpi / 72.0);
     if (w_px > kMaxSide || h_px > kMaxSide || w_px * h_px * (bits == 24 ? 3 : 1) > double(kMaxImageBytes))
         return IMG_ERR_BAD_IMAGE;
 
@@ -116,7 +122,7 @@ int32_t render(const poppler::document& doc, int page_index, IMG_RASTER_CALLBACK
     }
     renderer.set_image_format(bits == 24 ? poppler::image::format_bgr24
                                          : poppler::image::format_gray8);
-    poppler::image img = renderer.render_page(page.get(), dpi, dpi);
+    poppler::image img = renderer.render_page(page.get(), dpi, dpi, 0, 0, int(w_px), int(h_px));
     if (!img.is_valid() || img.width() < 1 || img.height() < 1) return IMG_ERR_BAD_IMAGE;
     const int width = img.width(), height = img.height();
     const int stride = img.bytes_per_row();
@@ -321,9 +327,13 @@ MODULE_EXPORT int32_t apdf_extract_text(const char* file, char** text, int32_t f
                 const std::string t = utf8(p->text(poppler::rectf(), layout));
                 any = any || t.find_first_not_of(" \t\r\n\f") != std::string::npos;
                 all += t;
-                if (!all.empty() && all.back() != '\n') all += '\n';
             }
-            all += '\f';
+            // Each page ends with a form feed (poppler's page text may
+            // already carry it).
+            if (all.empty() || all.back() != '\f') {
+                if (!all.empty() && all.back() != '\n') all += '\n';
+                all += '\f';
+            }
         }
         if (!any) return IMG_ERR_TEXT_NOT_FOUND;
         if (all.size() >= 0x7FFFFFFF) return IMG_ERR_MEMORY;
