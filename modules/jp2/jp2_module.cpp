@@ -171,8 +171,12 @@ struct Component {
 
 uint8_t clamp8(int v) { return uint8_t(std::clamp(v, 0, 255)); }
 
+// Announces the image from its header, then decodes it (`decode`) and
+// delivers the rows: a caller that only wants the header stops before the
+// decoding work.
+template <typename Decode>
 int32_t deliver(const opj_image_t& img, IMG_RASTER_CALLBACK raster, intptr_t user,
-                IMG_HEADER_CALLBACK header) {
+                IMG_HEADER_CALLBACK header, Decode&& decode) {
     const uint32_t n = img.numcomps;
     if (n < 1 || !img.comps) return IMG_ERR_BAD_IMAGE;
     const opj_image_comp_t& c0 = img.comps[0];
@@ -182,7 +186,7 @@ int32_t deliver(const opj_image_t& img, IMG_RASTER_CALLBACK raster, intptr_t use
     std::vector<Component> comps;
     for (uint32_t i = 0; i < used; ++i) {
         const opj_image_comp_t& c = img.comps[i];
-        if (!c.data || c.w < 1 || c.h < 1 || c.prec < 1 || c.prec > 31 || c.dx < 1 || c.dy < 1)
+        if (c.w < 1 || c.h < 1 || c.prec < 1 || c.prec > 31 || c.dx < 1 || c.dy < 1)
             return IMG_ERR_BAD_IMAGE;
         Component k{&c, 1, 1, 0, 0, 0};
         if (c.dx > c0.dx) k.step_x = c.dx / c0.dx;
@@ -227,6 +231,11 @@ int32_t deliver(const opj_image_t& img, IMG_RASTER_CALLBACK raster, intptr_t use
             dib.palette[i * 4] = dib.palette[i * 4 + 1] = dib.palette[i * 4 + 2] = uint8_t(i);
     if (const int32_t r = header(&dib.h, user); r < 0) return r;
 
+    if (const int32_t r = decode(); r < 0) return r;
+    for (uint32_t i = 0; i < used; ++i) {
+        const opj_image_comp_t& c = img.comps[i];
+        if (!c.data || c.w < 1 || c.h < 1) return IMG_ERR_BAD_IMAGE;
+    }
     std::vector<uint8_t> row(row_bytes, 0);
     for (uint32_t y = 0; y < height; ++y) {
         uint8_t* p = row.data();
@@ -294,10 +303,12 @@ int32_t decode(Buffer& input, IMG_RASTER_CALLBACK raster, intptr_t user,
     // Even empty code-blocks cost some bits: refuse huge declared sizes in
     // tiny streams.
     if (w * h > uint64_t(b.size()) * 65536 + (1u << 24)) return IMG_ERR_BAD_IMAGE;
-    if (!opj_decode(codec.get(), stream.get(), image.get()) ||
-        !opj_end_decompress(codec.get(), stream.get()))
-        return IMG_ERR_BAD_IMAGE;
-    return deliver(*image, raster, user, header);
+    return deliver(*image, raster, user, header, [&]() -> int32_t {
+        if (!opj_decode(codec.get(), stream.get(), image.get()) ||
+            !opj_end_decompress(codec.get(), stream.get()))
+            return IMG_ERR_BAD_IMAGE;
+        return 0;
+    });
 }
 
 // ---- Encoding ------------------------------------------------------------------

@@ -112,22 +112,10 @@ int32_t render(const poppler::document& doc, int page_index, IMG_RASTER_CALLBACK
     const double w_px = std::ceil(w_pt * dpi / 72.0), h_px = std::ceil(h_pt * dpi / 72.0);
     if (w_px > kMaxSide || h_px > kMaxSide || w_px * h_px * (bits == 24 ? 3 : 1) > double(kMaxImageBytes))
         return IMG_ERR_BAD_IMAGE;
+    const int width = int(w_px), height = int(h_px);
 
-    poppler::page_renderer renderer;
-    if (bits == 1) {
-        renderer.set_render_hints(0);
-    } else {
-        renderer.set_render_hints(poppler::page_renderer::antialiasing |
-                                  poppler::page_renderer::text_antialiasing);
-    }
-    renderer.set_image_format(bits == 24 ? poppler::image::format_bgr24
-                                         : poppler::image::format_gray8);
-    poppler::image img = renderer.render_page(page.get(), dpi, dpi, 0, 0, int(w_px), int(h_px));
-    if (!img.is_valid() || img.width() < 1 || img.height() < 1) return IMG_ERR_BAD_IMAGE;
-    const int width = img.width(), height = img.height();
-    const int stride = img.bytes_per_row();
-    const char* pixels = img.const_data();
-
+    // The header first: a caller that only wants it (file information)
+    // stops there, before the page is rendered.
     struct {
         IMG_BITMAPINFOHEADER h;
         uint8_t palette[256 * 4];
@@ -146,6 +134,20 @@ int32_t render(const poppler::document& doc, int page_index, IMG_RASTER_CALLBACK
             dib.palette[i * 4] = dib.palette[i * 4 + 1] = dib.palette[i * 4 + 2] = uint8_t(i);
     if (bits == 1) std::memset(dib.palette + 4, 255, 3);  // 0 black, 1 white
     if (const int32_t r = header(&dib.h, user); r < 0) return r;
+
+    poppler::page_renderer renderer;
+    if (bits == 1) {
+        renderer.set_render_hints(0);
+    } else {
+        renderer.set_render_hints(poppler::page_renderer::antialiasing |
+                                  poppler::page_renderer::text_antialiasing);
+    }
+    renderer.set_image_format(bits == 24 ? poppler::image::format_bgr24
+                                         : poppler::image::format_gray8);
+    poppler::image img = renderer.render_page(page.get(), dpi, dpi, 0, 0, int(w_px), int(h_px));
+    if (!img.is_valid() || img.width() != width || img.height() != height) return IMG_ERR_BAD_IMAGE;
+    const int stride = img.bytes_per_row();
+    const char* pixels = img.const_data();
 
     std::vector<uint8_t> row;
     try {
