@@ -627,6 +627,22 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
                                              const char *file);
 
 /* ------------------------------------------------------------------ */
+/* Photoshop files                                                      */
+/* ------------------------------------------------------------------ */
+
+/* No functions of their own; two of the calls above answer for them:
+ * - IMGLOW_get_tiff_tag(id, size, &value, file, buffer) on a Photoshop file
+ *   copies at most `size` bytes of the data of the first image resource
+ *   with that id (1005: resolution information) into `buffer` and returns
+ *   1; -31 when the file has no such resource, -12 when its header cannot
+ *   be read. `value` is not used; the _page_fd variant answers -7.
+ * - IMG_decompress_bitmap_page(file, -c) decodes channel c of the composite
+ *   image as an 8-bit grey image: byte c of each pixel as the image would
+ *   be held (RGB: 1 green, 2 red, 3 alpha); -3 for a channel the image does
+ *   not have and for one-channel images.
+ * docs/raster-formats.md describes the Photoshop reader and writer. */
+
+/* ------------------------------------------------------------------ */
 /* Plug-in modules                                                      */
 /* ------------------------------------------------------------------ */
 
@@ -677,6 +693,36 @@ TESSLIN_API int32_t IMG_display_bitmap(int32_t handle, intptr_t dc, int32_t x, i
 /* Realise the bitmap's palette on a device context (software surfaces are
  * true colour: only the handles are checked). */
 TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc);
+/* ------------------------------------------------------------------ */
+/* GIF animation                                                        */
+/* ------------------------------------------------------------------ */
+
+/* Delay, in hundredths of a second, of the last graphic control extension
+ * among the extension blocks that follow a GIF's header (screen descriptor
+ * and global colour table) before its first image. IMG_ERR_GIF_BLOCK when
+ * the first block after the header is not an extension or none of those
+ * extensions is a graphic control extension; IMG_ERR_UNSUPPORTED when the
+ * file does not begin with "GIF"; IMG_ERR_READ for a header cut short (or an
+ * extension cut short); IMG_ERR_OPEN when the file cannot be opened. Reads
+ * no setting. */
+TESSLIN_API int32_t IMGLOW_get_anim_delay(const char *file);
+
+/* Plays a GIF animation once in a window (tesslin_window_create): frame 0,
+ * 1, 2 ... each decoded into a new bitmap handle as IMG_decompress_bitmap_fd
+ * does (the decode settings apply), drawn with IMG_display_bitmap at (x, y)
+ * of the window's device context, stretched to width x height (0 for either:
+ * the frame's own size), then deleted. Each frame stays for the file's
+ * delay (IMGLOW_get_anim_delay, applied to every frame) measured from the
+ * start of its decode; the calling thread sleeps meanwhile. Frame offsets
+ * and disposal methods are not used: every frame is drawn whole at (x, y).
+ * Playing ends at the first frame that does not decode. Returns 0; the
+ * negative status of IMGLOW_get_anim_delay (before anything is drawn),
+ * IMG_ERR_OPEN when the file cannot be opened, IMG_ERR_BAD_IMAGE when
+ * `window` is not a live window, or a drawing's negative status (the
+ * display callback's refusal). */
+TESSLIN_API int32_t IMG_animate(intptr_t window, const char *file, int32_t width, int32_t height,
+                                int32_t x, int32_t y);
+
 /* Unload every loaded module. Returns 0. */
 TESSLIN_API int32_t IMG_unload_plugins(void);
 /* Settings forwarded to the modules (loaded if needed); each returns the

@@ -1,5 +1,7 @@
 #include "core/pixels.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #if defined(__x86_64__)
@@ -233,6 +235,27 @@ void cmy_to_bgr24(const uint8_t* src, uint8_t* dst, uint32_t pixels) {
         dst[0] = uint8_t(255 - y);
         dst[1] = uint8_t(255 - m);
         dst[2] = uint8_t(255 - c);
+    }
+}
+
+void lab_to_bgr(const uint8_t* src, uint32_t src_channels, uint8_t* dst, uint32_t dst_channels,
+                uint32_t pixels) {
+    auto gamma = [](double c) {
+        c = std::clamp(c, 0.0, 1.0);
+        return uint8_t(std::pow(c, 0.5555555555555556) * 255.0);
+    };
+    for (uint32_t x = 0; x < pixels; ++x, src += src_channels, dst += dst_channels) {
+        const double fy = (src[0] / 2.55 + 16.0) / 25.0;
+        const double a = int8_t(src[1]), b = int8_t(src[2]);
+        const double X = 0.982 * std::pow(a / 500.0 + 0.215443469 * fy, 3.0);
+        const double Y = fy * fy * fy / 100.0;
+        const double Z = 1.183 * std::pow(0.215443469 * fy - b / 200.0, 3.0);
+        const uint8_t red = gamma(1.91 * X - 0.532 * Y - 0.288 * Z);
+        const uint8_t green = gamma(-0.985 * X + 2.0 * Y - 0.028 * Z);
+        const uint8_t blue = gamma(0.058 * X - 0.118 * Y + 0.898 * Z);
+        dst[0] = blue;
+        dst[1] = green;
+        dst[2] = red;
     }
 }
 

@@ -10,6 +10,7 @@
 //   palette_to_bgr24, palette_to_bgra32   indices through a palette
 //   grey_to_bgr24              8-bit grey to BGR
 //   cmy_to_bgr24               inverted CMY to BGR
+//   lab_to_bgr                 8-bit CIELab to BGR
 //   column_bytes               byte offset of a column in a packed row
 //
 // Every function converts `pixels` pixels (or `samples` samples) from `src`
@@ -80,6 +81,17 @@ void grey_to_bgr24(const uint8_t* src, uint8_t* dst, uint32_t pixels);
 // Cyan, magenta, yellow samples (ink amounts) to blue, green, red: each
 // byte 255 minus the ink, in reverse order. dst may equal src.
 void cmy_to_bgr24(const uint8_t* src, uint8_t* dst, uint32_t pixels);
+
+// 8-bit CIELab pixels (L 0..255 for 0..100, a and b signed bytes, the
+// first three of every `src_channels` bytes) to blue, green, red, written to
+// the first three of every `dst_channels` bytes (the others untouched):
+// fy = (L / 2.55 + 16) / 25, X = 0.982 (a / 500 + 0.215443469 fy)^3,
+// Y = fy^3 / 100, Z = 1.183 (0.215443469 fy - b / 200)^3, then
+// R = 1.91 X - 0.532 Y - 0.288 Z, G = -0.985 X + 2 Y - 0.028 Z,
+// B = 0.058 X - 0.118 Y + 0.898 Z, each clamped to 0..1, raised to the
+// power 5/9, times 255, truncated. dst may equal src when the strides match.
+void lab_to_bgr(const uint8_t* src, uint32_t src_channels, uint8_t* dst, uint32_t dst_channels,
+                uint32_t pixels);
 
 // Byte offset of column x in a packed row: x * 2, 3, 4 for 16, 24, 32 bits,
 // x / (8 / bits) below 8 bits.

@@ -204,6 +204,24 @@ using DecodeBody = int32_t (*)(void* context, IMG_RASTER_CALLBACK raster, intptr
 // handle, or the body's negative status (the handle freed).
 int32_t decode_into_handle(DecodeBody body, void* context);
 
+// Where row `row` (0 = top) will be stored when the decode runs with the
+// library's own callbacks and they store delivered rows as they are (no
+// depth or size reduction, no decode rectangle, packed rows): a decoder may
+// build the complete row there, padding bytes included, and pass that
+// address to the raster callback, which then copies nothing. Null for any
+// other callbacks or settings; the decoder then uses its own buffer. Ask
+// after the header callback, for each row just before delivering it.
+uint8_t* raster_destination(IMG_RASTER_CALLBACK raster, intptr_t user, int32_t row);
+
+// Row `row` (0 = top) of the image being saved, where it is stored, when
+// the save runs with the library's own supply of packed rows and the row
+// is stored exactly as the supply would hand it over (no crop inside a
+// byte, no tone mapping): an encoder may read it there, and must not write
+// to it. The encoder still calls the supply with that address, which then
+// copies nothing but reports progress as usual. Null for any other supply
+// or settings; the encoder then has the row copied into its own buffer.
+const uint8_t* supply_source(IMG_SUPPLY_CALLBACK supply, intptr_t user, int32_t row);
+
 // Has the ABIC module decode the data at the stream's position, described
 // by `params`, into a new handle (1 bit: white, black palette; 4 and 8 bits:
 // grey ramp). The handle, IMG_ERR_BAD_IMAGE for bad parameters,

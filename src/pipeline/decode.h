@@ -36,6 +36,11 @@ struct DecodeContext {
     int32_t rect_x = 0, rect_y = 0;
     std::vector<uint8_t> reduced, work, padded;
     std::vector<uint32_t> record, record2;
+    // Plain images: which stored rows have been written (the DIB is not
+    // cleared when it is made; finish_decode clears the rows no delivered
+    // row reached).
+    std::vector<uint8_t> row_written;
+    int32_t rows_written = 0;
 };
 
 // The library's header and raster callbacks (user value: DecodeContext*).

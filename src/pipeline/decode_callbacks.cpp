@@ -82,7 +82,10 @@ int32_t header_body(const DibHeader* h, DecodeContext* ctx) {
     else if (!(bits == 32 && h->biCompression == IMG_COMPRESSION_ALPHA))
         stored->biCompression = 0;
     stored->biClrUsed = stored->biClrImportant = 0;
-    if (!run_encoded) std::memset(obj->pixels(), 0, size_t(obj->row_bytes) * size_t(stored_h));
+    // Plain rows are not cleared here: every row is written once, by the
+    // decoder's row or, for rows no delivered row reaches, by finish_decode.
+    if (!run_encoded) ctx->row_written.assign(size_t(stored_h), 0);
+    ctx->rows_written = 0;
 
     if (ctx->reduction == 8)
         build_standard_palette(stored, "targa");  // the 3-3-2 cube the conversion indexes
@@ -105,6 +108,13 @@ int32_t header_body(const DibHeader* h, DecodeContext* ctx) {
     ctx->record.assign(runs::max_record_bytes(widest) / 4 + 2, 0);
     ctx->record2.assign(ctx->record.size(), 0);
     return 1;
+}
+
+// Notes that plain stored row `dest` holds its pixels.
+void mark_written(DecodeContext* ctx, int32_t dest) {
+    uint8_t& w = ctx->row_written[size_t(dest)];
+    ctx->rows_written += w == 0;
+    w = 1;
 }
 
 // Appends the record of stored row `dest` to the run store. Rows arrive in
@@ -167,6 +177,7 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
             }
             resample::scale_row(data, ctx->bits, src_w, ctx->work.data(), stored_w);
             std::memcpy(obj->plain_row(dest), ctx->work.data(), obj->row_bytes);
+            mark_written(ctx, dest);
             return 0;
         }
         case DecodeContext::Mode::kRect: {
@@ -183,14 +194,27 @@ int32_t raster_body(uint8_t* row, DecodeContext* ctx, int32_t r, uint32_t count)
             uint8_t* out = obj->plain_row(dest);
             std::memcpy(out, data + from, n);
             std::memset(out + n, 0, obj->row_bytes - n);
+            mark_written(ctx, dest);
             return 0;
         }
         case DecodeContext::Mode::kStore:
             break;
     }
     if (run_encoded) return store_record(ctx, r, record, length);
-    std::memcpy(obj->plain_row(r), data, obj->row_bytes);
+    // A decoder that built the row in place (raster_destination) has
+    // nothing left to copy.
+    uint8_t* out = obj->plain_row(r);
+    if (data != out) std::memcpy(out, data, obj->row_bytes);
+    mark_written(ctx, r);
     return 0;
+}
+
+// Clears the plain rows no delivered row reached.
+void clear_unwritten(DecodeContext& ctx) {
+    BitmapObject* obj = ctx.obj;
+    if (!obj || obj->run_encoded || ctx.rows_written >= obj->height) return;
+    for (int32_t r = 0; r < obj->height; ++r)
+        if (!ctx.row_written[size_t(r)]) std::memset(obj->plain_row(r), 0, obj->row_bytes);
 }
 
 }  // namespace
@@ -205,6 +229,16 @@ int32_t library_raster(uint8_t* row, intptr_t user, int32_t row_number, uint32_t
     auto* ctx = reinterpret_cast<DecodeContext*>(user);
     if (!ctx) return IMG_ERR_BAD_IMAGE;
     return api_call([&] { return raster_body(row, ctx, row_number, byte_count); });
+}
+
+uint8_t* raster_destination(IMG_RASTER_CALLBACK raster, intptr_t user, int32_t row) {
+    if (raster != library_raster || !user) return nullptr;
+    auto* ctx = reinterpret_cast<DecodeContext*>(user);
+    BitmapObject* obj = ctx->obj;
+    if (!obj || !obj->dib || obj->run_encoded || ctx->mode != DecodeContext::Mode::kStore ||
+        ctx->reduction || row < 0 || row >= obj->height)
+        return nullptr;
+    return obj->plain_row(row);
 }
 
 int32_t begin_decode(DecodeContext& ctx) {
@@ -225,6 +259,7 @@ int32_t finish_decode(DecodeContext& ctx, int32_t status) {
         slot_release(ctx.handle, true);
         return status;
     }
+    if (obj == ctx.obj) clear_unwritten(ctx);
     return ctx.handle;
 }
 

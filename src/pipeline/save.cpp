@@ -58,6 +58,9 @@ int32_t packed_body(SaveContext* c, uint8_t* buffer, int32_t r, uint32_t n) {
         const uint8_t* src = obj->plain_row(stored) + std::min(c->crop_x_bytes, c->row_bytes);
         const uint32_t avail = c->row_bytes - std::min(c->crop_x_bytes, c->row_bytes);
         const uint32_t take = std::min(n, avail);
+        // An encoder reading the row where it is stored (supply_source) has
+        // nothing to be copied.
+        if (buffer == src && take == n) return 0;
         std::memcpy(buffer, src, take);
         std::memset(buffer + take, 0, n - take);
     } else if (c->crop_width == uint32_t(obj->width)) {
@@ -113,6 +116,18 @@ int32_t run_body(SaveContext* c, uint8_t* buffer, int32_t r, uint32_t n) {
 }
 
 }  // namespace
+
+const uint8_t* supply_source(IMG_SUPPLY_CALLBACK supply, intptr_t user, int32_t row) {
+    if (supply != packed_supply || !user) return nullptr;
+    const auto* c = reinterpret_cast<const SaveContext*>(user);
+    const BitmapObject* obj = c->obj;
+    if (!obj || !obj->dib || obj->run_encoded || c->crop_shift || c->tone_map || row < 0 ||
+        uint32_t(row) >= c->crop_height)
+        return nullptr;
+    const uint32_t n = row_bytes(c->crop_width, obj->bits());
+    if (c->crop_x_bytes > c->row_bytes || n > c->row_bytes - c->crop_x_bytes) return nullptr;
+    return const_cast<BitmapObject*>(obj)->plain_row(c->crop_y + row) + c->crop_x_bytes;
+}
 
 int32_t packed_supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count) {
     auto* c = reinterpret_cast<SaveContext*>(user);

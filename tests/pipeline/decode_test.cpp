@@ -3,6 +3,7 @@
 // files, header-only decodes and what failures leave behind.
 #include <gtest/gtest.h>
 
+#include "pipeline/codec.h"
 #include "test_util.h"
 
 using namespace tesslin;
@@ -74,7 +75,7 @@ TEST_F(Decode, RasterCallbackFailureEndsTheDecodeAtOnce) {
 TEST_F(Decode, UnknownFormatAndMissingFileLeaveNothingBehind) {
     const int32_t probe = make_handle(2, 2, 8);
     IMG_delete_bitmap(probe);
-    std::vector<uint8_t> junk(100, 0x01);
+    std::vector<uint8_t> junk(100, 0xEE);
     void* block = to_block(junk);
     EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_UNSUPPORTED);
     tesslin_block_free(block);
@@ -298,4 +299,74 @@ TEST_F(Decode, ProgressIsReportedPerRowAndCanStopTheDecode) {
     IMG_delete_bitmap(h);
     IMG_set_statusbar(100, progress, 1);
     EXPECT_EQ(IMG_decompress_bitmap(rgb.c_str()), -4);
+}
+
+namespace {
+
+// A decode that announces a 24-bit 7 x 6 image and delivers rows 0 and 2
+// from its own buffer and row 3 built where raster_destination says; rows
+// 1, 4 and 5 never come.
+int32_t partial_body(void* context, IMG_RASTER_CALLBACK raster, intptr_t user,
+                     IMG_HEADER_CALLBACK header) {
+    auto* destinations = static_cast<std::vector<bool>*>(context);
+    alignas(4) uint8_t block[kHeaderBlockSize] = {};
+    auto* h = reinterpret_cast<DibHeader*>(block);
+    h->biSize = 40;
+    h->biWidth = 7;
+    h->biHeight = 6;
+    h->biPlanes = 1;
+    h->biBitCount = 24;
+    if (int32_t r = header(h, user); r < 0) return r;
+    const uint32_t rb = row_bytes(7, 24);
+    std::vector<uint8_t> own(rb, 0);
+    for (int32_t row : {0, 2, 3}) {
+        uint8_t* out = raster_destination(raster, user, row);
+        destinations->push_back(out != nullptr);
+        if (!out || row != 3) out = own.data();
+        for (uint32_t i = 0; i < rb; ++i) out[i] = uint8_t(row * 16 + i);
+        if (int32_t r = raster(out, user, row, rb); r < 0) return r;
+    }
+    return 0;
+}
+
+}  // namespace
+
+// The image is not cleared when it is made: rows a decoder never delivers
+// are cleared when the decode ends (a freed block of the same size full of
+// 0xAA first, so that stale memory would show), delivered rows are kept,
+// and a row built in place is not copied over.
+TEST_F(Decode, RowsNeverDeliveredAreClearedAndRowsBuiltInPlaceKept) {
+    const uint32_t rb = row_bytes(7, 24);
+    for (int reduce : {0, 8}) {
+        SCOPED_TRACE(reduce);
+        IMGLOW_set_decomp_reduction(reduce);
+        // The size the image's block has: header, rows rounded up to 8, and
+        // the library's slack after them.
+        const uint32_t block_size = 40 + rb * 8 + 8192;
+        void* stale = tesslin_block_alloc(block_size);
+        std::memset(stale, 0xAA, block_size);
+        tesslin_block_free(stale);
+        std::vector<bool> destinations;
+        const int32_t h = decode_into_handle(partial_body, &destinations);
+        ASSERT_GE(h, 0);
+        // Rows are built in place only when they are stored as delivered.
+        ASSERT_EQ(destinations.size(), 3u);
+        for (bool d : destinations) EXPECT_EQ(d, reduce == 0);
+        for (int32_t row = 0; row < 6; ++row) {
+            const auto got = get_row(h, row);
+            const bool delivered = row == 0 || row == 2 || row == 3;
+            if (reduce) {
+                if (!delivered) {
+                    EXPECT_EQ(got, Bytes(got.size(), 0)) << row;
+                }
+                continue;
+            }
+            ASSERT_EQ(got.size(), rb);
+            for (uint32_t i = 0; i < rb; ++i)
+                ASSERT_EQ(got[i], delivered ? uint8_t(row * 16 + i) : 0) << row << " " << i;
+        }
+        IMG_delete_bitmap(h);
+    }
+    // Other callbacks get no destination.
+    EXPECT_EQ(raster_destination(count_raster, 1, 0), nullptr);
 }

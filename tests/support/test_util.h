@@ -302,12 +302,13 @@ inline double psnr(const Raster& a, const Raster& b) {
 
 // Pillow's pixels of page `page` in `mode` ("RGB", "RGBA", "L", "CMYK";
 // "I;16": 16-bit grey, two bytes a pixel, big-endian); an empty raster when
-// Pillow fails or is absent.
+// Pillow fails or is absent. Page 0 is the image Pillow opens on (it does
+// not seek there: its Photoshop frames count layers from 1).
 inline Raster pillow(const std::string& path, const std::string& mode, int page = 0) {
     const std::string out = temp_path("pillow.raw");
     const std::string cmd =
         "/usr/bin/python3 -c \"import sys; from PIL import Image; im = Image.open(sys.argv[1]); "
-        "im.seek(int(sys.argv[3])); im = im if im.mode == sys.argv[4] or (sys.argv[4] == 'I;16' and "
+        "int(sys.argv[3]) and im.seek(int(sys.argv[3])); im = im if im.mode == sys.argv[4] or (sys.argv[4] == 'I;16' and "
         "im.mode.startswith('I;16')) else im.convert(sys.argv[4]); "
         "data = im.tobytes('raw', 'I;16B') if im.mode.startswith('I;16') else im.tobytes(); "
         "open(sys.argv[2], 'wb').write(b'%d %d ' % im.size + data)\" '" +

@@ -6,13 +6,16 @@
 // shift by 2 removes the gain of 4. Forward: rows of samples first, then
 // columns; results are four times the T.81 scale and kept to 16 bits.
 //
-// The block functions have a portable version and, on x86-64, one built for
-// AVX2 that the first call selects when the processor has it. Both run the
-// same integer steps lane by lane, so their results are identical.
+// The block functions have a plain version (the definition), a portable
+// vector version in 32-bit lanes, and on x86-64 versions in 16-bit lanes
+// for SSE2, SSSE3 and AVX2 (two blocks at once); dct_kernels() hands them
+// out by instruction set. All run the same integer steps, so their results
+// are identical.
 #include <cstring>
 
 #include "core/cpu.h"
 #include "formats/jpeg/jpeg_internal.h"
+#include "formats/jpeg/jpeg_simd.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -70,23 +73,6 @@ namespace {
 inline int8_t clamp_sample(int32_t y) {
     y = wrap_add(y, 2) >> 2;
     return static_cast<int8_t>(y < -127 ? -127 : y > 127 ? 127 : y);
-}
-
-// Blocks whose only non-zero coefficients are in the first row (vertical
-// frequency 0): every column is constant, and a block with only its DC
-// coefficient is one value.
-inline void idct_first_row_only(const int16_t* ct, int8_t* out, int stride) {
-    int32_t x[8], p[8];
-    for (int k = 0; k < 8; ++k) x[k] = ct[k * 8];
-    if ((x[1] | x[2] | x[3] | x[4] | x[5] | x[6] | x[7]) == 0) {
-        const int8_t v = clamp_sample(descale(724, descale(724, x[0])));
-        for (int j = 0; j < 8; ++j) std::memset(out + j * stride, static_cast<uint8_t>(v), 8);
-        return;
-    }
-    idct_1d(x, p);
-    int8_t row[8];
-    for (int k = 0; k < 8; ++k) row[k] = clamp_sample(descale(724, p[k]));
-    for (int j = 0; j < 8; ++j) std::memcpy(out + j * stride, row, 8);
 }
 
 #if defined(__GNUC__)
@@ -187,25 +173,9 @@ __attribute__((always_inline)) inline void idct_block_rc(const int16_t* ct, int8
     }
 }
 
-// 2, 4 or 8: the class of the highest set bit of an 8-bit mask.
-inline int extent_class(uint32_t bits) { return bits < 4 ? 2 : bits < 16 ? 4 : 8; }
-
-__attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, uint32_t used,
-                                                          int8_t* out, int stride) {
-    const uint32_t rows = used & 0xFF;
-    if (rows <= 1) {
-        idct_first_row_only(ct, out, stride);
-        return;
-    }
-    const uint32_t columns = (used >> 8) & 0xFF;
-    const int r = extent_class(rows), c = columns ? extent_class(columns) : 8;
-    switch (r * 16 + c) {
-        case 2 * 16 + 2: idct_block_rc<2, 2>(ct, out, stride); break;
-        case 2 * 16 + 4: idct_block_rc<2, 4>(ct, out, stride); break;
-        case 4 * 16 + 2: idct_block_rc<4, 2>(ct, out, stride); break;
-        case 4 * 16 + 4: idct_block_rc<4, 4>(ct, out, stride); break;
-        default: idct_block_rc<8, 8>(ct, out, stride); break;
-    }
+__attribute__((always_inline)) inline void idct_block_vec(const int16_t* ct, int8_t* out,
+                                                          int stride) {
+    idct_block_rc<8, 8>(ct, out, stride);
 }
 
 // One 8-point forward transform on eight lanes at once: x[8] in, out[8].
@@ -259,95 +229,182 @@ __attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples
     }
 }
 
-void idct_block_generic(const int16_t* coef, uint32_t used, int8_t* out, int stride) {
-    idct_block_vec(coef, used, out, stride);
+void idct_generic(const int16_t* coef, int8_t* out, int stride) {
+    idct_block_vec(coef, out, stride);
 }
-void fdct_block_generic(const int16_t* samples, int stride, int16_t* out) {
+void fdct_generic(const int16_t* samples, int stride, int16_t* out) {
     fdct_block_vec(samples, stride, out);
 }
 
 #if defined(__x86_64__)
-// The forward transform in 16-bit lanes. For samples within -128..128
-// every intermediate value of both passes stays below 6,700 in magnitude
-// (bounded through the transform's linear form), so 16 bits hold them, and
-// (c * x + 512) >> 10 is one rounding high multiplication by 32c: pmulhrsw
-// gives (a * b + 2^14) >> 15. Constants above 1023 are split: 1338 x =
-// 1024 x + 314 x and 2624 x = 2048 x + 576 x, the whole part added exactly.
-#define RM(c, v) _mm_mulhrs_epi16(v, _mm_set1_epi16(static_cast<int16_t>(32 * (c))))
-#define FDCT16(x, out)                                                                    \
+// 16-bit lanes: see jpeg_simd.h.
+
+// Whether the coefficient columns x[0..7] (8 vectors) may take the 16-bit
+// lanes: their magnitudes summed with saturation per lane, halved, and the
+// halves added up must stay within kIdctNarrowLimit / 2 - 4, which bounds
+// the whole sum by kIdctNarrowLimit (saturation only makes it larger). The
+// 256-bit form answers for both halves.
+#define NARROW128(x, ok)                                                                  \
     do {                                                                                  \
-        const __m128i a = _mm_add_epi16(x[0], x[7]), b = _mm_add_epi16(x[3], x[4]);       \
-        const __m128i e = _mm_add_epi16(a, b);                                            \
-        const __m128i d34 = _mm_sub_epi16(x[3], x[4]);                                    \
-        const __m128i p = RM(522, _mm_sub_epi16(x[0], x[7]));                             \
-        const __m128i q = _mm_add_epi16(_mm_add_epi16(d34, d34), RM(576, d34));           \
-        const __m128i r = RM(616, _mm_sub_epi16(x[1], x[6]));                             \
-        const __m128i t = RM(922, _mm_sub_epi16(x[2], x[5]));                             \
-        const __m128i c = _mm_add_epi16(x[2], x[5]);                                      \
-        const __m128i s16 = _mm_add_epi16(x[1], x[6]);                                    \
-        const __m128i f = _mm_add_epi16(c, s16);                                          \
-        const __m128i u = _mm_add_epi16(q, p), w = _mm_add_epi16(t, r);                   \
-        const __m128i m = RM(553, _mm_sub_epi16(p, q)), g = RM(553, _mm_sub_epi16(a, b)); \
-        const __m128i hv = _mm_sub_epi16(s16, c);                                         \
-        const __m128i h = _mm_add_epi16(hv, RM(314, hv));                                 \
-        const __m128i nv = _mm_sub_epi16(r, t);                                           \
-        const __m128i n = _mm_add_epi16(nv, RM(314, nv));                                 \
-        const __m128i k = _mm_sub_epi16(m, n);                                            \
-        const __m128i z1 = RM(724, k), z2 = RM(724, _mm_sub_epi16(g, h));                 \
-        const __m128i z3 = RM(724, _mm_sub_epi16(u, w));                                  \
-        const __m128i y = _mm_add_epi16(_mm_add_epi16(z1, n), m);                         \
-        out[0] = RM(724, _mm_add_epi16(f, e)); /* ((f + e) 362 + 256) >> 9 */             \
-        out[1] = _mm_add_epi16(_mm_add_epi16(u, w), y);                                   \
-        out[2] = _mm_add_epi16(_mm_add_epi16(g, h), z2);                                  \
-        out[3] = _mm_add_epi16(y, z3);                                                    \
-        out[4] = RM(724, _mm_sub_epi16(e, f));                                            \
-        out[5] = _mm_add_epi16(z3, z1);                                                   \
-        out[6] = z2;                                                                      \
-        out[7] = z1;                                                                      \
+        __m128i n_s = _mm_setzero_si128();                                                \
+        for (int k = 0; k < 8; ++k)                                                       \
+            n_s = _mm_adds_epu16(n_s, _mm_max_epi16(x[k], _mm_sub_epi16(_mm_setzero_si128(), x[k]))); \
+        n_s = _mm_madd_epi16(_mm_srli_epi16(n_s, 1), _mm_set1_epi16(1));                  \
+        n_s = _mm_add_epi32(n_s, _mm_shuffle_epi32(n_s, 0x4E));                           \
+        n_s = _mm_add_epi32(n_s, _mm_shuffle_epi32(n_s, 0xB1));                           \
+        ok = _mm_cvtsi128_si32(n_s) <= static_cast<int>(kIdctNarrowLimit / 2 - 4);        \
+    } while (0)
+#define NARROW256(x, ok_a, ok_b)                                                          \
+    do {                                                                                  \
+        __m256i n_s = _mm256_setzero_si256();                                             \
+        for (int k = 0; k < 8; ++k)                                                       \
+            n_s = _mm256_adds_epu16(n_s, _mm256_abs_epi16(x[k]));                         \
+        n_s = _mm256_madd_epi16(_mm256_srli_epi16(n_s, 1), _mm256_set1_epi16(1));         \
+        n_s = _mm256_add_epi32(n_s, _mm256_shuffle_epi32(n_s, 0x4E));                     \
+        n_s = _mm256_add_epi32(n_s, _mm256_shuffle_epi32(n_s, 0xB1));                     \
+        ok_a = _mm256_cvtsi256_si32(n_s) <= static_cast<int>(kIdctNarrowLimit / 2 - 4);   \
+        ok_b = _mm256_extract_epi32(n_s, 4) <= static_cast<int>(kIdctNarrowLimit / 2 - 4); \
     } while (0)
 
-#define TRANSPOSE16(r, o)                                                                 \
+// One block through 128-bit lanes: coefficient columns x in, sample rows
+// out (descaled by 4, clamped to -127..127, packed to bytes).
+#define IDCT16_BLOCK(MULR, x, out, stride)                                                \
     do {                                                                                  \
-        const __m128i a0 = _mm_unpacklo_epi16(r[0], r[1]), a1 = _mm_unpackhi_epi16(r[0], r[1]); \
-        const __m128i a2 = _mm_unpacklo_epi16(r[2], r[3]), a3 = _mm_unpackhi_epi16(r[2], r[3]); \
-        const __m128i a4 = _mm_unpacklo_epi16(r[4], r[5]), a5 = _mm_unpackhi_epi16(r[4], r[5]); \
-        const __m128i a6 = _mm_unpacklo_epi16(r[6], r[7]), a7 = _mm_unpackhi_epi16(r[6], r[7]); \
-        const __m128i b0 = _mm_unpacklo_epi32(a0, a2), b1 = _mm_unpackhi_epi32(a0, a2);   \
-        const __m128i b2 = _mm_unpacklo_epi32(a1, a3), b3 = _mm_unpackhi_epi32(a1, a3);   \
-        const __m128i b4 = _mm_unpacklo_epi32(a4, a6), b5 = _mm_unpackhi_epi32(a4, a6);   \
-        const __m128i b6 = _mm_unpacklo_epi32(a5, a7), b7 = _mm_unpackhi_epi32(a5, a7);   \
-        o[0] = _mm_unpacklo_epi64(b0, b4), o[1] = _mm_unpackhi_epi64(b0, b4);             \
-        o[2] = _mm_unpacklo_epi64(b1, b5), o[3] = _mm_unpackhi_epi64(b1, b5);             \
-        o[4] = _mm_unpacklo_epi64(b2, b6), o[5] = _mm_unpackhi_epi64(b2, b6);             \
-        o[6] = _mm_unpacklo_epi64(b3, b7), o[7] = _mm_unpackhi_epi64(b3, b7);             \
+        __m128i y[8], p[8];                                                               \
+        IDCT16(__m128i, ADD128, SUB128, MULR, x, y); /* y[j] lane v */                    \
+        TRANSPOSE16(_mm_, y, p);                     /* p[v] lane j */                    \
+        IDCT16(__m128i, ADD128, SUB128, MULR, p, y); /* y[i] lane j: sample row i */      \
+        const __m128i two = _mm_set1_epi16(2), lo = _mm_set1_epi16(-127);                 \
+        for (int i = 0; i < 8; i += 2) {                                                  \
+            const __m128i r0 = _mm_max_epi16(_mm_srai_epi16(_mm_add_epi16(y[i], two), 2), lo); \
+            const __m128i r1 = _mm_max_epi16(_mm_srai_epi16(_mm_add_epi16(y[i + 1], two), 2), lo); \
+            const __m128i b = _mm_packs_epi16(r0, r1);                                    \
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i * stride), b);            \
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + (i + 1) * stride),          \
+                             _mm_unpackhi_epi64(b, b));                                   \
+        }                                                                                 \
     } while (0)
 
-__attribute__((target("ssse3"))) void fdct_block_ssse3(const int16_t* samples, int stride,
-                                                       int16_t* out) {
+#define LOAD_COLUMNS(x, ct)                                                               \
+    for (int k = 0; k < 8; ++k) x[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ct + 8 * k))
+
+void idct_sse2(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSE2, x, out, stride);
+    else idct_block_vec(ct, out, stride);
+}
+
+__attribute__((target("ssse3"))) void idct_ssse3(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSSE3, x, out, stride);
+    else idct_block_vec(ct, out, stride);
+}
+
+__attribute__((target("avx2"))) void idct_avx2(const int16_t* ct, int8_t* out, int stride) {
+    __m128i x[8];
+    LOAD_COLUMNS(x, ct);
+    bool narrow;
+    NARROW128(x, narrow);
+    if (narrow) IDCT16_BLOCK(MULR_SSSE3, x, out, stride);
+    else idct_block_vec(ct, out, stride);
+}
+
+// Two blocks at once, one per 128-bit half (each on its own when it is too
+// wide for the 16-bit lanes).
+__attribute__((target("avx2"))) void idct_pair_avx2(const int16_t* a, int8_t* out_a, int stride_a,
+                                                    const int16_t* b, int8_t* out_b,
+                                                    int stride_b) {
+    __m256i x[8], y[8], p[8];
+    for (int k = 0; k < 8; ++k)
+        x[k] = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 8 * k))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 8 * k)), 1);
+    bool narrow_a, narrow_b;
+    NARROW256(x, narrow_a, narrow_b);
+    if (!narrow_a || !narrow_b) {
+        idct_avx2(a, out_a, stride_a);
+        idct_avx2(b, out_b, stride_b);
+        return;
+    }
+    IDCT16(__m256i, ADD256, SUB256, MULR_AVX2, x, y);
+    TRANSPOSE16(_mm256_, y, p);
+    IDCT16(__m256i, ADD256, SUB256, MULR_AVX2, p, y);
+    const __m256i two = _mm256_set1_epi16(2), lo = _mm256_set1_epi16(-127);
+    for (int i = 0; i < 8; i += 2) {
+        const __m256i r0 = _mm256_max_epi16(_mm256_srai_epi16(_mm256_add_epi16(y[i], two), 2), lo);
+        const __m256i r1 = _mm256_max_epi16(_mm256_srai_epi16(_mm256_add_epi16(y[i + 1], two), 2), lo);
+        const __m256i v = _mm256_packs_epi16(r0, r1);  // per half: row i, row i + 1
+        const __m128i va = _mm256_castsi256_si128(v), vb = _mm256_extracti128_si256(v, 1);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out_a + i * stride_a), va);
+        _mm_storeh_pd(reinterpret_cast<double*>(out_a + (i + 1) * stride_a), _mm_castsi128_pd(va));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out_b + i * stride_b), vb);
+        _mm_storeh_pd(reinterpret_cast<double*>(out_b + (i + 1) * stride_b), _mm_castsi128_pd(vb));
+    }
+}
+
+__attribute__((target("ssse3"))) void fdct_ssse3(const int16_t* samples, int stride,
+                                                  int16_t* out) {
     __m128i rows[8], cols[8], tmp[8];
     for (int i = 0; i < 8; ++i)
         rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
-    TRANSPOSE16(rows, cols);  // cols[k] lane i: sample (i, k)
-    FDCT16(cols, tmp);        // tmp[k] lane i: coefficient k of sample row i
-    TRANSPOSE16(tmp, rows);   // rows[i] lane k: the same
-    FDCT16(rows, cols);       // cols[j] lane k: coefficient (j, k)
+    TRANSPOSE16(_mm_, rows, cols);                          // cols[k] lane i: sample (i, k)
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, cols, tmp);  // tmp[k] lane i: coefficient k of row i
+    TRANSPOSE16(_mm_, tmp, rows);                           // rows[i] lane k: the same
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, rows, cols);  // cols[j] lane k: coefficient (j, k)
     for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
 }
 
-__attribute__((target("avx2"))) void idct_block_avx2(const int16_t* coef, uint32_t used,
-                                                     int8_t* out, int stride) {
-    idct_block_vec(coef, used, out, stride);
+void fdct_sse2(const int16_t* samples, int stride, int16_t* out) {
+    __m128i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
+    TRANSPOSE16(_mm_, rows, cols);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, cols, tmp);
+    TRANSPOSE16(_mm_, tmp, rows);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, rows, cols);
+    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
+}
+
+// Two blocks side by side (a and b, the same stride), one per 128-bit half.
+__attribute__((target("avx2"))) void fdct_pair_avx2(const int16_t* a, const int16_t* b, int stride,
+                                                    int16_t* out_a, int16_t* out_b) {
+    __m256i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i * stride))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i * stride)), 1);
+    TRANSPOSE16(_mm256_, rows, cols);
+    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, cols, tmp);
+    TRANSPOSE16(_mm256_, tmp, rows);
+    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, rows, cols);
+    for (int j = 0; j < 8; ++j) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_a + j * 8), _mm256_castsi256_si128(cols[j]));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_b + j * 8), _mm256_extracti128_si256(cols[j], 1));
+    }
+}
+
+__attribute__((target("avx2"))) void fdct_avx2(const int16_t* samples, int stride, int16_t* out) {
+    __m128i rows[8], cols[8], tmp[8];
+    for (int i = 0; i < 8; ++i)
+        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
+    TRANSPOSE16(_mm_, rows, cols);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, cols, tmp);
+    TRANSPOSE16(_mm_, tmp, rows);
+    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, rows, cols);
+    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
 }
 #endif
 #endif  // __GNUC__
 
 }  // namespace
 
-void idct_block_scalar(const int16_t* ct, uint32_t used, int8_t* out, int stride) {
-    if ((used & 0xFF) <= 1) {
-        idct_first_row_only(ct, out, stride);
-        return;
-    }
+void idct_block_scalar(const int16_t* ct, int8_t* out, int stride) {
     int32_t p[64];  // p[v * 8 + x]: result at column x of coefficient row v
     for (int v = 0; v < 8; ++v) {
         int32_t x[8];
@@ -377,25 +434,35 @@ void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
     }
 }
 
-IdctFn idct_block() {
-#if defined(__GNUC__) && defined(__x86_64__)
-    static const IdctFn fn = cpu::has_avx2() ? idct_block_avx2 : idct_block_generic;
-    return fn;
-#elif defined(__GNUC__)
-    return idct_block_generic;
+void dct_kernels(Kernels& k, Isa isa) {
+#if defined(__GNUC__)
+    k.idct = idct_generic;
+    k.fdct = fdct_generic;
 #else
-    return idct_block_scalar;
+    k.idct = idct_block_scalar;
+    k.fdct = fdct_block_scalar;
 #endif
-}
-
-FdctFn fdct_block() {
 #if defined(__GNUC__) && defined(__x86_64__)
-    static const FdctFn fn = cpu::has_ssse3() ? fdct_block_ssse3 : fdct_block_generic;
-    return fn;
-#elif defined(__GNUC__)
-    return fdct_block_generic;
+    switch (isa) {
+        case Isa::kPortable:
+            break;
+        case Isa::kSse2:
+            k.idct = idct_sse2;
+            k.fdct = fdct_sse2;
+            break;
+        case Isa::kSse41:
+            k.idct = idct_ssse3;
+            k.fdct = fdct_ssse3;
+            break;
+        case Isa::kAvx2:
+            k.idct = idct_avx2;
+            k.idct_pair = idct_pair_avx2;
+            k.fdct = fdct_avx2;
+            k.fdct_pair = fdct_pair_avx2;
+            break;
+    }
 #else
-    return fdct_block_scalar;
+    (void)isa;
 #endif
 }
 

@@ -76,7 +76,7 @@ private:
     bool find_marker(uint64_t from, uint64_t* at, int* marker);
 
     // ---- entropy-coded data ----
-    int32_t decode_block(Component& c, int16_t* block, uint32_t* rows);
+    int32_t decode_block(Component& c, const uint16_t* q, int16_t* block);
     int32_t decode_unit(Component& c, int16_t* zz, const Scan& scan);
     void reset_predictors() {
         for (auto& c : comp_) c.pred = 0;
@@ -89,8 +89,11 @@ private:
     int32_t decode_scan(const Scan& scan, bool first);
     int32_t allocate_planes();
     int32_t deliver_mcu_row(int my);
-    void emit_block(Component& c, const int16_t* block, uint32_t rows, int bx, int by);
+    void emit_block(Component& c, const int16_t* block, bool ac, int bx, int by);
     void zero_block(Component& c, int bx, int by);
+    void flush_idct();
+    void keep_pending();
+    const uint16_t* quant_for(const Component& c) const { return c.tq == 0 ? quant_[0] : quant_[1]; }
 
     int32_t stream_;
     Source src_;
@@ -124,9 +127,22 @@ private:
     uint64_t sos_pos_ = 0;
 
     // Output.
+    const Kernels& kern_ = kernels();
     RowConverter rows_;
-    std::unique_ptr<uint8_t[]> line_;
+    std::unique_ptr<uint8_t[]> line_[2];
     uint32_t line_bytes_ = 0;
+    // A block waiting for a second one to go through the paired inverse
+    // transform.
+    struct PendingIdct {
+        const int16_t* coef = nullptr;
+        int8_t* out = nullptr;
+        int stride = 0;
+    } pending_;
+    // Dequantised coefficients of the blocks of one MCU (or of a run of
+    // blocks of the multi-scan path), column-major, all zero between uses.
+    static constexpr int kBlockBuffer = 64;
+    alignas(32) int16_t blocks_[kBlockBuffer][64] = {};
+    alignas(32) int16_t pending_copy_[64] = {};
     int32_t delivered_ = 0;
     int out_height_ = 0;
 };
@@ -158,9 +174,9 @@ void Decoder::install_tables(const Tables& t) {
             quant_defined_[i] = true;
         }
     for (int i = 0; i < 3; ++i)
-        if (t.dc[i].defined) build_huffman(dc_[i], t.dc[i].counts, t.dc[i].symbols);
+        if (t.dc[i].defined) build_huffman(dc_[i], t.dc[i].counts, t.dc[i].symbols, true);
     for (int i = 0; i < 4; ++i)
-        if (t.ac[i].defined) build_huffman(ac_[i], t.ac[i].counts, t.ac[i].symbols);
+        if (t.ac[i].defined) build_huffman(ac_[i], t.ac[i].counts, t.ac[i].symbols, false);
     if (t.restart_defined) restart_interval_ = t.restart_interval;
 }
 
@@ -204,7 +220,7 @@ int32_t Decoder::read_dht(int32_t length) {
         if (total > 256) return IMG_ERR_BAD_IMAGE;
         if (!src_.read(symbols, static_cast<uint32_t>(total))) return IMG_ERR_READ;
         HuffmanDecode* t = id <= 2 ? &dc_[id] : (id >= 0x10 && id <= 0x13) ? &ac_[id - 0x10] : nullptr;
-        if (t && !build_huffman(*t, counts, symbols)) return IMG_ERR_BAD_IMAGE;
+        if (t && !build_huffman(*t, counts, symbols, id <= 2)) return IMG_ERR_BAD_IMAGE;
         left -= 17 + total;
     }
     return 0;
@@ -410,7 +426,7 @@ const HuffmanDecode* Decoder::dc_table(int nibble) {
     // Streams without a DHT (motion-JPEG frames) rely on the standard tables.
     if (!dc_[i].defined) {
         const HuffmanCodeLengths& s = i == 0 ? kDcLuma : kDcChroma;
-        build_huffman(dc_[i], s.counts, s.symbols);
+        build_huffman(dc_[i], s.counts, s.symbols, true);
     }
     return &dc_[i];
 }
@@ -419,7 +435,7 @@ const HuffmanDecode* Decoder::ac_table(int nibble) {
     const int i = nibble <= 2 ? nibble : 3;
     if (!ac_[i].defined) {
         const HuffmanCodeLengths& s = i == 0 ? kAcLuma : kAcChroma;
-        build_huffman(ac_[i], s.counts, s.symbols);
+        build_huffman(ac_[i], s.counts, s.symbols, false);
     }
     return &ac_[i];
 }
@@ -480,48 +496,89 @@ bool Decoder::find_marker(uint64_t from, uint64_t* at, int* marker) {
 // ---------------------------------------------------------------------------
 // Entropy-coded data
 
-// Baseline block: dequantised coefficients, column-major, into `block`
-// (cleared by the caller); *rows gets the rows and columns that hold values
-// (bit v for row v, bit 8 + u for column u).
-int32_t Decoder::decode_block(Component& c, int16_t* block, uint32_t* rows) {
-    const uint16_t* q = c.tq == 0 ? quant_[0] : quant_[1];
-    int s = br_.decode(*c.dc);
-    if (s < 0) s = 0;  // no code within 16 bits: category 0
-    if (s > 16) return kCorrupt;
-    const int32_t diff = s ? extend(br_.get(s), s) : 0;
+// Baseline block (T.81 F.2.2): dequantised coefficients, column-major,
+// into `block` (all zero on entry). Returns 0 when the block holds its DC
+// coefficient only, 1 when it has AC symbols, or kCorrupt. Most codes are
+// resolved with their value bits in one lookup of the fast table; the
+// others by their code alone, or bit by bit. The bit window lives in
+// registers and goes back to the reader around every slower step.
+__attribute__((always_inline)) inline int32_t Decoder::decode_block(Component& c,
+                                                                     const uint16_t* q,
+                                                                     int16_t* block) {
+    BitWindow w = br_.window();
+#define REFILL()                                                                          \
+    do {                                                                                  \
+        if (w.nbits < 32 && !w.quick_fill()) {                                            \
+            br_.set_window(w);                                                            \
+            br_.fill();                                                                   \
+            w = br_.window();                                                             \
+        }                                                                                 \
+    } while (0)
+    REFILL();
+    int32_t diff;
+    const uint32_t d = c.dc->fast[w.peek(kFastBits)];
+    if (d & kFastValue) {
+        w.consume(d);
+        diff = static_cast<int32_t>(d) >> 16;
+    } else {
+        br_.set_window(w);
+        int s;
+        if (d) {
+            br_.skip(static_cast<int>(d & kFastLength));
+            s = static_cast<int>((d >> 8) & 0xFF);
+        } else {
+            s = br_.decode_long(*c.dc);
+            if (s < 0) s = 0;  // no code within 16 bits: category 0
+        }
+        if (s > 16) return kCorrupt;
+        diff = s ? extend(br_.get(s), s) : 0;
+        w = br_.window();
+    }
     c.pred = static_cast<int16_t>(wrap_add(c.pred, diff));
     block[0] = static_cast<int16_t>(wrap_mul(c.pred, q[0]));
-    uint32_t used = 0x101;  // row 0 and column 0: the DC coefficient
-    const HuffmanDecode& ac = *c.ac;
-    for (int k = 1; k < 64;) {
-        if (br_.bits_held() < 32) br_.fill();
-        const uint32_t e = ac.fast[br_.peek(kLookBits)];
+    const uint32_t* fast = c.ac->fast;
+    int k = 1;
+    for (;;) {
+        REFILL();
+        const uint32_t e = fast[w.peek(kFastBits)];
         int run;
         int32_t value;
-        if (e) {
-            br_.skip(static_cast<int>(e & 0xFF));
-            run = static_cast<int>((e >> 8) & 0xFF);
-            if (run == static_cast<int>(kEndOfBlock)) break;
+        if (e & kFastValue) {
+            w.consume(e);
+            run = static_cast<int>((e >> 8) & 0xFF);  // kEndOfBlock runs past the block
             value = static_cast<int32_t>(e) >> 16;
         } else {
-            const int rs = br_.decode(ac);
-            if (rs < 0) return kCorrupt;
-            if (rs == 0) break;
-            run = rs >> 4;
+            br_.set_window(w);
+            int rs;
+            if (e) {
+                br_.skip(static_cast<int>(e & kFastLength));
+                rs = static_cast<int>((e >> 8) & 0xFF);
+            } else {
+                rs = br_.decode_long(*c.ac);
+                if (rs < 0) return kCorrupt;
+            }
             const int size = rs & 15;
             value = size ? extend(br_.get(size), size) : 0;
+            run = rs ? rs >> 4 : static_cast<int>(kEndOfBlock);
+            w = br_.window();
         }
         k += run;
-        if (k > 63) return kCorrupt;
-        if (value) {
-            const int n = kZigzagColumns[k];
-            block[n] = static_cast<int16_t>(wrap_mul(value, q[k]));
-            used |= (1u << (n & 7)) | (0x100u << (n >> 3));
+        if (k > 63) {
+            if (run == static_cast<int>(kEndOfBlock)) {
+                k -= run;
+                break;
+            }
+            br_.set_window(w);
+            return kCorrupt;
         }
-        ++k;
+        // Written even when zero (a run without value): the position was
+        // zero, and each position is reached once.
+        block[kZigzagColumns[k]] = static_cast<int16_t>(wrap_mul(value, q[k]));
+        if (++k == 64) break;
     }
-    *rows = used;
-    return 0;
+#undef REFILL
+    br_.set_window(w);
+    return k > 1;
 }
 
 // One block of a scan of the multi-scan path, coefficients in zig-zag order.
@@ -621,12 +678,15 @@ int32_t Decoder::allocate_planes() {
         Component& c = comp_[i];
         if (!c.plane.allocate(c.bw * 8, c.v * 8, coefficients_)) return IMG_ERR_MEMORY;
     }
-    line_ = alloc_array<uint8_t>(line_bytes_ + 64);
-    if (!line_) return IMG_ERR_MEMORY;
-    std::memset(line_.get(), 0, line_bytes_ + 64);
+    for (auto& line : line_) {
+        line = alloc_array<uint8_t>(line_bytes_ + 64);
+        if (!line) return IMG_ERR_MEMORY;
+        std::memset(line.get(), 0, line_bytes_ + 64);
+    }
     RowLayout layout;
     layout.nf = nf_;
     layout.width = coefficients_ ? mcus_x_ * 8 * hmax_ : width_;
+    layout.row_bytes = line_bytes_;
     layout.hmax = hmax_;
     layout.vmax = vmax_;
     layout.cmyk_mode = cmyk_mode_;
@@ -637,21 +697,52 @@ int32_t Decoder::allocate_planes() {
         layout.h[i] = comp_[i].h;
         layout.v[i] = comp_[i].v;
     }
-    if (!rows_.init(layout)) return IMG_ERR_MEMORY;
+    if (!rows_.init(layout, kern_)) return IMG_ERR_MEMORY;
     return 0;
 }
 
 // A column-major block of dequantised coefficients into the plane: through
-// the inverse transform, or as it is for coefficient output.
-void Decoder::emit_block(Component& c, const int16_t* block, uint32_t rows, int bx, int by) {
+// the inverse transform (one value for a block without AC coefficients),
+// or as it is for coefficient output. Blocks wait for a partner when the
+// processor transforms two at once; flush_idct() transforms the one left
+// over.
+void Decoder::emit_block(Component& c, const int16_t* block, bool ac, int bx, int by) {
     if (coefficients_) {
         int32_t* out = c.plane.coefficients() + static_cast<size_t>(by) * 8 * c.plane.width + bx * 8;
         for (int v = 0; v < 8; ++v)
             for (int u = 0; u < 8; ++u) out[v * c.plane.width + u] = block[u * 8 + v];
         return;
     }
-    int8_t* out = c.plane.samples() + static_cast<size_t>(by) * 8 * c.plane.width + bx * 8;
-    idct_block()(block, rows, out, c.plane.width);
+    const int stride = c.plane.width;
+    int8_t* out = c.plane.samples() + static_cast<size_t>(by) * 8 * stride + bx * 8;
+    if (!ac) {
+        uint64_t v = static_cast<uint8_t>(idct_dc_value(block[0]));
+        v *= 0x0101010101010101ull;
+        for (int j = 0; j < 8; ++j) std::memcpy(out + j * stride, &v, 8);
+        return;
+    }
+    if (!kern_.idct_pair) {
+        kern_.idct(block, out, stride);
+    } else if (pending_.coef) {
+        kern_.idct_pair(pending_.coef, pending_.out, pending_.stride, block, out, stride);
+        pending_.coef = nullptr;
+    } else {
+        pending_ = PendingIdct{block, out, stride};
+    }
+}
+
+// The coefficient buffer is about to be cleared: a block still waiting
+// for its partner moves out of it.
+void Decoder::keep_pending() {
+    if (!pending_.coef || pending_.coef == pending_copy_) return;
+    std::memcpy(pending_copy_, pending_.coef, sizeof pending_copy_);
+    pending_.coef = pending_copy_;
+}
+
+void Decoder::flush_idct() {
+    if (!pending_.coef) return;
+    kern_.idct(pending_.coef, pending_.out, pending_.stride);
+    pending_.coef = nullptr;
 }
 
 void Decoder::zero_block(Component& c, int bx, int by) {
@@ -664,15 +755,27 @@ void Decoder::zero_block(Component& c, int bx, int by) {
     for (int v = 0; v < 8; ++v) std::memset(out + v * c.plane.width, 0, 8);
 }
 
+// The lines of MCU row `my`, built straight into the image's rows when the
+// library's own callbacks store them as they are, else in a line buffer.
 int32_t Decoder::deliver_mcu_row(int my) {
     const int lines = 8 * vmax_;
-    for (int y = 0; y < lines; ++y) {
+    const int step = rows_.pairs() ? 2 : 1;
+    for (int y = 0; y < lines; y += step) {
         const int row = my * lines + y;
         if (row >= out_height_) break;
-        rows_.convert(y, line_.get());
-        const int32_t r = raster_(line_.get(), user_, row, line_bytes_);
-        if (r < 0) return r;
-        ++delivered_;
+        const bool two = step == 2 && row + 1 < out_height_;
+        uint8_t* out[2] = {raster_destination(raster_, user_, row), nullptr};
+        if (!out[0]) out[0] = line_[0].get();
+        if (two) {
+            out[1] = raster_destination(raster_, user_, row + 1);
+            if (!out[1]) out[1] = line_[1].get();
+        }
+        rows_.convert(y, out[0], out[1]);
+        for (int i = 0; i < (two ? 2 : 1); ++i) {
+            const int32_t r = raster_(out[i], user_, row + i, line_bytes_);
+            if (r < 0) return r;
+            ++delivered_;
+        }
     }
     return 0;
 }
@@ -684,7 +787,20 @@ int32_t Decoder::single_scan(const Scan& scan) {
     br_.start(scan.data);
     if (br_.at_end()) return IMG_ERR_READ;
     reset_predictors();
-    alignas(32) int16_t block[64];
+    // The blocks of one MCU in scan order.
+    struct Slot {
+        Component* c;
+        const uint16_t* q;
+        int bx, by;
+    };
+    Slot slots[kBlockBuffer];
+    int nslots = 0;
+    for (int i = 0; i < scan.ns; ++i) {
+        Component& c = comp_[scan.comp[i]];
+        for (int by = 0; by < c.v; ++by)
+            for (int bx = 0; bx < c.h; ++bx) slots[nslots++] = Slot{&c, quant_for(c), bx, by};
+    }
+    bool ac[kBlockBuffer];
     uint32_t count = 0;
     bool starved = false;
     const uint32_t strip = options_.strip_rows;
@@ -696,26 +812,28 @@ int32_t Decoder::single_scan(const Scan& scan) {
             br_.align();
         }
         for (int mx = 0; mx < mcus_x_; ++mx, ++index) {
-            for (int i = 0; i < scan.ns; ++i) {
-                Component& c = comp_[scan.comp[i]];
-                for (int by = 0; by < c.v; ++by)
-                    for (int bx = 0; bx < c.h; ++bx) {
-                        if (starved) {
-                            zero_block(c, mx * c.h + bx, by);
-                            continue;
-                        }
-                        std::memset(block, 0, sizeof block);
-                        uint32_t used = 0;
-                        r = decode_block(c, block, &used);
-                        if (r < 0) {
-                            if (!br_.starved()) return r;
-                            starved = true;
-                            zero_block(c, mx * c.h + bx, by);
-                            continue;
-                        }
-                        emit_block(c, block, used, mx * c.h + bx, by);
+            // Blocks decoded; once the data has run out (a bit past its end
+            // consumed) the block that failed and every later one is grey.
+            int decoded = 0;
+            if (!starved) {
+                for (; decoded < nslots; ++decoded) {
+                    const Slot& s = slots[decoded];
+                    r = decode_block(*s.c, s.q, blocks_[decoded]);
+                    if (r < 0) {
+                        if (!br_.starved()) return r;
+                        starved = true;
+                        break;
                     }
+                    ac[decoded] = r != 0;
+                }
             }
+            for (int i = 0; i < nslots; ++i) {
+                const Slot& s = slots[i];
+                if (i < decoded) emit_block(*s.c, blocks_[i], ac[i], mx * s.c->h + s.bx, s.by);
+                else zero_block(*s.c, mx * s.c->h + s.bx, s.by);
+            }
+            keep_pending();
+            std::memset(blocks_, 0, sizeof blocks_[0] * static_cast<size_t>(nslots));
             if (starved) continue;
             if (br_.starved()) {
                 starved = true;
@@ -726,6 +844,7 @@ int32_t Decoder::single_scan(const Scan& scan) {
                 if (br_.restart()) reset_predictors();
             }
         }
+        flush_idct();
         r = deliver_mcu_row(my);
         if (r < 0) return r;
     }
@@ -825,24 +944,28 @@ int32_t Decoder::multi_scan(uint64_t first_sos) {
     }
 
     install_default_quant();
-    alignas(32) int16_t block[64];
     for (int my = 0; my < mcus_y_; ++my) {
         for (int i = 0; i < nf_; ++i) {
             Component& c = comp_[i];
-            const uint16_t* q = c.tq == 0 ? quant_[0] : quant_[1];
+            const uint16_t* q = quant_for(c);
             for (int by = 0; by < c.v; ++by)
-                for (int bx = 0; bx < c.bw; ++bx) {
-                    const int16_t* zz =
-                        c.coefs.get() + (static_cast<size_t>(my * c.v + by) * c.bw + bx) * 64;
-                    std::memset(block, 0, sizeof block);
-                    uint32_t used = 0;
-                    for (int k = 0; k < 64; ++k) {
-                        if (!zz[k]) continue;
-                        const int n = kZigzagColumns[k];
-                        block[n] = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
-                        used |= (1u << (n & 7)) | (0x100u << (n >> 3));
+                for (int bx0 = 0; bx0 < c.bw; bx0 += kBlockBuffer) {
+                    const int n = c.bw - bx0 < kBlockBuffer ? c.bw - bx0 : kBlockBuffer;
+                    for (int j = 0; j < n; ++j) {
+                        const int16_t* zz = c.coefs.get() +
+                                            (static_cast<size_t>(my * c.v + by) * c.bw + bx0 + j) * 64;
+                        int16_t* block = blocks_[j];
+                        block[0] = static_cast<int16_t>(wrap_mul(zz[0], q[0]));
+                        bool ac = false;
+                        for (int k = 1; k < 64; ++k) {
+                            if (!zz[k]) continue;
+                            block[kZigzagColumns[k]] = static_cast<int16_t>(wrap_mul(zz[k], q[k]));
+                            ac = true;
+                        }
+                        emit_block(c, block, ac, bx0 + j, by);
                     }
-                    emit_block(c, block, used, bx, by);
+                    flush_idct();
+                    std::memset(blocks_, 0, sizeof blocks_[0] * static_cast<size_t>(n));
                 }
         }
         r = deliver_mcu_row(my);
@@ -950,7 +1073,7 @@ int32_t read_tables(const uint8_t* data, uint32_t size, Tables* out) {
                                                                   : nullptr;
                 if (t) {
                     HuffmanDecode check;
-                    if (!build_huffman(check, data + p + 1, data + p + 17)) return IMG_ERR_BAD_IMAGE;
+                    if (!build_huffman(check, data + p + 1, data + p + 17, id <= 2)) return IMG_ERR_BAD_IMAGE;
                     std::memcpy(t->counts, data + p + 1, 16);
                     std::memset(t->symbols, 0, sizeof t->symbols);
                     std::memcpy(t->symbols, data + p + 17, total);

@@ -138,8 +138,53 @@ private:
     int32_t fault_ = 0;
 };
 
+// The reader's bit window by value, for decoding loops that keep it in
+// registers and hand it back before any slower step. The `nbits` bits held
+// are the top of `acc`, the bits below them zero: the next n bits are one
+// shift away, and consuming bits is one shift too.
+struct BitWindow {
+    uint64_t acc;
+    const uint8_t* p;
+    const uint8_t* lim;
+    int nbits;
+    uint32_t stuffed;
+
+    uint32_t peek(int n) const { return static_cast<uint32_t>(acc >> (64 - n)); }
+    // Consumes the count in the low six bits of `e` (a fast-table entry).
+    void consume(uint32_t e) {
+        acc <<= (e & 63);
+        nbits -= static_cast<int>(e & 63);
+    }
+    // One step of BitReader::fill's usual case: true when at least 57 bits
+    // are held afterwards.
+    __attribute__((always_inline)) bool quick_fill() {
+        if (lim - p < 8) return false;
+        uint64_t w;
+        std::memcpy(&w, p, 8);
+        w = __builtin_bswap64(w);
+        const uint64_t inv = ~w;  // a 0xFF byte becomes a zero byte
+        if ((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull) return false;
+        int n = (64 - nbits) >> 3;
+        if (n > 7) n = 7;
+        acc |= (w & ~(~0ull >> (8 * n))) >> nbits;
+        nbits += 8 * n;
+        p += n;
+        stuffed <<= n;
+        return nbits > 56;
+    }
+};
+
 class BitReader {
 public:
+    BitWindow window() const { return BitWindow{acc_, p_, lim_, nbits_, stuffed_}; }
+    void set_window(const BitWindow& w) {
+        acc_ = w.acc;
+        p_ = w.p;
+        lim_ = w.lim;
+        nbits_ = w.nbits;
+        stuffed_ = w.stuffed;
+    }
+
     explicit BitReader(Source& src) : src_(src) {}
 
     // Starts reading entropy-coded data at a stream offset.
@@ -151,40 +196,41 @@ public:
     // True when no byte of data is left at the position (nothing to decode).
     bool at_end() { return src_.ensure(1) == 0; }
 
-    // At least 57 bits are held afterwards.
-    void fill() {
-        while (nbits_ <= 56) {
-            if (lim_ - p_ >= 8) {
-                uint64_t w;
-                std::memcpy(&w, p_, 8);
-                w = __builtin_bswap64(w);
-                const uint64_t inv = ~w;  // a 0xFF byte becomes a zero byte
-                if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
-                    int n = (64 - nbits_) >> 3;
-                    if (n > 7) n = 7;
-                    acc_ = (acc_ << (8 * n)) | (w >> (64 - 8 * n));
-                    nbits_ += 8 * n;
-                    p_ += n;
-                    stuffed_ <<= n;
-                    continue;
-                }
+    // At least 57 bits are held afterwards. The usual case, eight bytes at
+    // hand without a 0xFF among them, is one load.
+    __attribute__((always_inline)) void fill() {
+        if (nbits_ > 56) return;
+        if (lim_ - p_ >= 8) {
+            uint64_t w;
+            std::memcpy(&w, p_, 8);
+            w = __builtin_bswap64(w);
+            const uint64_t inv = ~w;  // a 0xFF byte becomes a zero byte
+            if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
+                int n = (64 - nbits_) >> 3;
+                if (n > 7) n = 7;
+                acc_ |= (w & ~(~0ull >> (8 * n))) >> nbits_;
+                nbits_ += 8 * n;
+                p_ += n;
+                stuffed_ <<= n;
+                if (nbits_ > 56) return;
             }
-            fill_byte();
         }
+        fill_slow();
     }
 
     int bits_held() const { return nbits_; }
 
-    uint32_t peek(int n) const {
-        return static_cast<uint32_t>(acc_ >> (nbits_ - n)) & ((1u << n) - 1);
+    uint32_t peek(int n) const { return static_cast<uint32_t>(acc_ >> (64 - n)); }
+    void skip(int n) {
+        acc_ <<= n;
+        nbits_ -= n;
     }
-    void skip(int n) { nbits_ -= n; }
 
     uint32_t get(int n) {
         if (n == 0) return 0;
         if (nbits_ < n) fill();
         uint32_t v = peek(n);
-        nbits_ -= n;
+        skip(n);
         return v;
     }
 
@@ -195,7 +241,7 @@ public:
         if (nbits_ < 16) fill();
         const uint16_t e = t.look[peek(kLookBits)];
         if (e) {
-            nbits_ -= e >> 8;
+            skip(e >> 8);
             return e & 0xFF;
         }
         return decode_long(t);
@@ -206,16 +252,16 @@ public:
         for (int len = kLookBits + 1; len <= 16; ++len) {
             const int32_t code = static_cast<int32_t>(peek(len));
             if (code <= t.maxcode[len]) {
-                nbits_ -= len;
+                skip(len);
                 return t.symbols[(code + t.offset[len]) & 0xFF];
             }
         }
-        nbits_ -= 16;
+        skip(16);
         return -1;
     }
 
     // Drops the rest of a partly used byte.
-    void align() { nbits_ -= nbits_ & 7; }
+    void align() { skip(nbits_ & 7); }
 
     // True once a bit beyond the end of the data has been consumed.
     bool starved() const { return virt_ * 8 > static_cast<uint32_t>(nbits_); }
@@ -261,6 +307,27 @@ public:
     void sync() { src_.advance(static_cast<uint32_t>(p_ - src_.data())); reload(); }
 
 private:
+    __attribute__((noinline)) void fill_slow() {
+        while (nbits_ <= 56) {
+            if (lim_ - p_ >= 8) {
+                uint64_t w;
+                std::memcpy(&w, p_, 8);
+                w = __builtin_bswap64(w);
+                const uint64_t inv = ~w;
+                if (!((inv - 0x0101010101010101ull) & ~inv & 0x8080808080808080ull)) {
+                    int n = (64 - nbits_) >> 3;
+                    if (n > 7) n = 7;
+                    acc_ |= (w & ~(~0ull >> (8 * n))) >> nbits_;
+                    nbits_ += 8 * n;
+                    p_ += n;
+                    stuffed_ <<= n;
+                    continue;
+                }
+            }
+            fill_byte();
+        }
+    }
+
     void reset_bits() {
         acc_ = 0;
         nbits_ = 0;
@@ -290,8 +357,7 @@ private:
 
     void fill_byte() {
         if (virt_ || !window_has(1)) {
-            acc_ <<= 8;
-            nbits_ += 8;
+            nbits_ += 8;  // zero bits
             stuffed_ <<= 1;
             ++virt_;
             return;
@@ -302,7 +368,7 @@ private:
             ++p_;
             st = 1;
         }
-        acc_ = (acc_ << 8) | c;
+        acc_ |= static_cast<uint64_t>(c) << (56 - nbits_);
         nbits_ += 8;
         stuffed_ = (stuffed_ << 1) | st;
     }
@@ -310,7 +376,7 @@ private:
     Source& src_;
     const uint8_t* p_ = nullptr;
     const uint8_t* lim_ = nullptr;
-    uint64_t acc_ = 0;
+    uint64_t acc_ = 0;  // nbits_ bits at the top, zeros below
     int nbits_ = 0;
     uint32_t stuffed_ = 0;  // bit i: the i-th newest byte held was followed by a skipped 0x00
     uint32_t virt_ = 0;     // zero bytes supplied past the end of the data

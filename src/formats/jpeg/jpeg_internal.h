@@ -54,13 +54,6 @@ struct RgbTables {
 };
 const RgbTables& rgb_tables();
 
-// The colour tables applied to a row of blue, green, red bytes: Y of every
-// pixel (level-shifted), Cb and Cr of every h-th pixel for h = 1 or 2 (none
-// for h = 0), as fast as the processor allows. Returns how many leading
-// pixels it converted (a multiple of 16, possibly 0); the caller does the
-// rest with the tables.
-int bgr_to_ycc_fast(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb, int16_t* cr);
-
 // ---- Integer transforms -----------------------------------------------------
 // All arithmetic is 32-bit two's complement; wrap-around on absurd inputs is
 // part of the definition (and never undefined behaviour here).
@@ -83,19 +76,30 @@ void fdct_1d(const int32_t* in, int32_t* out);
 
 // Inverse transform of one block of 64 dequantised coefficients stored
 // column-major (coef[u * 8 + v], u the horizontal and v the vertical
-// frequency) into 8 rows of signed samples clamped to -127..127. `used`
-// has bit v set when row v of the block holds a non-zero coefficient and
-// bit 8 + u when column u does (a superset is fine; no column bits at all
-// means any column may).
-using IdctFn = void (*)(const int16_t* coef, uint32_t used, int8_t* out, int stride);
-IdctFn idct_block();
-void idct_block_scalar(const int16_t* coef, uint32_t used, int8_t* out, int stride);
+// frequency) into 8 rows of signed samples clamped to -127..127, `stride`
+// bytes apart. The vector kernels run in 16-bit lanes, which give the same
+// results, when the coefficients' magnitudes sum to kIdctNarrowLimit or
+// less (see jpeg_dct.cpp).
+constexpr uint32_t kIdctNarrowLimit = 16384;
+using IdctFn = void (*)(const int16_t* coef, int8_t* out, int stride);
+// Two blocks at once.
+using IdctPairFn = void (*)(const int16_t* a, int8_t* out_a, int stride_a, const int16_t* b,
+                            int8_t* out_b, int stride_b);
+void idct_block_scalar(const int16_t* coef, int8_t* out, int stride);
+// A block whose only non-zero coefficient is the DC one: one value.
+inline int8_t idct_dc_value(int16_t dc) {
+    int32_t y = descale(724, descale(724, dc));
+    y = wrap_add(y, 2) >> 2;
+    return static_cast<int8_t>(y < -127 ? -127 : y > 127 ? 127 : y);
+}
 
 // Forward transform of an 8 x 8 block of level-shifted samples within
 // -128..128 (rows of `stride` int16 values) into 64 coefficients in natural
 // order, four times the T.81 scale, kept to 16 bits.
 using FdctFn = void (*)(const int16_t* samples, int stride, int16_t* out);
-FdctFn fdct_block();
+// Two blocks with the same stride at once.
+using FdctPairFn = void (*)(const int16_t* a, const int16_t* b, int stride, int16_t* out_a,
+                            int16_t* out_b);
 void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out);
 
 // ---- Quantisation (encoder) -------------------------------------------------
@@ -106,38 +110,105 @@ void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out);
 // of the reciprocal stays below one part in 2^32 / 4Q). The product is
 // taken in two 16-bit halves of r so that it fits 32-bit lanes:
 // (n * r) >> 32 = (n * (r >> 16) + ((n * (r & 0xFFFF)) >> 16)) >> 16.
+// Quantisation of coefficients four times the T.81 scale by table entry
+// Q: sign(x) * (|x| / 4) for Q = 1, else sign(x) * ((|x| + 2Q) / (4Q)),
+// for every 16-bit x. Both divisions are floor((|x| + add) / 4) / Q with
+// add = 2Q (0 for Q = 1); n = (|x| + add) >> 2 stays below 8,320. The
+// quotient by Q is a 16-bit high multiplication by r = min(65535,
+// 65536 / Q), which is at most one short (its error stays below
+// n / 65536 < 1), and one correction: q + 1 when n - q * Q is still Q or
+// more. Every step fits 16-bit lanes.
 struct Quantiser {
-    alignas(32) int32_t add[64];       // 2Q, or 0 for Q = 1
-    alignas(32) int32_t recip_hi[64];  // r >> 16
-    alignas(32) int32_t recip_lo[64];  // r & 0xFFFF
+    alignas(32) uint16_t add[64];      // 2Q, or 0 for Q = 1
+    alignas(32) uint16_t recip[64];    // min(65535, 65536 / Q)
+    alignas(32) uint16_t divisor[64];  // Q
     void set(const uint8_t* natural) {
         for (int i = 0; i < 64; ++i) {
             const uint32_t q = natural[i] ? natural[i] : 1;
-            const uint32_t r =
-                q == 1 ? (1u << 30) : static_cast<uint32_t>((uint64_t(1) << 32) / (4 * q) + 1);
-            add[i] = q == 1 ? 0 : static_cast<int32_t>(2 * q);
-            recip_hi[i] = static_cast<int32_t>(r >> 16);
-            recip_lo[i] = static_cast<int32_t>(r & 0xFFFF);
+            add[i] = static_cast<uint16_t>(q == 1 ? 0 : 2 * q);
+            recip[i] = static_cast<uint16_t>(q == 1 ? 65535 : 65536 / q);
+            divisor[i] = static_cast<uint16_t>(q);
         }
     }
     int32_t operator()(int i, int32_t x) const {
-        const uint32_t n = static_cast<uint32_t>(x < 0 ? -x : x) + static_cast<uint32_t>(add[i]);
-        const uint32_t hi = n * static_cast<uint32_t>(recip_hi[i]);
-        const uint32_t lo = (n * static_cast<uint32_t>(recip_lo[i])) >> 16;
-        const int32_t v = static_cast<int32_t>((hi + lo) >> 16);
-        return x < 0 ? -v : v;
+        const uint32_t n = (static_cast<uint32_t>(x < 0 ? -x : x) + add[i]) >> 2;
+        uint32_t v = (n * recip[i]) >> 16;
+        if (n - v * divisor[i] >= divisor[i]) ++v;
+        return x < 0 ? -static_cast<int32_t>(v) : static_cast<int32_t>(v);
     }
 };
 
-// Quantises a block of coefficients (natural order) into zig-zag order and
-// returns the mask of the non-zero positions (bit k for position k).
-using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* zz);
-QuantiseFn quantise_block();
-uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* zz);
+// Quantises a block of coefficients into `out`, both in natural order, and
+// returns the mask of the non-zero results in zig-zag order (bit k for
+// zig-zag position k).
+using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* out);
+uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* out);
+// The forward transform and the quantisation of one block (`stride` as for
+// FdctFn), as QuantiseFn returns them; the pair form does two blocks with
+// the same stride and table, and stores the second mask in *mask_b.
+using FdctQuantiseFn = uint64_t (*)(const int16_t* samples, int stride, const Quantiser& q,
+                                    int16_t* out);
+using FdctQuantisePairFn = uint64_t (*)(const int16_t* a, const int16_t* b, int stride,
+                                        const Quantiser& q, int16_t* out_a, int16_t* out_b,
+                                        uint64_t* mask_b);
+
+// ---- Colour conversion kernels ------------------------------------------------
+// Decoder: one or two rows of luminance samples (lum1 and out1 null for
+// one) that share a row of chroma samples, into blue, green, red bytes;
+// chroma sample j serves pixels f * j .. f * j + f - 1 (f = 1 or 2).
+// Returns how many leading pixels it converted; the caller does the rest.
+using YccRowsFn = int (*)(const int8_t* lum0, const int8_t* lum1, const int8_t* cb,
+                          const int8_t* cr, int f, int width, uint8_t* out0, uint8_t* out1);
+// Encoder: the colour tables applied to a row of blue, green, red bytes: Y
+// of every pixel (level-shifted), Cb and Cr of every h-th pixel for h = 1
+// or 2 (none for h = 0). Returns how many leading pixels it converted (the
+// caller does the rest with the tables).
+using BgrToYccFn = int (*)(const uint8_t* bgr, int n, int h, int16_t* y, int16_t* cb,
+                           int16_t* cr);
+
+// ---- Processor-specific kernels ---------------------------------------------
+// The codec's loops with vector forms, by instruction set. Portable: plain
+// C++ (GCC vector extensions where available), the reference for the
+// others; SSE2: the x86-64 baseline; SSE4.1 (with SSSE3) and AVX2 are used
+// when the processor has them. Every set gives identical results.
+enum class Isa { kPortable = 0, kSse2 = 1, kSse41 = 2, kAvx2 = 3 };
+
+struct Kernels {
+    Isa isa = Isa::kPortable;
+    IdctFn idct = nullptr;
+    IdctPairFn idct_pair = nullptr;  // null: pairs go one block at a time
+    FdctFn fdct = nullptr;
+    FdctPairFn fdct_pair = nullptr;  // null: likewise
+    QuantiseFn quantise = nullptr;
+    FdctQuantiseFn fdct_quantise = nullptr;
+    FdctQuantisePairFn fdct_quantise_pair = nullptr;  // null: one block at a time
+    YccRowsFn ycc_rows = nullptr;      // null: table-driven rows
+    BgrToYccFn bgr_to_ycc = nullptr;   // null: table-driven rows
+};
+
+// The best instruction set of the processor.
+Isa best_isa();
+// The kernels of the best instruction set, capped by limit_kernels. Read
+// once per decode or encode.
+const Kernels& kernels();
+// Caps the instruction set kernels() answers with from now on (the tests
+// run every set the processor has against the reference this way; the
+// library never calls it). Not meant to change while codecs run.
+void limit_kernels(Isa isa);
+
+// Each source file fills in its own kernels for an instruction set.
+void dct_kernels(Kernels& k, Isa isa);     // jpeg_dct.cpp
+void row_kernels(Kernels& k, Isa isa);     // jpeg_rows.cpp
+void encode_kernels(Kernels& k, Isa isa);  // jpeg_encode.cpp
 
 // ---- Huffman decoding tables -----------------------------------------------
 constexpr int kLookBits = 9;
+constexpr int kFastBits = 10;
 constexpr uint32_t kEndOfBlock = 0xFF;
+// Flags of HuffmanDecode::fast entries.
+constexpr uint32_t kFastValue = 0x80;  // code and value bits together
+constexpr uint32_t kFastCode = 0x40;   // the code alone (its value bits follow)
+constexpr uint32_t kFastLength = 0x3F;
 
 struct HuffmanDecode {
     bool defined = false;
@@ -148,17 +219,19 @@ struct HuffmanDecode {
     // Entry for the next kLookBits bits: (length << 8) | symbol, or 0 when
     // the code is longer than kLookBits bits.
     uint16_t look[1 << kLookBits] = {};
-    // AC tables: the code and its value bits together when both fit in
-    // kLookBits bits: bits 0-7 the total length (0: not here), bits 8-15
-    // the zero run before the value (kEndOfBlock for symbol 0x00), bits
-    // 16-31 the extended value (0 for a run without value).
-    uint32_t fast[1 << kLookBits] = {};
+    // Entry for the next kFastBits bits, 0 when the code is longer:
+    //   kFastValue | bits used (code and value) | run << 8 | value << 16
+    //     when the value bits fit too: the run is the AC symbol's high
+    //     nibble (kEndOfBlock for symbol 0x00; 0 in DC tables), the value
+    //     the extended received value (0 without value bits);
+    //   kFastCode | code length | symbol << 8 otherwise.
+    uint32_t fast[1 << kFastBits] = {};
 };
 
-// Builds the decoding table from counts and symbols (T.81 Annex C and
-// F.2.2.3). False when the counts describe more codes than fit their
-// lengths.
-bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* symbols);
+// Builds the decoding table of a DC or an AC table from counts and symbols
+// (T.81 Annex C and F.2.2.3). False when the counts describe more codes
+// than fit their lengths.
+bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* symbols, bool dc);
 
 // Symbol of an s-bit received value: T.81 EXTEND.
 inline int32_t extend(uint32_t v, int s) {

@@ -1,8 +1,10 @@
 // Fixed JPEG tables: zig-zag order, the default quantisation tables, the
 // Huffman tables of ITU-T T.81 Annex K, the colour tables, and the
 // construction of Huffman decoding tables.
+#include <atomic>
 #include <cstring>
 
+#include "core/cpu.h"
 #include "core/settings.h"
 #include "formats/jpeg/jpeg_internal.h"
 
@@ -113,7 +115,7 @@ const RgbTables& rgb_tables() {
     return t;
 }
 
-bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* symbols) {
+bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* symbols, bool dc) {
     int total = 0;
     for (int i = 0; i < 16; ++i) total += counts[i];
     if (total > 256) return false;
@@ -134,30 +136,93 @@ bool build_huffman(HuffmanDecode& t, const uint8_t counts[16], const uint8_t* sy
         code <<= 1;
     }
 
-    // Lookahead: run the bit-serial search over every kLookBits-bit prefix.
-    for (uint32_t v = 0; v < (1u << kLookBits); ++v) {
-        t.look[v] = 0;
-        t.fast[v] = 0;
-        for (int len = 1; len <= kLookBits; ++len) {
-            const int32_t c = static_cast<int32_t>(v >> (kLookBits - len));
+    // Lookahead: run the bit-serial search over every prefix.
+    auto search = [&](uint32_t v, int bits, int* length) -> int {
+        for (int len = 1; len <= bits; ++len) {
+            const int32_t c = static_cast<int32_t>(v >> (bits - len));
             if (c <= t.maxcode[len]) {
-                const uint8_t sym = t.symbols[(c + t.offset[len]) & 0xFF];
-                t.look[v] = static_cast<uint16_t>((len << 8) | sym);
-                const int run = sym >> 4, size = sym & 15;
-                if (sym == 0) {
-                    t.fast[v] = static_cast<uint32_t>(len) | (kEndOfBlock << 8);
-                } else if (len + size <= kLookBits) {
-                    const uint32_t bits = (v >> (kLookBits - len - size)) & ((1u << size) - 1);
-                    const int32_t value = size ? extend(bits, size) : 0;
-                    t.fast[v] = static_cast<uint32_t>(len + size) | (static_cast<uint32_t>(run) << 8) |
-                                (static_cast<uint32_t>(value) << 16);
-                }
-                break;
+                *length = len;
+                return t.symbols[(c + t.offset[len]) & 0xFF];
             }
+        }
+        return -1;
+    };
+    for (uint32_t v = 0; v < (1u << kLookBits); ++v) {
+        int len = 0;
+        const int sym = search(v, kLookBits, &len);
+        t.look[v] = sym < 0 ? 0 : static_cast<uint16_t>((len << 8) | sym);
+    }
+    for (uint32_t v = 0; v < (1u << kFastBits); ++v) {
+        int len = 0;
+        const int sym = search(v, kFastBits, &len);
+        if (sym < 0) {
+            t.fast[v] = 0;
+            continue;
+        }
+        // DC symbols are the value's bit count (above 16: corrupt data, left
+        // to the bit-serial path); AC symbols a zero run and a bit count.
+        const int run = dc ? 0 : sym >> 4, size = dc ? sym : sym & 15;
+        if (dc && size > 16) {
+            t.fast[v] = kFastCode | static_cast<uint32_t>(len) | (static_cast<uint32_t>(sym) << 8);
+        } else if (sym == 0 && !dc) {
+            t.fast[v] = kFastValue | static_cast<uint32_t>(len) | (kEndOfBlock << 8);
+        } else if (len + size <= kFastBits) {
+            const uint32_t bits = (v >> (kFastBits - len - size)) & ((1u << size) - 1);
+            const int32_t value = size ? extend(bits, size) : 0;
+            t.fast[v] = kFastValue | static_cast<uint32_t>(len + size) |
+                        (static_cast<uint32_t>(run) << 8) | (static_cast<uint32_t>(value) << 16);
+        } else {
+            t.fast[v] = kFastCode | static_cast<uint32_t>(len) | (static_cast<uint32_t>(sym) << 8);
         }
     }
     t.defined = true;
     return true;
 }
+
+Isa best_isa() {
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (cpu::has_avx2() && cpu::has_sse41()) return Isa::kAvx2;
+    if (cpu::has_sse41() && cpu::has_ssse3()) return Isa::kSse41;
+    return Isa::kSse2;
+#else
+    return Isa::kPortable;
+#endif
+}
+
+namespace {
+
+std::atomic<int> g_kernel_limit{static_cast<int>(Isa::kAvx2)};
+
+Kernels build_kernels(Isa isa) {
+    Kernels k;
+    k.isa = isa;
+    dct_kernels(k, isa);
+    row_kernels(k, isa);
+    encode_kernels(k, isa);
+    return k;
+}
+
+template <Isa I>
+const Kernels& kernels_for() {
+    static const Kernels k = build_kernels(I);
+    return k;
+}
+
+}  // namespace
+
+const Kernels& kernels() {
+    static const Isa best = best_isa();
+    const int limit = g_kernel_limit.load(std::memory_order_relaxed);
+    const Isa isa = static_cast<int>(best) < limit ? best : static_cast<Isa>(limit);
+    switch (isa) {
+        case Isa::kAvx2: return kernels_for<Isa::kAvx2>();
+        case Isa::kSse41: return kernels_for<Isa::kSse41>();
+        case Isa::kSse2: return kernels_for<Isa::kSse2>();
+        case Isa::kPortable: break;
+    }
+    return kernels_for<Isa::kPortable>();
+}
+
+void limit_kernels(Isa isa) { g_kernel_limit.store(static_cast<int>(isa), std::memory_order_relaxed); }
 
 }  // namespace tesslin::jpeg

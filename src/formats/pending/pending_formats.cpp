@@ -18,19 +18,16 @@ constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
 
 // ---- Signature tests -------------------------------------------------------
 
-bool is_gif(const Probe& p) { return p.starts_with("GIF"); }
 bool is_eps(const Probe& p) {
     return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
 }
 bool is_pdf(const Probe& p) { return p.starts_with("%PDF"); }
-bool is_dcx(const Probe& p) { return p.bytes_are({0xB1, 0x68, 0xDE, 0x3A}); }
 bool is_wpg(const Probe& p) { return p.starts_with("WPC", 1); }
 bool is_ncr(const Probe& p) {
     return p.bytes[0] == p.bytes[1] && (p.bytes[0] == 'N' || p.bytes[0] == 'n');
 }
 bool is_iff(const Probe& p) { return p.starts_with("FORM"); }
 bool is_fpx(const Probe& p) { return p.bytes_are({0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1}); }
-bool is_pcx(const Probe& p) { return p.bytes[0] == 10 && p.bytes[2] == 1; }
 bool is_mca(const Probe& p) {
     const uint8_t* b = p.bytes;
     return (b[2] == 0xD3 && ((b[3] == 0xA6 && b[4] == 0xFB) || b[3] == 0xA8)) ||
@@ -49,24 +46,11 @@ bool is_ico(const Probe& p) {
     return p.bytes_are({0, 0, 1, 0}) && (size == 16 || size == 32 || size == 48 || size == 64);
 }
 bool is_pcd(const Probe& p) { return p.bytes_are({0xFF, 0xFF, 0xFF, 0xFF}); }
-bool is_psd(const Probe& p) { return p.starts_with("8BPS"); }
 bool is_clp(const Probe& p) { return p.bytes[0] == 'P' && p.bytes[1] == 0xC3; }
 bool is_img(const Probe& p) {
     return p.bytes_are({0, 1, 0}) && (p.bytes[3] == 8 || p.bytes[3] == 9);
 }
-// "#define" and a line feed within the next 200 bytes.
-bool is_xbm(const Probe& p) {
-    if (!p.starts_with("#define")) return false;
-    uint8_t more[200];
-    if (stream::seek(p.stream, static_cast<int32_t>(p.start + kProbeBytes), 0) < 0) return false;
-    const int32_t got = stream::read(p.stream, more, sizeof more);
-    for (int32_t i = 0; i < got; ++i)
-        if (more[i] == '\n') return true;
-    return false;
-}
-bool is_xpm(const Probe& p) { return p.starts_with("/* XPM */"); }
 bool is_xwd(const Probe& p) { return p.bytes_are({0, 0, 0, 7}, 4); }
-bool is_ras(const Probe& p) { return p.bytes_are({0x59, 0xA6, 0x6A, 0x95}); }
 bool is_jed(const Probe& p) { return p.bytes_are({0x80, 0, 0, 0}); }
 bool is_fxs(const Probe& p) {
     return p.bytes[0] == 11 && p.bytes[1] == '#' && p.bytes[3] == 0xC0 && p.bytes[4] == 6;
@@ -113,12 +97,6 @@ bool is_cif(const Probe& p) {
     return p.read_at(2123, mark, 4) && is_cim_mark(mark);
 }
 bool is_msp(const Probe& p) { return p.starts_with("LinS") || p.starts_with("DanM"); }
-bool is_tga(const Probe& p) {
-    const uint8_t map = p.bytes[1], type = p.bytes[2];
-    return ((type == 1 || type == 9) && map == 1) ||
-           ((type == 2 || type == 10 || type == 3 || type == 11) && map == 0) ||
-           (p.bytes[0] >= 24 && p.bytes[0] <= 69 && type == 156);
-}
 bool is_wmf(const Probe& p) { return p.bytes_are({0xD7, 0xCD, 0xC6, 0x9A}); }
 bool is_gx2(const Probe& p) { return p.starts_with("GX2"); }
 bool is_mac(const Probe& p) {
@@ -134,56 +112,8 @@ bool is_cut(const Probe& p) {
     if (b[6] == 0 || b[7] == 0) return false;
     return load_le16(b) <= 4999 && load_le16(b + 2) <= 4999;
 }
-// Byte 0 is 0, then header fields while bit 7 is set, then the width as a
-// multi-byte integer, all within the probed bytes; widths 3 to 320.
-bool is_wbm(const Probe& p) {
-    const uint8_t* b = p.bytes;
-    if (b[0] != 0) return false;
-    uint32_t i = 1;
-    while (i < kProbeBytes && (b[i] & 0x80)) ++i;
-    ++i;
-    uint32_t width = 0;
-    bool more = true;
-    while (more) {
-        if (i >= kProbeBytes) return false;
-        width = (width << 7) | (b[i] & 0x7F);
-        more = (b[i] & 0x80) != 0;
-        ++i;
-        if (width > 320) return false;
-    }
-    return width >= 3;
-}
 
 // ---- Code refinements, counters and queries --------------------------------
-
-// GIF: skip the screen descriptor, the global colour table and extension
-// blocks to the first image descriptor; its interlace flag gives 44.
-int32_t gif_code(int32_t stream) {
-    StreamReader in(stream, 4096);
-    uint8_t screen[13];
-    if (!in.read(screen, 13)) return in.status();
-    if (screen[10] & 0x80) in.skip(3u << ((screen[10] & 7) + 1));
-    for (;;) {
-        const int c = in.byte_or_eof();
-        if (c < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-        if (c == '!') {
-            in.u8();  // label
-            for (;;) {
-                const int n = in.byte_or_eof();
-                if (n < 0) return in.ok() ? IMG_ERR_BAD_IMAGE : in.status();
-                if (n == 0) break;
-                if (!in.skip(static_cast<uint32_t>(n))) return IMG_ERR_BAD_IMAGE;
-            }
-        } else if (c == ',') {
-            uint8_t desc[9];
-            if (!in.read(desc, 9)) return in.status();
-            in.sync();
-            return (desc[8] & 0x40) ? IMG_FORMAT_GIF_INTERLACED : IMG_FORMAT_GIF;
-        } else {
-            return IMG_ERR_BAD_IMAGE;
-        }
-    }
-}
 
 // Photo CD: low two bits of the byte at offset 3586.
 int32_t pcd_orientation(int32_t stream, int32_t) {
@@ -202,10 +132,6 @@ int32_t pdf_pages_or_none(int32_t stream) {
 
 // ---- Format codes ------------------------------------------------------------
 
-constexpr CodeRow kGifCodes[] = {
-    {IMG_FORMAT_GIF, "gif", "GIF", "gif", nullptr, 0, RowSupply::kPacked, false, true},
-    {IMG_FORMAT_GIF_INTERLACED, "gif-interlaced", "GIF, interlaced", "gif"},
-};
 constexpr CodeRow kEpsCodes[] = {
     {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
      false, true},
@@ -221,10 +147,6 @@ constexpr CodeRow kEpsCodes[] = {
 constexpr CodeRow kPdfCodes[] = {
     {IMG_FORMAT_PDF, "pdf", "PDF", "pdf", nullptr, 0, kRunsWhenBilevel, true},
 };
-constexpr CodeRow kDcxCodes[] = {
-    {IMG_FORMAT_DCX, "dcx", "DCX (multi-page PCX)", "dcx", nullptr, 0, RowSupply::kPacked, true,
-     true},
-};
 constexpr CodeRow kWpgCodes[] = {
     {IMG_FORMAT_WPG, "wpg", "WordPerfect graphics", "wpg", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -233,8 +155,6 @@ constexpr CodeRow kIffCodes[] = {
     {IMG_FORMAT_IFF, "iff", "IFF", "iff", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kFpxCodes[] = {
     {IMG_FORMAT_OLE, "ole", "OLE compound document (FlashPix)", "fpx"}};
-constexpr CodeRow kPcxCodes[] = {
-    {IMG_FORMAT_PCX, "pcx", "PCX", "pcx", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kMcaCodes[] = {
     {IMG_FORMAT_MODCA, "modca", "MO:DCA", "mca", nullptr, 0, kRuns, true, true},
     {IMG_FORMAT_MODCA_RI, "modca-ri", "MO:DCA with record introducers", "afp", nullptr, 1, kRuns,
@@ -250,20 +170,11 @@ constexpr CodeRow kJb2Codes[] = {{IMG_FORMAT_JBIG2, "jbig2", "JBIG2", "jb2", nul
 constexpr CodeRow kIcoCodes[] = {
     {IMG_FORMAT_ICON, "ico", "Windows icon", "ico", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kPcdCodes[] = {{IMG_FORMAT_PHOTO_CD, "photo-cd", "Kodak Photo CD", "pcd"}};
-constexpr CodeRow kPsdCodes[] = {
-    {IMG_FORMAT_PSD, "psd", "Photoshop", "psd", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kClpCodes[] = {{IMG_FORMAT_CLIPBOARD, "clp", "Windows clipboard", "clp",
                                   nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kImgCodes[] = {{IMG_FORMAT_GEM_IMG, "gem-img", "GEM IMG", "img"}};
-constexpr CodeRow kXbmCodes[] = {
-    {IMG_FORMAT_XBM, "xbm", "X bitmap", "xbm", nullptr, 0, RowSupply::kPacked, false, true}};
-constexpr CodeRow kXpmCodes[] = {
-    {IMG_FORMAT_XPM, "xpm", "X pixmap", "xpm", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kXwdCodes[] = {
     {IMG_FORMAT_XWD, "xwd", "X window dump", "xwd", nullptr, 0, RowSupply::kPacked, false, true}};
-constexpr CodeRow kRasCodes[] = {
-    {IMG_FORMAT_SUN_RASTER, "sun-raster", "Sun raster", "ras", nullptr, 0, RowSupply::kPacked,
-     false, true}};
 constexpr CodeRow kJedCodes[] = {
     {IMG_FORMAT_JED, "jed", "JED tiled bilevel", "jed", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -286,18 +197,12 @@ constexpr CodeRow kPctCodes[] = {
 constexpr CodeRow kCimCodes[] = {{IMG_FORMAT_CIM, "cim", "CIM", "cim"}};
 constexpr CodeRow kCifCodes[] = {{IMG_FORMAT_CIF, "cif", "CIF", "cif"}};
 constexpr CodeRow kMspCodes[] = {{IMG_FORMAT_MSP, "msp", "Microsoft Paint", "msp"}};
-constexpr CodeRow kTgaCodes[] = {
-    {IMG_FORMAT_TARGA, "tga", "Targa", "tga", nullptr, 0, RowSupply::kPacked, false, true},
-    {IMG_FORMAT_TARGA_24, "tga-24", "Targa, 24-bit only", "tga", nullptr, 0, RowSupply::kPacked,
-     false, false, true},
-};
 constexpr CodeRow kWmfCodes[] = {
     {IMG_FORMAT_WMF, "wmf", "Windows metafile", "wmf", nullptr, 0, RowSupply::kPacked, false,
      true}};
 constexpr CodeRow kGx2Codes[] = {{IMG_FORMAT_GX2, "gx2", "GX2", "gx2"}};
 constexpr CodeRow kMacCodes[] = {{IMG_FORMAT_MACPAINT, "macpaint", "MacPaint", "mac"}};
 constexpr CodeRow kCutCodes[] = {{IMG_FORMAT_CUT, "cut", "Dr. Halo CUT", "cut"}};
-constexpr CodeRow kWbmCodes[] = {{IMG_FORMAT_WBMP, "wbmp", "Wireless bitmap (WBMP)", "wbmp"}};
 
 }  // namespace
 
@@ -320,21 +225,14 @@ extern const FormatDescriptor kPcl = {
     .count_pages_mem = modules::pcl_pages, .codes = kPclCodes};
 
 // Formats the library does not read yet.
-extern const FormatDescriptor kGif = {
-    .tag = "gif", .detect_switch = IMG_FORMAT_GIF, .signature = is_gif, .refine = gif_code,
-    .codes = kGifCodes};
 extern const FormatDescriptor kEps = {
     .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
-extern const FormatDescriptor kDcx = {
-    .tag = "dcx", .detect_switch = IMG_FORMAT_DCX, .signature = is_dcx, .codes = kDcxCodes};
 extern const FormatDescriptor kWpg = {
     .tag = "wpg", .detect_switch = IMG_FORMAT_WPG, .signature = is_wpg, .codes = kWpgCodes};
 extern const FormatDescriptor kNcr = {
     .tag = "ncr", .detect_switch = IMG_FORMAT_NCR, .signature = is_ncr, .codes = kNcrCodes};
 extern const FormatDescriptor kIff = {
     .tag = "iff", .detect_switch = IMG_FORMAT_IFF, .signature = is_iff, .codes = kIffCodes};
-extern const FormatDescriptor kPcx = {
-    .tag = "pcx", .detect_switch = IMG_FORMAT_PCX, .signature = is_pcx, .codes = kPcxCodes};
 // MO:DCA documents; their detection switch is the one of IOCA (24).
 extern const FormatDescriptor kMca = {
     .tag = "mca", .detect_switch = IMG_FORMAT_IOCA, .signature = is_mca,
@@ -352,22 +250,13 @@ extern const FormatDescriptor kIco = {
 extern const FormatDescriptor kPcd = {
     .tag = "pcd", .detect_switch = IMG_FORMAT_PHOTO_CD, .signature = is_pcd,
     .orientation = pcd_orientation, .codes = kPcdCodes};
-extern const FormatDescriptor kPsd = {
-    .tag = "psd", .detect_switch = IMG_FORMAT_PSD, .signature = is_psd, .codes = kPsdCodes};
 extern const FormatDescriptor kClp = {
     .tag = "clp", .detect_switch = IMG_FORMAT_CLIPBOARD, .signature = is_clp,
     .codes = kClpCodes};
 extern const FormatDescriptor kImg = {
     .tag = "img", .detect_switch = IMG_FORMAT_GEM_IMG, .signature = is_img, .codes = kImgCodes};
-extern const FormatDescriptor kXbm = {
-    .tag = "xbm", .detect_switch = IMG_FORMAT_XBM, .signature = is_xbm, .codes = kXbmCodes};
-extern const FormatDescriptor kXpm = {
-    .tag = "xpm", .detect_switch = IMG_FORMAT_XPM, .signature = is_xpm, .codes = kXpmCodes};
 extern const FormatDescriptor kXwd = {
     .tag = "xwd", .detect_switch = IMG_FORMAT_XWD, .signature = is_xwd, .codes = kXwdCodes};
-extern const FormatDescriptor kRas = {
-    .tag = "ras", .detect_switch = IMG_FORMAT_SUN_RASTER, .signature = is_ras,
-    .codes = kRasCodes};
 // JED files are always tiled (512 x 512).
 extern const FormatDescriptor kJed = {
     .tag = "jed", .detect_switch = IMG_FORMAT_JED, .signature = is_jed,
@@ -394,8 +283,6 @@ extern const FormatDescriptor kCif = {
     .known_in_memory = false, .codes = kCifCodes};
 extern const FormatDescriptor kMsp = {
     .tag = "msp", .detect_switch = IMG_FORMAT_MSP, .signature = is_msp, .codes = kMspCodes};
-extern const FormatDescriptor kTga = {
-    .tag = "tga", .detect_switch = IMG_FORMAT_TARGA, .signature = is_tga, .codes = kTgaCodes};
 extern const FormatDescriptor kWmf = {
     .tag = "wmf", .detect_switch = IMG_FORMAT_WMF, .signature = is_wmf, .codes = kWmfCodes};
 extern const FormatDescriptor kGx2 = {
@@ -405,7 +292,5 @@ extern const FormatDescriptor kMac = {
     .codes = kMacCodes};
 extern const FormatDescriptor kCut = {
     .tag = "cut", .detect_switch = IMG_FORMAT_CUT, .signature = is_cut, .codes = kCutCodes};
-extern const FormatDescriptor kWbm = {
-    .tag = "wbm", .detect_switch = IMG_FORMAT_WBMP, .signature = is_wbm, .codes = kWbmCodes};
 
 }  // namespace tesslin::formats

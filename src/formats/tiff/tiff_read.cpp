@@ -478,20 +478,7 @@ void PageReader::convert(const uint8_t* raw, uint32_t sub_row, uint8_t* out) {
             break;
         }
         case Kind::kLab:
-            for (uint32_t x = 0; x < w; ++x, raw += n, out += 3) {
-                const double fy = (raw[0] / 2.55 + 16.0) / 25.0;
-                const double a = int8_t(raw[1]), bb = int8_t(raw[2]);
-                const double X = 0.982 * std::pow(a / 500.0 + 0.215443469 * fy, 3.0);
-                const double Y = fy * fy * fy / 100.0;
-                const double Z = 1.183 * std::pow(0.215443469 * fy - bb / 200.0, 3.0);
-                auto gamma = [](double c) {
-                    c = std::clamp(c, 0.0, 1.0);
-                    return uint8_t(std::pow(c, 0.5555555555555556) * 255.0);
-                };
-                out[2] = gamma(1.91 * X - 0.532 * Y - 0.288 * Z);
-                out[1] = gamma(-0.985 * X + 2.0 * Y - 0.028 * Z);
-                out[0] = gamma(0.058 * X - 0.118 * Y + 0.898 * Z);
-            }
+            pixels::lab_to_bgr(raw, n, out, 3, w);
             break;
         case Kind::kChannel: {
             const uint32_t stride = n * bits_ / 8;

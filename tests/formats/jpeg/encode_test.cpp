@@ -23,6 +23,7 @@ protected:
         s.jpeg_h = saved_.jpeg_h;
         s.jpeg_v = saved_.jpeg_v;
     }
+    void bytes_equal_the_reference();
     Settings saved_;
 };
 
@@ -73,6 +74,10 @@ void expect_reference_bytes(const void* dib, const std::string& what) {
 }  // namespace
 
 TEST_F(JpegEncode, BytesEqualTheReferenceEncoder) {
+    for_each_isa([&](const jpeg::Kernels&) { bytes_equal_the_reference(); });
+}
+
+void JpegEncode::bytes_equal_the_reference() {
     void* photo = photo_dib();
     const int samplings[][2] = {{2, 1}, {1, 1}, {2, 2}, {4, 1}, {1, 2}, {4, 2}};
     for (const auto& s : samplings)

@@ -1,7 +1,8 @@
 // The library's JPEG decoder and encoder against the plain reference codec
 // of jpeg_reference.cpp: rows and bytes must be identical, so the lookahead
-// Huffman decoding, the vectorised transforms and the table-driven colour
-// conversion change nothing but the speed.
+// Huffman decoding, the vectorised transforms and colour conversions
+// change nothing but the speed. Every test runs each instruction set the
+// processor has (AVX2, SSE4.1, SSE2) and the portable code.
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -53,15 +54,17 @@ void expect_same(const Bytes& bytes, const jpeg::DecodeOptions& options,
 TEST(JpegExact, DecoderRowsEqualTheReferenceOnEveryTestFile) {
     const auto files = jpeg_files();
     ASSERT_GE(files.size(), 12u);
-    for (const auto& f : files) {
-        const auto bytes = read_file(f);
-        expect_same(bytes, {}, {}, f);
-        jpeg::DecodeOptions co;
-        co.coefficients = 1;
-        ReferenceOptions rco;
-        rco.coefficients = true;
-        expect_same(bytes, co, rco, f + " (coefficients)");
-    }
+    for_each_isa([&](const jpeg::Kernels&) {
+        for (const auto& f : files) {
+            const auto bytes = read_file(f);
+            expect_same(bytes, {}, {}, f);
+            jpeg::DecodeOptions co;
+            co.coefficients = 1;
+            ReferenceOptions rco;
+            rco.coefficients = true;
+            expect_same(bytes, co, rco, f + " (coefficients)");
+        }
+    });
 }
 
 namespace {
@@ -81,129 +84,225 @@ TEST(JpegExact, DamagedDataGivesTheReferenceResult) {
     const char* names[] = {"jpeg/420.jpg", "jpeg/restart.jpg", "jpeg/progressive.jpg",
                            "jpeg/progressive-restart.jpg", "jpeg/grey.jpg", "jpeg/multiscan.jpg",
                            "jpeg/ycck.jpg", "corpus/jpeg/optimized.jpg"};
-    uint32_t seed = 12345;
-    auto rnd = [&]() { return seed = seed * 1103515245u + 12345u, (seed >> 8) & 0xFFFFFF; };
     int negative = 0, complete = 0;
-    for (const char* name : names) {
-        const auto good = read_file(data_path(name));
-        const size_t start = first_scan_data(good);
-        ASSERT_LT(start, good.size());
-        for (int i = 0; i < 24; ++i) {
-            Bytes cut(good.begin(), good.begin() + long(start + (good.size() - start) * i / 24));
-            expect_same(cut, {}, {}, std::string(name) + " cut " + std::to_string(cut.size()));
-            Decoded d;
-            (jpeg_decode_bytes(cut, &d) < 0 ? negative : complete)++;
+    for_each_isa([&](const jpeg::Kernels&) {
+        uint32_t seed = 12345;
+        auto rnd = [&]() { return seed = seed * 1103515245u + 12345u, (seed >> 8) & 0xFFFFFF; };
+        negative = complete = 0;
+        for (const char* name : names) {
+            const auto good = read_file(data_path(name));
+            const size_t start = first_scan_data(good);
+            ASSERT_LT(start, good.size());
+            for (int i = 0; i < 24; ++i) {
+                Bytes cut(good.begin(), good.begin() + long(start + (good.size() - start) * i / 24));
+                expect_same(cut, {}, {}, std::string(name) + " cut " + std::to_string(cut.size()));
+                Decoded d;
+                (jpeg_decode_bytes(cut, &d) < 0 ? negative : complete)++;
+            }
+            for (int i = 0; i < 40; ++i) {
+                Bytes bad = good;
+                const int flips = 1 + int(rnd() % 4);
+                for (int f = 0; f < flips; ++f) bad[start + rnd() % (bad.size() - start)] ^= uint8_t(1 << (rnd() % 8));
+                expect_same(bad, {}, {}, std::string(name) + " damage " + std::to_string(i));
+                Decoded d;
+                (jpeg_decode_bytes(bad, &d) < 0 ? negative : complete)++;
+            }
         }
-        for (int i = 0; i < 40; ++i) {
-            Bytes bad = good;
-            const int flips = 1 + int(rnd() % 4);
-            for (int f = 0; f < flips; ++f) bad[start + rnd() % (bad.size() - start)] ^= uint8_t(1 << (rnd() % 8));
-            expect_same(bad, {}, {}, std::string(name) + " damage " + std::to_string(i));
-            Decoded d;
-            (jpeg_decode_bytes(bad, &d) < 0 ? negative : complete)++;
-        }
-    }
+    });
     std::printf("damaged streams: %d refused, %d delivered complete\n", negative, complete);
 }
 
 // Every chroma value through the vectorised conversion, with and without
-// horizontal replication, against the constants' products.
+// horizontal replication, one line and two lines sharing chroma, against
+// the constants' products.
 TEST(JpegExact, ColourConversionCoversEveryChromaValue) {
-    for (int f : {1, 2}) {
-        const int width = 256 * f + 5;  // a tail for the scalar path too
-        jpeg::Plane planes[3];
-        for (auto& p : planes) ASSERT_TRUE(p.allocate(width + 32, 1, false));
-        for (int x = 0; x < width + 32; ++x) {
-            planes[0].samples()[x] = int8_t((x * 73 + 11) % 255 - 127);
-            planes[1].samples()[x] = int8_t(x);
-            planes[2].samples()[x] = int8_t(x * 37 + 5);
-        }
-        jpeg::RowLayout layout;
-        layout.nf = 3;
-        layout.width = width;
-        layout.hmax = f;
-        layout.vmax = 1;
-        for (int i = 0; i < 3; ++i) {
-            layout.plane[i] = &planes[i];
-            layout.h[i] = i == 0 ? f : 1;
-            layout.v[i] = 1;
-        }
-        jpeg::RowConverter conv;
-        ASSERT_TRUE(conv.init(layout));
-        Bytes out(size_t(width) * 3);
-        conv.convert(0, out.data());
-        auto L = [](int v) { return v < -128 ? 0 : v > 127 ? 255 : v + 128; };
-        for (int x = 0; x < width; ++x) {
-            const int y = planes[0].samples()[x], cb = planes[1].samples()[x / f],
-                      cr = planes[2].samples()[x / f];
-            ASSERT_EQ(out[3 * x], L(y + int(1.772 * cb))) << f << " " << x;
-            ASSERT_EQ(out[3 * x + 1], L(y - (int(0.34414 * cb) + int(0.71414 * cr)))) << f << " " << x;
-            ASSERT_EQ(out[3 * x + 2], L(y + int(1.402 * cr))) << f << " " << x;
-        }
+    for_each_isa([](const jpeg::Kernels& kernels) {
+        for (int f : {1, 2})
+            for (int v : {1, 2}) {
+                const int width = 256 * f + 45;  // a tail for the narrower steps too
+                jpeg::Plane planes[3];
+                ASSERT_TRUE(planes[0].allocate(width + 32, 2, false));
+                for (int i = 1; i < 3; ++i) ASSERT_TRUE(planes[i].allocate(width + 32, 1, false));
+                for (int x = 0; x < width + 32; ++x) {
+                    planes[0].samples()[x] = int8_t((x * 73 + 11) % 255 - 127);
+                    planes[0].samples()[width + 32 + x] = int8_t((x * 31 + 7) % 255 - 127);
+                    planes[1].samples()[x] = int8_t(x);
+                    planes[2].samples()[x] = int8_t(x * 37 + 5);
+                }
+                jpeg::RowLayout layout;
+                layout.nf = 3;
+                layout.width = width;
+                layout.row_bytes = row_bytes(uint32_t(width), 24);
+                layout.hmax = f;
+                layout.vmax = v;
+                for (int i = 0; i < 3; ++i) {
+                    layout.plane[i] = &planes[i];
+                    layout.h[i] = i == 0 ? f : 1;
+                    layout.v[i] = i == 0 ? v : 1;
+                }
+                jpeg::RowConverter conv;
+                ASSERT_TRUE(conv.init(layout, kernels));
+                ASSERT_EQ(conv.pairs(), v == 2);
+                Bytes out[2] = {Bytes(layout.row_bytes + 8, 0xAA), Bytes(layout.row_bytes + 8, 0xAA)};
+                conv.convert(0, out[0].data(), v == 2 ? out[1].data() : nullptr);
+                auto L = [](int s) { return s < -128 ? 0 : s > 127 ? 255 : s + 128; };
+                for (int line = 0; line < v; ++line) {
+                    const Bytes& o = out[line];
+                    for (int x = 0; x < width; ++x) {
+                        const int y = planes[0].samples()[line * (width + 32) + x];
+                        const int cb = planes[1].samples()[x / f], cr = planes[2].samples()[x / f];
+                        ASSERT_EQ(o[3 * x], L(y + int(1.772 * cb))) << f << " " << x;
+                        ASSERT_EQ(o[3 * x + 1], L(y - (int(0.34414 * cb) + int(0.71414 * cr)))) << f << " " << x;
+                        ASSERT_EQ(o[3 * x + 2], L(y + int(1.402 * cr))) << f << " " << x;
+                    }
+                    // Padding cleared, nothing written past the row.
+                    for (uint32_t i = uint32_t(width) * 3; i < layout.row_bytes; ++i) ASSERT_EQ(o[i], 0);
+                    for (size_t i = layout.row_bytes; i < o.size(); ++i) ASSERT_EQ(o[i], 0xAA);
+                }
+            }
+    });
+}
+
+namespace {
+
+// The largest magnitude sum the kernels take through their 16-bit lanes.
+constexpr int32_t kWidest = int32_t(jpeg::kIdctNarrowLimit) - 8;
+
+// The inverse transform of the kernels (one block, and two at once where
+// the kernels pair blocks) against the reference on one block.
+void expect_idct(const jpeg::Kernels& k, const int16_t* natural, const char* what, int trial) {
+    int16_t columns[64];
+    for (int n = 0; n < 64; ++n) columns[(n % 8) * 8 + n / 8] = natural[n];
+    int8_t ref[64], fast[64], scalar[64], pair[2][64];
+    reference_idct(natural, ref);
+    k.idct(columns, fast, 8);
+    jpeg::idct_block_scalar(columns, scalar, 8);
+    ASSERT_EQ(0, std::memcmp(ref, fast, 64)) << what << " " << trial;
+    ASSERT_EQ(0, std::memcmp(ref, scalar, 64)) << what << " " << trial;
+    if (k.idct_pair) {
+        int16_t zero[64] = {};
+        k.idct_pair(columns, pair[0], 8, zero, pair[1], 8);
+        ASSERT_EQ(0, std::memcmp(ref, pair[0], 64)) << what << " " << trial;
+        k.idct_pair(zero, pair[1], 8, columns, pair[0], 8);
+        ASSERT_EQ(0, std::memcmp(ref, pair[0], 64)) << what << " " << trial;
     }
 }
 
-// The vectorised transforms against the plain ones: sparse and dense
-// blocks, and coefficients at the ends of the 16-bit range where the
-// 32-bit arithmetic wraps.
+}  // namespace
+
+// Sparse and dense blocks, blocks at the 16-bit lanes' limit with their
+// whole magnitude where a single intermediate value weighs it most, and
+// coefficients at the ends of the 16-bit range where the 32-bit arithmetic
+// wraps.
 TEST(JpegExact, InverseTransformOnRandomAndExtremeBlocks) {
-    uint32_t seed = 7;
-    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
-    for (int trial = 0; trial < 20000; ++trial) {
-        int16_t natural[64] = {}, columns[64] = {};
-        const int kind = trial % 5;
-        const int count = kind == 0 ? 1 : kind == 1 ? 3 : kind == 2 ? 10 : 64;
-        // Blocks confined to the top-left 2 x 2, 2 x 4, 4 x 2 or 4 x 4 corner
-        // take the shorter paths.
-        const int rows_max = 2 << (trial / 5 % 3), cols_max = 2 << (trial / 15 % 3);
-        for (int i = 0; i < count; ++i) {
-            int at = kind == 4 ? i : int(rnd() % (kind == 1 ? 8 : 64));
-            if (kind == 1 || kind == 2) at = int(rnd() % uint32_t(rows_max)) * 8 + int(rnd() % uint32_t(cols_max));
-            int v = int(rnd() % 2048) - 1024;
-            if (kind == 3) v = int(rnd() % 65536) - 32768;
-            if (kind == 4) v = (rnd() & 1) ? 32767 : -32768;
-            natural[at] = int16_t(v);
+    for_each_isa([](const jpeg::Kernels& k) {
+        uint32_t seed = 7;
+        auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+        for (int trial = 0; trial < 6000; ++trial) {
+            int16_t natural[64] = {};
+            const int kind = trial % 6;
+            const int count = kind == 0 ? 1 : kind == 1 ? 3 : kind == 2 ? 10 : 64;
+            for (int i = 0; i < count; ++i) {
+                const int at = kind == 4 ? i : int(rnd() % 64);
+                int v = int(rnd() % 2048) - 1024;
+                if (kind == 3) v = int(rnd() % 65536) - 32768;
+                if (kind == 4) v = (rnd() & 1) ? 32767 : -32768;
+                natural[at] = int16_t(v);
+            }
+            if (kind == 5) {
+                // Dense, scaled to the limit exactly.
+                uint32_t sum = 0;
+                for (auto& c : natural) sum += uint32_t(std::abs(c = int16_t(int(rnd() % 2001) - 1000)));
+                int32_t left = kWidest;
+                for (auto& c : natural) {
+                    c = int16_t(int64_t(c) * kWidest / int32_t(sum));
+                    left -= std::abs(c);
+                }
+                natural[rnd() % 64] += int16_t(natural[0] < 0 ? -left : left);
+            }
+            expect_idct(k, natural, "random", trial);
         }
-        uint32_t rows = 0, used = 0;
-        for (int n = 0; n < 64; ++n) {
-            columns[(n % 8) * 8 + n / 8] = natural[n];
-            if (natural[n]) rows |= 1u << (n / 8), used |= (1u << (n / 8)) | (0x100u << (n % 8));
-        }
-        int8_t ref[64], fast[64], exact_mask[64], scalar[64];
-        reference_idct(natural, ref);
-        jpeg::idct_block()(columns, rows, fast, 8);
-        jpeg::idct_block()(columns, used, exact_mask, 8);
-        jpeg::idct_block_scalar(columns, used, scalar, 8);
-        ASSERT_EQ(0, std::memcmp(ref, fast, 64)) << trial;
-        ASSERT_EQ(0, std::memcmp(ref, exact_mask, 64)) << trial;
-        ASSERT_EQ(0, std::memcmp(ref, scalar, 64)) << trial;
-    }
+        // The whole limit on one coefficient, or split between two (the
+        // kernels' test admits sums up to 8 below the limit).
+        const int16_t limit = int16_t(kWidest);
+        for (int a = 0; a < 64; ++a)
+            for (int sign : {1, -1}) {
+                int16_t natural[64] = {};
+                natural[a] = int16_t(sign * limit);
+                expect_idct(k, natural, "single", a);
+                for (int b = a + 1; b < 64; ++b)
+                    for (int sb : {1, -1}) {
+                        int16_t two[64] = {};
+                        two[a] = int16_t(sign * (limit / 2));
+                        two[b] = int16_t(sb * (limit - limit / 2));
+                        expect_idct(k, two, "pair", a * 64 + b);
+                    }
+            }
+    });
 }
 
 TEST(JpegExact, ForwardTransformOnRandomAndExtremeBlocks) {
-    uint32_t seed = 11;
-    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
-    for (int trial = 0; trial < 20000; ++trial) {
-        int16_t s[64];
-        for (int i = 0; i < 64; ++i) {
-            switch (trial % 4) {
-                case 0: s[i] = int16_t(int(rnd() % 257) - 128); break;
-                case 1: s[i] = (rnd() & 1) ? 128 : -128; break;
-                case 2: s[i] = int16_t(((i / 8 + i % 8 + trial / 4) & 1) ? 128 : -128); break;
-                default: s[i] = int16_t(trial % 2 ? 128 : -128); break;
+    for_each_isa([](const jpeg::Kernels& k) {
+        uint32_t seed = 11;
+        auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+        for (int trial = 0; trial < 5000; ++trial) {
+            int16_t s[2][64];
+            for (int b = 0; b < 2; ++b)
+                for (int i = 0; i < 64; ++i) {
+                    switch ((trial + b) % 4) {
+                        case 0: s[b][i] = int16_t(int(rnd() % 257) - 128); break;
+                        case 1: s[b][i] = (rnd() & 1) ? 128 : -128; break;
+                        case 2: s[b][i] = int16_t(((i / 8 + i % 8 + trial / 4) & 1) ? 128 : -128); break;
+                        default: s[b][i] = int16_t(trial % 2 ? 128 : -128); break;
+                    }
+                }
+            int16_t ref[64], fast[64], scalar[64];
+            reference_fdct(s[0], ref);
+            k.fdct(s[0], 8, fast);
+            jpeg::fdct_block_scalar(s[0], 8, scalar);
+            ASSERT_EQ(0, std::memcmp(ref, fast, sizeof ref)) << trial;
+            ASSERT_EQ(0, std::memcmp(ref, scalar, sizeof ref)) << trial;
+            if (k.fdct_pair) {
+                // Two blocks side by side in rows of 16 samples.
+                int16_t rows[128], pa[64], pb[64], rb[64];
+                for (int r = 0; r < 8; ++r) {
+                    std::memcpy(rows + 16 * r, s[0] + 8 * r, 16);
+                    std::memcpy(rows + 16 * r + 8, s[1] + 8 * r, 16);
+                }
+                k.fdct_pair(rows, rows + 8, 16, pa, pb);
+                reference_fdct(s[1], rb);
+                ASSERT_EQ(0, std::memcmp(ref, pa, sizeof ref)) << trial;
+                ASSERT_EQ(0, std::memcmp(rb, pb, sizeof rb)) << trial;
+            }
+            // Transform and quantisation in one: as the two steps one after
+            // the other, for one block and for two.
+            uint8_t table[64];
+            for (auto& t : table) t = uint8_t(trial % 3 == 0 ? 1 + rnd() % 4 : 1 + rnd() % 255);
+            jpeg::Quantiser quant;
+            quant.set(table);
+            int16_t refs[2][64], want[2][64], got[2][64], rows[128];
+            uint64_t want_mask[2], got_mask[2];
+            for (int b = 0; b < 2; ++b) {
+                reference_fdct(s[b], refs[b]);
+                want_mask[b] = jpeg::quantise_block_scalar(refs[b], quant, want[b]);
+                for (int r = 0; r < 8; ++r) std::memcpy(rows + 16 * r + 8 * b, s[b] + 8 * r, 16);
+            }
+            got_mask[0] = k.fdct_quantise(s[0], 8, quant, got[0]);
+            ASSERT_EQ(want_mask[0], got_mask[0]) << trial;
+            ASSERT_EQ(0, std::memcmp(want[0], got[0], sizeof got[0])) << trial;
+            if (k.fdct_quantise_pair) {
+                got_mask[0] = k.fdct_quantise_pair(rows, rows + 8, 16, quant, got[0], got[1], &got_mask[1]);
+                for (int b = 0; b < 2; ++b) {
+                    ASSERT_EQ(want_mask[b], got_mask[b]) << trial;
+                    ASSERT_EQ(0, std::memcmp(want[b], got[b], sizeof got[b])) << trial;
+                }
             }
         }
-        int16_t ref[64], fast[64], scalar[64];
-        reference_fdct(s, ref);
-        jpeg::fdct_block()(s, 8, fast);
-        jpeg::fdct_block_scalar(s, 8, scalar);
-        ASSERT_EQ(0, std::memcmp(ref, fast, sizeof ref)) << trial;
-        ASSERT_EQ(0, std::memcmp(ref, scalar, sizeof ref)) << trial;
-    }
+    });
 }
 
 // Quantisation by reciprocals against division, for every table entry and
-// every 16-bit coefficient; the block form against the plain one.
+// every 16-bit coefficient; the kernels against the plain form.
 TEST(JpegExact, QuantisationEqualsDivision) {
     uint8_t table[64];
     for (int q = 1; q <= 255; ++q) {
@@ -216,46 +315,54 @@ TEST(JpegExact, QuantisationEqualsDivision) {
             if (quant(0, x) != (x < 0 ? -d : d)) FAIL() << "q " << q << " x " << x;
         }
     }
-    uint32_t seed = 3;
-    auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
-    for (int trial = 0; trial < 5000; ++trial) {
-        for (auto& t : table) t = uint8_t(1 + rnd() % 255);
-        jpeg::Quantiser quant;
-        quant.set(table);
-        int16_t coef[64], a[64], b[64];
-        for (auto& c : coef) c = int16_t(trial % 2 ? int(rnd() % 65536) - 32768 : int(rnd() % 600) - 300);
-        const uint64_t ma = jpeg::quantise_block()(coef, quant, a);
-        const uint64_t mb = jpeg::quantise_block_scalar(coef, quant, b);
-        ASSERT_EQ(ma, mb);
-        ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
-    }
+    for_each_isa([&](const jpeg::Kernels& k) {
+        uint32_t seed = 3;
+        auto rnd = [&]() { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+        for (int trial = 0; trial < 5000; ++trial) {
+            for (auto& t : table) t = uint8_t(1 + rnd() % 255);
+            if (trial % 7 == 0) table[rnd() % 64] = 1;
+            jpeg::Quantiser quant;
+            quant.set(table);
+            int16_t coef[64], a[64], b[64];
+            for (auto& c : coef) c = int16_t(trial % 2 ? int(rnd() % 65536) - 32768 : int(rnd() % 600) - 300);
+            if (trial % 5 == 0) coef[rnd() % 64] = -32768;
+            const uint64_t ma = k.quantise(coef, quant, a);
+            const uint64_t mb = jpeg::quantise_block_scalar(coef, quant, b);
+            ASSERT_EQ(ma, mb);
+            ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
+        }
+    });
 }
 
 // The encoder's vectorised colour conversion against its tables, for every
 // value of every channel.
 TEST(JpegExact, EncoderColourConversionCoversEveryValue) {
     const jpeg::RgbTables& t = jpeg::rgb_tables();
-    for (int h : {0, 1, 2}) {
-        for (int shift = 0; shift < 256; shift += 15) {
-            Bytes bgr(256 * 3);
-            for (int x = 0; x < 256; ++x) {
-                bgr[3 * x] = uint8_t(x * 11 + shift);
-                bgr[3 * x + 1] = uint8_t(x * 7 + 3 * shift);
-                bgr[3 * x + 2] = uint8_t(x);
+    for_each_isa([&](const jpeg::Kernels& k) {
+        if (!k.bgr_to_ycc) return;
+        for (int n : {256, 272})
+            for (int h : {0, 1, 2}) {
+                for (int shift = 0; shift < 256; shift += 15) {
+                    Bytes bgr(size_t(n) * 3);
+                    for (int x = 0; x < n; ++x) {
+                        bgr[3 * x] = uint8_t(x * 11 + shift);
+                        bgr[3 * x + 1] = uint8_t(x * 7 + 3 * shift);
+                        bgr[3 * x + 2] = uint8_t(x);
+                    }
+                    std::vector<int16_t> y(size_t(n) + 16, 999), cb(size_t(n) + 16, 999), cr(size_t(n) + 16, 999);
+                    const int done = k.bgr_to_ycc(bgr.data(), n, h, y.data(), cb.data(), cr.data());
+                    EXPECT_EQ(done, n);
+                    for (int x = 0; x < done; ++x) {
+                        const int b = bgr[3 * x], g = bgr[3 * x + 1], r = bgr[3 * x + 2];
+                        ASSERT_EQ(y[x], t.y_r[r] + t.y_g[g] + t.y_b[b] - 128) << x;
+                        if (h == 0 || x % h) continue;
+                        ASSERT_EQ(cb[x / h], t.cb_r[r] + t.cb_g[g] + t.cb_b[b]) << x;
+                        ASSERT_EQ(cr[x / h], t.cr_r[r] + t.cr_g[g] + t.cr_b[b]) << x;
+                    }
+                    // Nothing written past the pixels asked for.
+                    EXPECT_EQ(y[size_t(n)], 999);
+                    EXPECT_EQ(cb[h ? size_t(n / h) : 0], 999);
+                }
             }
-            std::vector<int16_t> y(256, 999), cb(256, 999), cr(256, 999);
-            const int done = jpeg::bgr_to_ycc_fast(bgr.data(), 256, h, y.data(), cb.data(), cr.data());
-            EXPECT_TRUE(done == 256 || done == 0);  // 0 without SSE4.1
-            for (int x = 0; x < done; ++x) {
-                const int b = bgr[3 * x], g = bgr[3 * x + 1], r = bgr[3 * x + 2];
-                ASSERT_EQ(y[x], t.y_r[r] + t.y_g[g] + t.y_b[b] - 128) << x;
-                if (h == 0 || x % h) continue;
-                ASSERT_EQ(cb[x / h], t.cb_r[r] + t.cb_g[g] + t.cb_b[b]) << x;
-                ASSERT_EQ(cr[x / h], t.cr_r[r] + t.cr_g[g] + t.cr_b[b]) << x;
-            }
-            if (h == 0) {
-                EXPECT_EQ(cb[0], 999);
-            }
-        }
-    }
+    });
 }

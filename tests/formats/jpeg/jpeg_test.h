@@ -3,9 +3,24 @@
 #pragma once
 
 #include "formats/jpeg/jpeg.h"
+#include "formats/jpeg/jpeg_internal.h"
 #include "test_util.h"
 
 namespace tesslin::test {
+
+// Runs `body` once for every instruction set of the codec's kernels that
+// the processor has, from the best down to the portable code, with the
+// codec limited to it; the limit is lifted afterwards.
+template <typename F>
+void for_each_isa(F&& body) {
+    static const char* const names[] = {"portable", "SSE2", "SSE4.1", "AVX2"};
+    for (int i = int(jpeg::best_isa()); i >= 0; --i) {
+        SCOPED_TRACE(std::string("kernels ") + names[i]);
+        jpeg::limit_kernels(jpeg::Isa(i));
+        body(jpeg::kernels());
+    }
+    jpeg::limit_kernels(jpeg::Isa::kAvx2);
+}
 
 inline int32_t jpeg_decode_bytes(const Bytes& bytes, Decoded* out, const jpeg::DecodeOptions& options = {},
                                  uint32_t position = 0) {

@@ -1,0 +1,167 @@
+// Targa: files of every kind the reader takes (written by Pillow, or built
+// after the Truevision conformance set) against ImageMagick's decode; our
+// files read back by ImageMagick; damaged files.
+#include <gtest/gtest.h>
+
+#include "formats/targa/targa.h"
+#include "magick.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+// A 5-bit field as we widen it (shifted up by 3) and as ImageMagick does
+// (scaled to 0..255) agree on the field itself.
+size_t field_differences(const Raster& ours, const Raster& ref) {
+    if (ours.px.size() != ref.px.size()) return size_t(-1);
+    size_t n = 0;
+    for (size_t i = 0; i < ref.px.size(); ++i) n += ours.px[i] >> 3 != (ref.px[i] * 31 + 127) / 255;
+    return n;
+}
+
+Bytes tga_file(uint8_t type, uint8_t depth, uint16_t w, uint16_t h, const Bytes& data,
+               uint8_t descriptor = 0) {
+    Bytes f(18 + data.size(), 0);
+    f[2] = type;
+    store_le16(&f[12], w);
+    store_le16(&f[14], h);
+    f[16] = depth;
+    f[17] = descriptor;
+    std::copy(data.begin(), data.end(), f.begin() + 18);
+    return f;
+}
+
+}  // namespace
+
+TEST(TargaRead, EveryKindOfFileDecodesAsImageMagickShowsIt) {
+    if (!have_pillow() || !have_magick()) GTEST_SKIP() << "needs Pillow and ImageMagick";
+    const TempDir dir("targa_variants");
+    ASSERT_TRUE(run("/usr/bin/python3 '" + data_path("raster/make_targa.py") + "' '" + dir.path + "'"));
+    size_t files = 0;
+    for (const auto& e : fs::directory_iterator(dir.path)) {
+        const std::string name = e.path().filename();
+        SCOPED_TRACE(name);
+        const int32_t h = IMG_decompress_bitmap(e.path().c_str());
+        ASSERT_GE(h, 0);
+        const Raster ours = handle_raster(h);
+        const int channels = ours.channels;  // 4 for 32-bit files
+        IMG_delete_bitmap(h);
+        const Raster ref = magick(e.path(), channels);
+        ASSERT_FALSE(ref.px.empty());
+        if (name.find("16") != std::string::npos || name.find("15") != std::string::npos)
+            EXPECT_EQ(field_differences(ours, ref), 0u);
+        else
+            EXPECT_EQ(count_differences(ours, ref, channels), 0u);
+        ++files;
+    }
+    EXPECT_EQ(files, 24u);
+}
+
+// Sixteen-bit values widen by shifting: 0x7FFF is 248 in every channel.
+// One run-length packet covers the end of row 0 and the start of row 1.
+// Type 156 carries JPEG data right after the header.
+TEST(TargaRead, SixteenBitShiftPacketsAcrossRowsAndJpeg) {
+    const Bytes jpeg = read_file(corpus("jpeg/grey.jpg"));
+    Bytes wrapped = tga_file(156, 8, 0, 0, jpeg);
+    wrapped[0] = 30;  // the ID length detection asks of type 156
+    const int32_t a = decode_mem(wrapped), b = decode_mem(jpeg);
+    ASSERT_GE(a, 0);
+    ASSERT_GE(b, 0);
+    EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 3), 0u);
+    IMG_delete_bitmap(a);
+    IMG_delete_bitmap(b);
+
+    Decoded d = decode_with(targa::decode, tga_file(2, 16, 1, 1, {0xFF, 0x7F}));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3), (Bytes{248, 248, 248}));
+    d = decode_with(targa::decode, tga_file(11, 8, 3, 2, {0x83, 9, 0x01, 4, 5}, 0x20));
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3), (Bytes{9, 9, 9}));
+    EXPECT_EQ(Bytes(d.rows[1].begin(), d.rows[1].begin() + 3), (Bytes{9, 4, 5}));
+}
+
+TEST(TargaRead, DamagedFilesAreRefused) {
+    const Bytes rows(3 * 4 * 2, 7);
+    Bytes mapped = tga_file(1, 8, 4, 2, Bytes(8, 1));
+    mapped[1] = 1, mapped[6] = 1, mapped[7] = 24;  // 256 map entries, 8 bytes of data
+    const struct {
+        const char* what;
+        Bytes file;
+        int32_t status;
+    } cases[] = {
+        {"short header", Bytes(rows.begin(), rows.begin() + 12), IMG_ERR_READ},
+        {"rows cut short", tga_file(2, 24, 4, 2, Bytes(rows.begin(), rows.end() - 1)), IMG_ERR_READ},
+        {"run-length data cut short", tga_file(10, 24, 4, 2, {0x83, 1, 2, 3, 0x02, 1}), IMG_ERR_READ},
+        {"colour map larger than the file", mapped, IMG_ERR_READ},
+        {"run-length size no data can reach", tga_file(10, 24, 20000, 20000, {0xFF, 1, 2, 3}),
+         IMG_ERR_BAD_IMAGE},
+        {"raw size beyond the file", tga_file(2, 32, 65535, 65535, rows), IMG_ERR_BAD_IMAGE},
+        {"depth 7", tga_file(2, 7, 4, 2, rows), IMG_ERR_BAD_IMAGE},
+        {"zero width", tga_file(2, 24, 0, 2, rows), IMG_ERR_BAD_IMAGE},
+        {"image type 33", tga_file(33, 8, 4, 2, rows), IMG_ERR_VARIANT},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(decode_with(targa::decode, c.file).status, c.status);
+    }
+}
+
+TEST(TargaWrite, ImageMagickReadsBackWhatWeWrite) {
+    if (!have_magick()) GTEST_SKIP() << "needs ImageMagick";
+    const struct {
+        int bits;
+        int32_t code;
+        bool colour_palette;
+        uint8_t type, depth;
+    } cases[] = {
+        {8, IMG_FORMAT_TARGA, false, 3, 8},  {8, IMG_FORMAT_TARGA, true, 1, 8},
+        {24, IMG_FORMAT_TARGA, false, 2, 24}, {32, IMG_FORMAT_TARGA, false, 2, 32},
+        {16, IMG_FORMAT_TARGA, false, 3, 8}, {24, IMG_FORMAT_TARGA_24, false, 2, 15},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.bits) + " bits, code " + std::to_string(c.code));
+        void* dib = make_dib(45, 17, c.bits);
+        if (c.colour_palette)
+            for (int i = 0; i < 256; ++i) dib_palette(dib)[i] = RgbQuad{uint8_t(i), uint8_t(i * 3), uint8_t(255 - i), 0};
+        if (c.bits == 32) static_cast<DibHeader*>(dib)->biCompression = IMG_COMPRESSION_ALPHA;
+        const int32_t h = IMG_create_handle_keep(dib);
+        const std::string path = temp_path("out.tga");
+        ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), c.code), 0);
+        const Bytes file = read_file(path);
+        EXPECT_EQ(file[2], c.type);
+        EXPECT_EQ(file[16], c.depth);
+        EXPECT_EQ(file[1], c.type == 1 ? 1 : 0);
+        Raster ours = handle_raster(h);
+        if (c.bits == 16)  // grey from the high byte of each sample
+            for (int32_t y = 0; y < 17; ++y)
+                for (int32_t x = 0; x < 45; ++x)
+                    std::fill_n(&ours.px[(size_t(y) * 45 + size_t(x)) * 3], 3, get_row(h, y)[size_t(x) * 2 + 1]);
+        const Raster ref = magick(path, ours.channels);
+        if (c.depth == 15)
+            EXPECT_EQ(field_differences(ours, ref), 0u);
+        else
+            EXPECT_EQ(count_differences(ours, ref, ours.channels), 0u);
+        IMG_delete_bitmap(h);
+        fs::remove(path);
+    }
+}
+
+TEST(TargaWrite, FifteenBitPixelsAndRefusedDepths) {
+    // Blue 255, green 0, red 128 becomes 0x401F.
+    const int32_t h = make_handle(1, 1, 24, [](uint8_t* row, uint32_t, int32_t) {
+        row[0] = 255, row[1] = 0, row[2] = 128;
+    });
+    const Bytes file = save_mem(h, IMG_FORMAT_TARGA_24);
+    ASSERT_EQ(file.size(), 20u);
+    EXPECT_EQ(load_le16(&file[18]), 0x401F);
+    IMG_delete_bitmap(h);
+    const struct {
+        int bits;
+        int32_t code, status;
+    } refused[] = {{1, IMG_FORMAT_TARGA, IMG_ERR_DEPTH},
+                   {4, IMG_FORMAT_TARGA, IMG_ERR_DEPTH},
+                   {32, IMG_FORMAT_TARGA, IMG_ERR_DEPTH},  // four colour channels, no alpha
+                   {8, IMG_FORMAT_TARGA_24, IMG_ERR_UNSUPPORTED}};
+    for (const auto& r : refused) EXPECT_EQ(save_status(r.bits, r.code), r.status) << r.bits << " bits";
+}
