@@ -230,8 +230,12 @@ int32_t load_stream(int32_t stream, uint32_t position, Document& doc) {
 
 }  // namespace
 
-MODULE_EXPORT void set_callbacks(ReadFn read, WriteFn, SeekFn seek, intptr_t, void*, void*, void*,
-                                 void*, void*) {
+// The loader's argument list: stream read, write, seek, 0,
+// IMG_decompress_bitmap_mem, fax decoding, display, IMG_delete_bitmap,
+// rotation (the module uses read and seek only).
+MODULE_EXPORT void set_callbacks(ReadFn read, WriteFn, SeekFn seek, intptr_t,
+                                 int32_t (*)(const void*, int32_t), void*, void*,
+                                 int32_t (*)(int32_t), void*) {
     g_read = read;
     g_seek = seek;
 }
