@@ -13,8 +13,8 @@
 // scaled up to 0..255; signed ones are offset to unsigned. Components
 // sampled more coarsely than the first are repeated (nearest neighbour).
 // Statuses: IMG_ERR_READ (stream unreadable), IMG_ERR_BAD_IMAGE (damaged or
-// truncated data, sizes out of range), IMG_ERR_VARIANT (a component layout
-// not handled), IMG_ERR_MEMORY.
+// truncated data, sizes out of range), IMG_ERR_NO_PAGE (a page after the
+// first), IMG_ERR_MEMORY.
 //
 // Encoding writes a JP2 file of 1 (grey palette), 3 (colour) or 4 (colour
 // with alpha) 8-bit components from 1-, 4-, 8-, 24- and 32-bit images with
@@ -429,6 +429,9 @@ MODULE_EXPORT int32_t set_jp2_parameters(int32_t ratio) {
 
 MODULE_EXPORT int32_t decode_jp2(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                                  IMG_HEADER_CALLBACK header, int32_t stream) {
+    // One image a file: page 0 only (the tile index above bit 15 and the
+    // channel selector of negative pages do not apply).
+    if ((position & 0xC0000000u) == 0x80000000u && (position & 0xFFFF) != 0) return IMG_ERR_NO_PAGE;
     try {
         Buffer input;
         if (const int32_t r = read_stream(stream, position, input.bytes); r < 0) return r;

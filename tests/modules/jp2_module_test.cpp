@@ -95,6 +95,7 @@ TEST_F(Jp2Module, OpenJpegFilesDecode) {
         write_netpbm(in, src, c.channels, c.wide);
         ASSERT_TRUE(run("opj_compress -i '" + in + "' -o '" + file + "' " + c.options));
         EXPECT_EQ(IMGLOW_get_filetype(file.c_str()), IMG_FORMAT_JPEG2000);
+        EXPECT_EQ(IMG_decompress_bitmap_page(file.c_str(), 1), IMG_ERR_NO_PAGE);
         const int32_t h = IMG_decompress_bitmap(file.c_str());
         ASSERT_GE(h, 0);
         EXPECT_EQ(info_of(h).biBitCount, c.channels == 1 ? 8 : c.channels == 3 ? 24 : 32);
