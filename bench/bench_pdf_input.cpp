@@ -23,9 +23,9 @@ using namespace tesslin;
 namespace {
 
 constexpr int kPages = 10;
+std::string pdf;  // the document, made once per run
 
 const std::string& document() {
-    static std::string pdf;
     if (!pdf.empty()) return pdf;
     const fs::path dir = fs::temp_directory_path() / ("tesslin_bench_pdf_" + std::to_string(getpid()));
     fs::create_directories(dir);
@@ -56,6 +56,7 @@ const std::string& document() {
         if (handle < 0 || IMG_save_bitmap(handle, tif.c_str(), IMG_FORMAT_TIFF_G4) != 0) std::exit(1);
         IMG_delete_bitmap(handle);
     }
+    std::atexit([] { fs::remove_all(fs::path(pdf).parent_path()); });
     if (std::system(("tiff2pdf -o '" + pdf + "' '" + tif + "'").c_str()) != 0) {
         std::fprintf(stderr, "tiff2pdf failed\n");
         std::exit(1);
@@ -102,7 +103,11 @@ void BM_Pdftoppm_Mono_300dpi(benchmark::State& state) {
         }
     }
     state.SetItemsProcessed(int64_t(state.iterations()) * kPages);
-    fs::remove_all(fs::path(pdf).parent_path());
+    for (int page = 1; page <= kPages; ++page) {
+        char name[16];
+        std::snprintf(name, sizeof name, "-%02d.pbm", page);
+        fs::remove(out + name);
+    }
 }
 BENCHMARK(BM_Pdftoppm_Mono_300dpi)->Unit(benchmark::kMillisecond)->UseRealTime();
 
