@@ -271,7 +271,10 @@ TESSLIN_API int32_t IMGLOW_set_tiff_save_strips(int32_t flag);
 TESSLIN_API int32_t IMGLOW_set_tiff_indexing(int32_t count);
 /* TIFF orientation tag value for saving, 1..8 (larger values ignored). */
 TESSLIN_API int32_t IMGLOW_set_image_orientation(int32_t orientation);
-/* PDF page size in points (default 612 x 792). */
+/* PDF page size in points (default 612 x 792), read by every save with
+ * IMG_FORMAT_PDF: images smaller than the page both ways are centred one
+ * pixel a point, others fitted to the page (docs/pdf.md). Returns 0; a size
+ * below 1 makes those saves fail with IMG_ERR_BAD_IMAGE. */
 TESSLIN_API int32_t IMGLOW_set_pdf_output(int32_t width, int32_t height);
 /* Copyright notice (up to 199 characters) and date (up to 10) that writers
  * embed; NULL leaves one unchanged. Get copies both out with their zero
@@ -634,13 +637,30 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
  * - IMGLOW_get_tiff_tag(id, size, &value, file, buffer) on a Photoshop file
  *   copies at most `size` bytes of the data of the first image resource
  *   with that id (1005: resolution information) into `buffer` and returns
- *   1; -31 when the file has no such resource, -12 when its header cannot
- *   be read. `value` is not used; the _page_fd variant answers -7.
+ *   1; IMG_ERR_NOT_FOUND when the file has no such resource, IMG_ERR_READ
+ *   when its header cannot be read. `value` is not used; the _page_fd
+ *   variant answers IMG_ERR_UNSUPPORTED.
  * - IMG_decompress_bitmap_page(file, -c) decodes channel c of the composite
  *   image as an 8-bit grey image: byte c of each pixel as the image would
- *   be held (RGB: 1 green, 2 red, 3 alpha); -3 for a channel the image does
+ *   be held (RGB: 1 green, 2 red, 3 alpha); IMG_ERR_BAD_IMAGE for a channel the image does
  *   not have and for one-channel images.
  * docs/raster-formats.md describes the Photoshop reader and writer. */
+
+/* ------------------------------------------------------------------ */
+/* DICOM elements                                                       */
+/* ------------------------------------------------------------------ */
+
+/* IMGLOW_get_tiff_tag, IMGLOW_get_tiff_tag_page and
+ * IMGLOW_get_tiff_tag_page_fd on a DICOM file (the page is ignored): tag =
+ * group * 65536 + element, looked for among the file meta elements and the
+ * top-level elements of the data set. With n the smaller of the element's
+ * length and `size`: n = 2 stores the 16-bit value (in the file's byte
+ * order) in *value and returns 0; otherwise at most size - 1 bytes of the
+ * value and a terminating zero are copied into `buffer` and 1 is returned.
+ * IMG_ERR_NOT_FOUND when the element is absent, IMG_ERR_BAD_IMAGE for
+ * malformed meta information.
+ * Decoding a DICOM file keeps 16-bit samples as unsigned 16-bit values
+ * (12 bits stored with high bit 11 multiplied by 16): docs/dicom.md. */
 
 /* ------------------------------------------------------------------ */
 /* Plug-in modules                                                      */

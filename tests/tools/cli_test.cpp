@@ -285,6 +285,32 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
     unlink(out.c_str());
 }
 
+// The README's main job: a multi-page fax TIFF into one PDF, the format
+// taken from the name or given as a code; poppler gives every page back.
+TEST(Cli, AllPagesGoIntoOnePdf) {
+    if (!have_tool("pdfinfo") || !have_tool("pdfimages") || !have_pillow())
+        GTEST_SKIP() << "poppler-utils or Pillow missing";
+    const std::string src = corpus("doc/multipage-g4.tif");
+    for (const std::string& how : {std::string(".pdf"), std::string(".out --format 59")}) {
+        const std::string out = temp_dir() + "/cli-pages" + how.substr(0, 4);
+        CliRun r = run_cli("convert " + quote(src) + " " + quote(out) + how.substr(4) + " --all-pages");
+        ASSERT_EQ(r.status, 0) << how << r.err;
+        std::string info;
+        ASSERT_TRUE(tesslin::test::run("pdfinfo " + quote(out), &info));
+        EXPECT_NE(info.find("Pages:           3"), std::string::npos) << info;
+        const std::string prefix = temp_dir() + "/cli-pdfpage";
+        ASSERT_TRUE(tesslin::test::run("pdfimages " + quote(out) + " " + quote(prefix)));
+        std::string same;
+        tesslin::test::run("/usr/bin/python3 -c \"import sys; from PIL import Image; t = Image.open(sys.argv[1]); "
+                           "print(sum(t.seek(i) or t.convert('1').tobytes() == Image.open(sys.argv[2] + '-%03d.pbm' % i)"
+                           ".convert('1').tobytes() for i in range(3)))\" " + quote(src) + " " + quote(prefix),
+                           &same);
+        EXPECT_EQ(same, "3\n") << how;
+        for (int i = 0; i < 3; ++i) unlink((prefix + "-00" + std::to_string(i) + ".pbm").c_str());
+        unlink(out.c_str());
+    }
+}
+
 TEST(Cli, HelpVersionAndFormats) {
     for (const char* cmd :
          {"--help", "info --help", "convert --help", "formats --help", "tags --help"}) {

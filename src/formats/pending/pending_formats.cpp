@@ -13,26 +13,14 @@
 namespace tesslin::formats {
 namespace {
 
-constexpr RowSupply kRuns = RowSupply::kRuns;
-constexpr RowSupply kRunsWhenBilevel = RowSupply::kRunsWhenBilevel;
-
 // ---- Signature tests -------------------------------------------------------
 
-bool is_eps(const Probe& p) {
-    return p.bytes_are({0xC5, 0xD0, 0xD3, 0xC6}) || p.starts_with("%!PS");
-}
-bool is_pdf(const Probe& p) { return p.starts_with("%PDF"); }
 bool is_wpg(const Probe& p) { return p.starts_with("WPC", 1); }
 bool is_ncr(const Probe& p) {
     return p.bytes[0] == p.bytes[1] && (p.bytes[0] == 'N' || p.bytes[0] == 'n');
 }
 bool is_iff(const Probe& p) { return p.starts_with("FORM"); }
 bool is_fpx(const Probe& p) { return p.bytes_are({0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1}); }
-bool is_mca(const Probe& p) {
-    const uint8_t* b = p.bytes;
-    return (b[2] == 0xD3 && ((b[3] == 0xA6 && b[4] == 0xFB) || b[3] == 0xA8)) ||
-           (b[0] == 'Z' && b[3] == 0xD3 && (b[4] == 0xA8 || b[4] == 0xEE)) || b[0] == 'p';
-}
 bool is_jp2(const Probe& p) {
     return p.bytes_are({0, 0, 0, 0x0C, 'j', 'P'}) || p.bytes_are({0xFF, 0x4F});
 }
@@ -56,21 +44,6 @@ bool is_fxs(const Probe& p) {
     return p.bytes[0] == 11 && p.bytes[1] == '#' && p.bytes[3] == 0xC0 && p.bytes[4] == 6;
 }
 bool is_pcl(const Probe& p) { return p.bytes[0] == 27; }
-// Two data elements of the same group at the start; else "DICM" at 0 or 128.
-bool is_dcm(const Probe& p) {
-    uint8_t h[8];
-    if (p.read_at(0, h, 8)) {
-        const uint16_t group = load_le16(h);
-        const uint64_t next = 8 + uint64_t(load_le32(h + 4));
-        uint8_t h2[8];
-        if (group != 0 && next <= 0x7FFFFFFF && p.read_at(uint32_t(next), h2, 8) &&
-            load_le16(h2) == group)
-            return true;
-    }
-    uint8_t magic[4];
-    if (p.read_at(0, magic, 4) && load_be32(magic) == 0x4449434D) return true;
-    return p.read_at(128, magic, 4) && load_be32(magic) == 0x4449434D;
-}
 bool is_sct(const Probe& p) {
     uint8_t b[3];
     return p.read_at(80, b, 3) && b[0] == 'C' && b[1] == 'T' && b[2] == 0;
@@ -124,29 +97,8 @@ int32_t pcd_orientation(int32_t stream, int32_t) {
     return kDegrees[b & 3];
 }
 
-// A file's PDF page count: a module that fails counts as no pages.
-int32_t pdf_pages_or_none(int32_t stream) {
-    const int32_t n = modules::pdf_pages(stream);
-    return n < 0 ? 0 : n;
-}
-
 // ---- Format codes ------------------------------------------------------------
 
-constexpr CodeRow kEpsCodes[] = {
-    {IMG_FORMAT_EPS, "eps", "EPS with a TIFF preview", "eps", nullptr, 0, RowSupply::kPacked,
-     false, true},
-    {IMG_FORMAT_EPS_SEPARATION, "eps-separation", "EPS four-plate colour separation", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_RLE, "eps-level2-rle", "EPS level 2, run-length or JPEG data", "eps",
-     nullptr, 0, RowSupply::kPacked, false, false, true},
-    {IMG_FORMAT_EPS_LEVEL2_G4, "eps-level2-g4", "EPS level 2, Group 4 or JPEG data", "eps",
-     nullptr, 0, kRunsWhenBilevel, false, false, true},
-    {IMG_FORMAT_PS_FILTERED, "ps-filtered", "PostScript, filtered data", "ps", nullptr, 0,
-     RowSupply::kPacked, false, false, true},
-};
-constexpr CodeRow kPdfCodes[] = {
-    {IMG_FORMAT_PDF, "pdf", "PDF", "pdf", nullptr, 0, kRunsWhenBilevel, true},
-};
 constexpr CodeRow kWpgCodes[] = {
     {IMG_FORMAT_WPG, "wpg", "WordPerfect graphics", "wpg", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -155,13 +107,6 @@ constexpr CodeRow kIffCodes[] = {
     {IMG_FORMAT_IFF, "iff", "IFF", "iff", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kFpxCodes[] = {
     {IMG_FORMAT_OLE, "ole", "OLE compound document (FlashPix)", "fpx"}};
-constexpr CodeRow kMcaCodes[] = {
-    {IMG_FORMAT_MODCA, "modca", "MO:DCA", "mca", nullptr, 0, kRuns, true, true},
-    {IMG_FORMAT_MODCA_RI, "modca-ri", "MO:DCA with record introducers", "afp", nullptr, 1, kRuns,
-     true, true, true},
-};
-constexpr CodeRow kIcaCodes[] = {
-    {IMG_FORMAT_IOCA, "ioca", "IOCA", "ica", nullptr, 0, kRuns, false, true}};
 constexpr CodeRow kJp2Codes[] = {
     {IMG_FORMAT_JPEG2000, "jp2", "JPEG 2000", "jp2", modules::encode_jp2}};
 constexpr CodeRow kJbgCodes[] = {{IMG_FORMAT_JBIG, "jbig", "JBIG", "jbg"}};
@@ -185,7 +130,6 @@ constexpr CodeRow kPclCodes[] = {
     {IMG_FORMAT_PCL_MODE2, "pcl-mode2", "PCL, compression mode 2 raster", "pcl", nullptr, 0,
      RowSupply::kPacked, false, false, true},
 };
-constexpr CodeRow kDcmCodes[] = {{IMG_FORMAT_DICOM, "dicom", "DICOM", "dcm"}};
 constexpr CodeRow kSctCodes[] = {
     {IMG_FORMAT_SCITEX, "scitex", "Scitex CT", "sct", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kCodCodes[] = {{IMG_FORMAT_COD, "cod", "COD", "cod"}};
@@ -207,10 +151,6 @@ constexpr CodeRow kCutCodes[] = {{IMG_FORMAT_CUT, "cut", "Dr. Halo CUT", "cut"}}
 }  // namespace
 
 // Formats read through plug-in modules.
-extern const FormatDescriptor kPdf = {
-    .tag = "pdf", .detect_switch = IMG_FORMAT_PDF, .signature = is_pdf,
-    .decode = modules::decode_pdf, .decoded_by_module = true, .count_pages = pdf_pages_or_none,
-    .count_pages_mem = modules::pdf_pages, .codes = kPdfCodes};
 extern const FormatDescriptor kFpx = {
     .tag = "fpx", .detect_switch = IMG_FORMAT_OLE, .signature = is_fpx,
     .decode = modules::decode_doc, .decoded_by_module = true, .count_pages = modules::doc_pages,
@@ -225,20 +165,12 @@ extern const FormatDescriptor kPcl = {
     .count_pages_mem = modules::pcl_pages, .codes = kPclCodes};
 
 // Formats the library does not read yet.
-extern const FormatDescriptor kEps = {
-    .tag = "eps", .detect_switch = IMG_FORMAT_EPS, .signature = is_eps, .codes = kEpsCodes};
 extern const FormatDescriptor kWpg = {
     .tag = "wpg", .detect_switch = IMG_FORMAT_WPG, .signature = is_wpg, .codes = kWpgCodes};
 extern const FormatDescriptor kNcr = {
     .tag = "ncr", .detect_switch = IMG_FORMAT_NCR, .signature = is_ncr, .codes = kNcrCodes};
 extern const FormatDescriptor kIff = {
     .tag = "iff", .detect_switch = IMG_FORMAT_IFF, .signature = is_iff, .codes = kIffCodes};
-// MO:DCA documents; their detection switch is the one of IOCA (24).
-extern const FormatDescriptor kMca = {
-    .tag = "mca", .detect_switch = IMG_FORMAT_IOCA, .signature = is_mca,
-    .orientation_per_page = true, .codes = kMcaCodes};
-// IOCA image content: no signature of its own (MO:DCA detection covers it).
-extern const FormatDescriptor kIca = {.tag = "ica", .codes = kIcaCodes};
 extern const FormatDescriptor kJbg = {
     .tag = "jbg", .detect_switch = IMG_FORMAT_JBIG, .signature = is_jbg,
     .known_in_memory = false, .codes = kJbgCodes};
@@ -263,9 +195,6 @@ extern const FormatDescriptor kJed = {
     .is_tiled = [](int32_t) -> int32_t { return 1; }, .codes = kJedCodes};
 extern const FormatDescriptor kFxs = {
     .tag = "fxs", .detect_switch = IMG_FORMAT_FXS, .signature = is_fxs, .codes = kFxsCodes};
-extern const FormatDescriptor kDcm = {
-    .tag = "dcm", .detect_switch = IMG_FORMAT_DICOM, .signature = is_dcm,
-    .tags_on_stream = true, .codes = kDcmCodes};
 extern const FormatDescriptor kSct = {
     .tag = "sct", .detect_switch = IMG_FORMAT_SCITEX, .signature = is_sct, .codes = kSctCodes};
 extern const FormatDescriptor kCod = {

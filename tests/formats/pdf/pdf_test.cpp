@@ -1,0 +1,374 @@
+// PDF output, checked with poppler (pdfinfo, pdfimages, pdftoppm) and qpdf:
+// documents built page by page, the page layout, appending to documents of
+// other producers or damaged ones, and failed appends that must leave the
+// file as it was.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <map>
+#include <regex>
+
+#include "test_util.h"
+
+namespace tesslin::test {
+namespace {
+
+std::string text_of(const Bytes& b) { return std::string(b.begin(), b.end()); }
+
+bool have_poppler() { return have_tool("pdfinfo") && have_tool("pdfimages") && have_tool("pdftoppm"); }
+
+// pdfinfo's page count, -1 when it fails.
+int pdf_pages(const std::string& path) {
+    std::string out;
+    if (!run("pdfinfo '" + path + "'", &out)) return -1;
+    std::smatch m;
+    return std::regex_search(out, m, std::regex("Pages:\\s+([0-9]+)")) ? std::stoi(m[1]) : -1;
+}
+
+// A bilevel page: black bars and a diagonal on white, pixel value 1 white.
+int32_t bilevel_handle(int32_t w, int32_t h) {
+    return make_handle(w, h, 1, [w](uint8_t* row, uint32_t n, int32_t y) {
+        std::memset(row, 0xFF, n);
+        for (int32_t x = 0; x < w; ++x)
+            if ((x / 7 + y / 5) % 4 == 0 || x == y % w) row[x / 8] &= uint8_t(~(0x80 >> (x % 8)));
+    });
+}
+
+// A smooth colour page (JPEG friendly).
+int32_t colour_handle(int32_t w, int32_t h) {
+    return make_handle(w, h, 24, [w, h](uint8_t* row, uint32_t, int32_t y) {
+        for (int32_t x = 0; x < w; ++x) {
+            row[3 * x] = uint8_t(255 * x / w);
+            row[3 * x + 1] = uint8_t(255 * y / h);
+            row[3 * x + 2] = uint8_t(128 + (x + y) % 64);
+        }
+    });
+}
+
+int32_t grey_handle(int32_t w, int32_t h) {
+    return make_handle(w, h, 8, [w](uint8_t* row, uint32_t, int32_t y) {
+        for (int32_t x = 0; x < w; ++x) row[x] = uint8_t(x + y);
+    });
+}
+
+int32_t save(int32_t handle, const std::string& path) {
+    const int32_t r = IMG_save_bitmap(handle, path.c_str(), IMG_FORMAT_PDF);
+    IMG_delete_bitmap(handle);
+    return r;
+}
+
+// Renders page `page` (1-based) at 72 dpi, cropped to the image's place,
+// as RGB.
+Raster render(const std::string& pdf, int page, int x, int y, int w, int h) {
+    const std::string out = temp_path("render");
+    run("pdftoppm -r 72 -f " + std::to_string(page) + " -l " + std::to_string(page) + " -x " +
+        std::to_string(x) + " -y " + std::to_string(y) + " -W " + std::to_string(w) + " -H " +
+        std::to_string(h) + " -singlefile '" + pdf + "' '" + out + "'");
+    Raster r = to_rgb(read_netpbm(out + ".ppm"));
+    fs::remove(out + ".ppm");
+    return r;
+}
+
+TEST(Pdf, ThreeSavesMakeOneDocumentPeersRead) {
+    if (!have_poppler() || !have_tool("qpdf")) GTEST_SKIP() << "poppler-utils or qpdf missing";
+    const std::string pdf = temp_path("three.pdf");
+    fs::remove(pdf);
+    const int32_t bilevel = bilevel_handle(333, 211);
+    const Raster bilevel_px = handle_raster(bilevel);
+    const int32_t colour = colour_handle(160, 120), grey = grey_handle(100, 80);
+    const Raster colour_px = handle_raster(colour), grey_px = handle_raster(grey);
+    ASSERT_EQ(save(bilevel, pdf), 0);
+    ASSERT_EQ(save(colour, pdf), 0);
+    ASSERT_EQ(save(grey, pdf), 0);
+
+    EXPECT_EQ(pdf_pages(pdf), 3);
+    std::string out;
+    EXPECT_TRUE(run("qpdf --check '" + pdf + "'", &out)) << out;
+    EXPECT_NE(out.find("No syntax or stream encoding errors"), std::string::npos) << out;
+    // page num type width height color comp bpc enc
+    ASSERT_TRUE(run("pdfimages -list '" + pdf + "'", &out));
+    EXPECT_TRUE(std::regex_search(out, std::regex("1 +0 image +333 +211 +gray +1 +1 +ccitt"))) << out;
+    EXPECT_TRUE(std::regex_search(out, std::regex("2 +1 image +160 +120 +rgb +3 +8 +jpeg"))) << out;
+    EXPECT_TRUE(std::regex_search(out, std::regex("3 +2 image +100 +80 +gray +1 +8 +jpeg"))) << out;
+
+    // The bilevel page comes back exactly; the others closely, rendered.
+    const std::string prefix = temp_path("extract");
+    ASSERT_TRUE(run("pdfimages -f 1 -l 1 '" + pdf + "' '" + prefix + "'"));
+    EXPECT_EQ(count_differences(read_netpbm(prefix + "-000.pbm"), bilevel_px, 3), 0u);
+    fs::remove(prefix + "-000.pbm");
+    EXPECT_GT(psnr(render(pdf, 2, 226, 336, 160, 120), colour_px), 30);
+    EXPECT_GT(psnr(render(pdf, 3, 256, 356, 100, 80), grey_px), 30);
+    EXPECT_TRUE(run("pdftoppm -r 20 '" + pdf + "' '" + prefix + "'"));
+    for (int p = 1; p <= 3; ++p) {
+        const std::string page = prefix + "-" + std::to_string(p) + ".ppm";
+        EXPECT_TRUE(fs::exists(page)) << page;
+        fs::remove(page);
+    }
+
+    // This writer's numbering: seven objects a page, the page tree as 3.
+    const std::string text = text_of(read_file(pdf));
+    EXPECT_NE(text.find("3 0 obj\r\n<<\r\n/Type /Pages\r\n/Kids [4 0 R 11 0 R 18 0 R \r\n]\r\n/Count 3"),
+              std::string::npos);
+    EXPECT_NE(text.find("/Root 15 0 R"), std::string::npos);
+    EXPECT_NE(text.find("xref\r\n0 22\r\n0000000000 65535 f\r\n"), std::string::npos);
+    EXPECT_EQ(text.rfind("%%EOF\r\n"), text.size() - 7);
+    fs::remove(pdf);
+}
+
+TEST(Pdf, PlacementOnThePage) {
+    struct Case {
+        int32_t w, h, page_w, page_h;
+        const char* cm;
+    };
+    const Case cases[] = {
+        {2550, 3300, 612, 792, "000612 0 0 000792      0      0 cm"},  // fitted exactly
+        {400, 300, 612, 792, "000400 0 0 000300    106    246 cm"},    // smaller: centred
+        {1000, 100, 612, 792, "000612 0 0 000061      0    365 cm"},   // fitted to the width
+        {100, 2000, 612, 792, "000039 0 0 000792    286      0 cm"},   // fitted to the height
+        {300, 300, 300, 400, "000300 0 0 000300      0     50 cm"},    // as wide as the page
+    };
+    for (const Case& c : cases) {
+        IMGLOW_set_pdf_output(c.page_w, c.page_h);
+        const int32_t h = bilevel_handle(c.w, c.h);
+        int32_t n = 0;
+        const std::string text = text_of(save_mem(h, IMG_FORMAT_PDF, &n));
+        IMG_delete_bitmap(h);
+        ASSERT_GT(n, 0);
+        EXPECT_NE(text.find("stream\r\n" + std::string(c.cm) + "\r\n/Quor0 Do\r\nendstream"),
+                  std::string::npos)
+            << c.w << "x" << c.h;
+        EXPECT_NE(text.find("/MediaBox [ 0 0 " + std::to_string(c.page_w) + " " +
+                            std::to_string(c.page_h) + " ]"),
+                  std::string::npos);
+    }
+    IMGLOW_set_pdf_output(612, 792);
+}
+
+// The colour space and filter each kind of image gets, and what peers see.
+TEST(Pdf, ImageKinds) {
+    auto palette_handle = [](int bits, auto entry) {
+        const int32_t h = make_handle(64, 32, bits);
+        std::vector<RgbQuad> palette(1u << bits);
+        for (uint32_t i = 0; i < palette.size(); ++i) palette[i] = entry(i);
+        IMGLOW_put_palette(h, palette.data());
+        return h;
+    };
+    struct Case {
+        const char* name;
+        int32_t handle;
+        const char* lines;
+    };
+    const Case cases[] = {
+        {"grey ramp from black", palette_handle(8, [](uint32_t i) { return RgbQuad{uint8_t(i), uint8_t(i), uint8_t(i), 0}; }),
+         "/ColorSpace /DeviceGray\r\n/Filter /DCTDecode"},
+        {"grey ramp from white", palette_handle(8, [](uint32_t i) { return RgbQuad{uint8_t(255 - i), uint8_t(255 - i), uint8_t(255 - i), 0}; }),
+         "/ColorSpace /DeviceRGB\r\n/Filter /DCTDecode"},
+        {"4-bit colours", palette_handle(4, [](uint32_t i) { return RgbQuad{uint8_t(i * 16), 0, uint8_t(255 - i), 0}; }),
+         "/ColorSpace /DeviceRGB\r\n/Filter /DCTDecode"},
+        {"24 bits", colour_handle(64, 32), "/ColorSpace /DeviceRGB\r\n/Filter /DCTDecode"},
+        {"32-bit CMYK", make_handle(64, 32, 32),
+         "/ColorSpace /DeviceCMYK\r\n/Decode [1 0 1 0 1 0 1 0]\r\n/Filter /DCTDecode"},
+    };
+    for (const Case& c : cases) {
+        int32_t n = 0;
+        const std::string text = text_of(save_mem(c.handle, IMG_FORMAT_PDF, &n));
+        IMG_delete_bitmap(c.handle);
+        EXPECT_GT(n, 0) << c.name;
+        EXPECT_NE(text.find("/BitsPerComponent 8\r\n" + std::string(c.lines) + "\r\n/Length 6 0 R"),
+                  std::string::npos)
+            << c.name;
+    }
+}
+
+// Ink is ink: CMYK pages render with white paper and black where K is full.
+TEST(Pdf, CmykRendersTheRightWayRound) {
+    if (!have_poppler()) GTEST_SKIP() << "poppler-utils missing";
+    const int32_t h = make_handle(64, 32, 32, [](uint8_t* row, uint32_t, int32_t) {
+        for (int x = 0; x < 64; ++x) {
+            uint8_t* p = row + 4 * x;
+            p[0] = p[1] = p[2] = 0;
+            p[3] = x < 32 ? 0 : 255;  // left half paper, right half black
+        }
+    });
+    const std::string pdf = temp_path("cmyk.pdf");
+    fs::remove(pdf);
+    ASSERT_EQ(save(h, pdf), 0);
+    const Raster r = render(pdf, 1, 274, 380, 64, 32);
+    ASSERT_EQ(r.width, 64);
+    EXPECT_GT(r.at(8, 16)[0], 240);
+    EXPECT_LT(r.at(56, 16)[0], 40);
+    fs::remove(pdf);
+}
+
+// A failed append leaves the document as it was: a progress callback that
+// cancels, a file that cannot grow (its size limit reached), and
+// application I/O hooks over such a file.
+struct HookFile {
+    static inline int fd = -1;
+    static inline off_t limit = 0;
+    static int32_t read(int32_t, void* b, uint32_t n) { return int32_t(::read(fd, b, n)); }
+    static int32_t seek(int32_t, int32_t o, int32_t origin) {
+        return int32_t(lseek(fd, o, origin == 0 ? SEEK_SET : origin == 1 ? SEEK_CUR : SEEK_END));
+    }
+    static int32_t write(int32_t, const void* b, uint32_t n) {
+        const off_t at = lseek(fd, 0, SEEK_CUR);
+        const off_t room = std::max<off_t>(0, limit - at);
+        return int32_t(::write(fd, b, size_t(std::min<off_t>(room, n))));
+    }
+};
+
+int32_t cancel_at_row_40(intptr_t, int32_t, int32_t row, uint32_t) { return row == 40 ? -77 : 0; }
+
+TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
+    const std::string pdf = temp_path("keep.pdf");
+    fs::remove(pdf);
+    ASSERT_EQ(save(bilevel_handle(300, 200), pdf), 0);
+    ASSERT_EQ(save(colour_handle(120, 90), pdf), 0);
+    const Bytes before = read_file(pdf);
+
+    enum Mode { kCancel, kFileLimit, kHooks };
+    for (Mode mode : {kCancel, kFileLimit, kHooks}) {
+        for (off_t growth : {off_t(100), off_t(3000)}) {
+            const int32_t page = mode == kCancel ? colour_handle(200, 100) : bilevel_handle(900, 700);
+            int32_t r = 0;
+            if (mode == kCancel) {
+                IMG_set_statusbar(0, cancel_at_row_40, 1);
+                r = IMG_save_bitmap(page, pdf.c_str(), IMG_FORMAT_PDF);
+                IMG_set_statusbar(0, nullptr, 0);
+                EXPECT_EQ(r, -77);
+            } else if (mode == kFileLimit) {
+                signal(SIGXFSZ, SIG_IGN);
+                rlimit old{}, lim{};
+                getrlimit(RLIMIT_FSIZE, &old);
+                lim = old;
+                lim.rlim_cur = rlim_t(before.size()) + rlim_t(growth);
+                setrlimit(RLIMIT_FSIZE, &lim);
+                r = IMG_save_bitmap(page, pdf.c_str(), IMG_FORMAT_PDF);
+                setrlimit(RLIMIT_FSIZE, &old);
+                EXPECT_EQ(r, IMG_ERR_WRITE);
+            } else {
+                HookFile::fd = ::open(pdf.c_str(), O_RDWR);
+                HookFile::limit = off_t(before.size()) + growth;
+                IMGLOW_set_fileio(HookFile::read, HookFile::write, HookFile::seek);
+                r = IMG_save_bitmap_fd(page, 77, IMG_FORMAT_PDF);
+                IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+                ::close(HookFile::fd);
+                EXPECT_EQ(r, IMG_ERR_WRITE);
+            }
+            IMG_delete_bitmap(page);
+            Bytes after = read_file(pdf);
+            // Hooks cannot cut a file: only the old bytes are put back.
+            if (mode == kHooks) {
+                EXPECT_LE(after.size(), before.size() + size_t(growth));
+                after.resize(std::min(after.size(), before.size()));
+                if (fs::file_size(pdf) > before.size()) fs::resize_file(pdf, before.size());
+            }
+            EXPECT_TRUE(after == before) << "mode " << mode << ", growth " << growth;
+        }
+    }
+    // Still a document to append to.
+    ASSERT_EQ(save(grey_handle(50, 50), pdf), 0);
+    if (have_tool("pdfinfo")) {
+        EXPECT_EQ(pdf_pages(pdf), 3);
+    }
+    fs::remove(pdf);
+}
+
+// Existing files that are not this writer's documents: overwritten as new
+// documents when their end cannot be read, refused when they are readable
+// documents of another layout, and a status when the page count is missing.
+TEST(Pdf, ForeignAndDamagedDocuments) {
+    const std::string ours = temp_path("ours.pdf"), file = temp_path("other.pdf");
+    fs::remove(ours);
+    ASSERT_EQ(save(bilevel_handle(120, 80), ours), 0);
+    ASSERT_EQ(save(bilevel_handle(120, 80), ours), 0);
+    const Bytes doc = read_file(ours);
+    std::string no_count = text_of(doc);
+    for (size_t at = no_count.find("/Count"); at != std::string::npos; at = no_count.find("/Count"))
+        no_count.replace(at, 6, "/Cxunt");
+
+    struct Case {
+        const char* name;
+        Bytes content;           // the existing file; empty: made by qpdf from ours
+        const char* qpdf_args;   // with qpdf: how
+        int32_t status;
+        int pages;               // pages afterwards; 0: the file is unchanged
+    };
+    const Case cases[] = {
+        {"short file", Bytes{'%', 'P', 'D', 'F', '-', '1', '.', '4', '\n'}, nullptr, 0, 1},
+        {"no end marker", Bytes(1000, 'x'), nullptr, 0, 1},
+        {"end cut off", Bytes(doc.begin(), doc.end() - 10), nullptr, 0, 1},
+        {"table out of place", [&] {
+             std::string t = text_of(doc);
+             t.replace(t.rfind("startxref\r\n") + 11, 1, "9");
+             return Bytes(t.begin(), t.end());
+         }(), nullptr, 0, 1},
+        {"no page count", Bytes(no_count.begin(), no_count.end()), nullptr, IMG_ERR_MEMORY, 0},
+        {"rewritten by qpdf", {}, "", IMG_ERR_VARIANT, 0},
+        {"cross-reference stream", {}, "--object-streams=generate", 0, 1},
+    };
+    for (const Case& c : cases) {
+        if (c.qpdf_args) {
+            if (!have_tool("qpdf")) continue;
+            fs::remove(file);
+            ASSERT_TRUE(run(std::string("qpdf ") + c.qpdf_args + " '" + ours + "' '" + file + "'"));
+        } else {
+            write_file(file, c.content);
+        }
+        const Bytes before = read_file(file);
+        EXPECT_EQ(save(bilevel_handle(64, 64), file), c.status) << c.name;
+        if (c.pages == 0) {
+            EXPECT_TRUE(read_file(file) == before) << c.name;
+        } else if (have_tool("pdfinfo")) {
+            EXPECT_EQ(pdf_pages(file), c.pages) << c.name;
+        }
+    }
+    fs::remove(file);
+    fs::remove(ours);
+}
+
+// A memory stream's length is its position: every save into a block is a
+// new one-page document, whatever the block held before.
+TEST(Pdf, EverySaveIntoMemoryIsANewDocument) {
+    const uint32_t size = 1 << 20;
+    void* block = tesslin_block_alloc(size);
+    std::memset(block, 0, size);
+    int32_t n[2] = {};
+    for (int32_t& written : n) {
+        const int32_t h = bilevel_handle(200, 100);
+        written = IMG_save_bitmap_mem(h, block, IMG_FORMAT_PDF);
+        IMG_delete_bitmap(h);
+    }
+    ASSERT_GT(n[0], 0);
+    EXPECT_EQ(n[1], n[0]);
+    const auto* b = static_cast<const uint8_t*>(block);
+    const std::string text(b, b + n[1]);
+    EXPECT_EQ(text.compare(0, 10, "%PDF-1.2\r\n"), 0);
+    EXPECT_NE(text.find("/Count 1"), std::string::npos);
+    tesslin_block_free(block);
+}
+
+TEST(Pdf, RefusedImagesLeaveNothingBehind) {
+    const std::string pdf = temp_path("refused.pdf");
+    fs::remove(pdf);
+    const int32_t deep = make_handle(16, 16, 16);
+    EXPECT_EQ(IMG_save_bitmap(deep, pdf.c_str(), IMG_FORMAT_PDF), IMG_ERR_DEPTH);
+    IMG_delete_bitmap(deep);
+    EXPECT_FALSE(fs::exists(pdf));
+
+    DibHeader odd = dib_header(16, 16, 7);
+    auto supply = [](intptr_t, uint8_t*, int32_t, uint32_t) -> int32_t { return 0; };
+    void* block = tesslin_block_alloc(4096);
+    EXPECT_EQ(IMGLOW_save_bitmap_mem(block, &odd, IMG_FORMAT_PDF, supply, 0), IMG_ERR_DEPTH);
+    IMGLOW_set_pdf_output(0, 792);
+    const int32_t h = bilevel_handle(16, 16);
+    EXPECT_EQ(IMG_save_bitmap(h, pdf.c_str(), IMG_FORMAT_PDF), IMG_ERR_BAD_IMAGE);
+    IMGLOW_set_pdf_output(612, 792);
+    IMG_delete_bitmap(h);
+    EXPECT_FALSE(fs::exists(pdf));
+    tesslin_block_free(block);
+}
+
+}  // namespace
+}  // namespace tesslin::test
