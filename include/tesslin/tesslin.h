@@ -950,13 +950,43 @@ TESSLIN_API int32_t IMG_animate(intptr_t window, const char *file, int32_t width
 
 /* Unload every loaded module. Returns 0. */
 TESSLIN_API int32_t IMG_unload_plugins(void);
-/* Settings forwarded to the modules (loaded if needed): the PDF input
- * setting goes to apdfmod when it can be loaded, else to pdfmod (IMG_ERR_PLUGIN when
- * neither can); the PCL input setting to pclmod (IMG_ERR_PLUGIN); the JPEG 2000
- * compression ratio to jp2mod (IMG_ERR_JP2_PLUGIN). Each returns the module's result. */
+/* Settings forwarded to the modules (loaded if needed); each returns the
+ * module's result (docs/modules.md).
+ * IMGLOW_set_pdf_input(resolution, bits): how PDF pages are rendered when
+ * decoded: resolution in dots per inch (10 to 2400, default 200) and output
+ * depth 1 (bilevel, thresholded without anti-aliasing), 8 (grey) or 24
+ * (colour, the default); 0 for either restores its default. Given to both
+ * apdfmod and pdfmod, whichever can be loaded (apdfmod's answer is
+ * returned); 0, IMG_ERR_BAD_IMAGE for a value out of range (nothing
+ * changed), IMG_ERR_PLUGIN when neither module can be loaded.
+ * IMGLOW_set_pcl_input: to pclmod (IMG_ERR_PLUGIN).
+ * IMGLOW_set_jpeg2000_comp_ratio(ratio): compression of format code 70
+ * (IMG_FORMAT_JPEG2000): 1 (the default, also 0) lossless, 2 to 1000 lossy
+ * at that ratio of the raw pixel size; 0, IMG_ERR_BAD_IMAGE out of range,
+ * IMG_ERR_JP2_PLUGIN when jp2mod cannot be loaded. */
 TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio);
+/* The text of a PDF file through apdfmod: UTF-8, each page followed by a
+ * form feed, in reading order (flag bit 0 clear) or keeping the page's
+ * physical layout (flag bit 0 set). On success *text receives a
+ * zero-terminated block from tesslin_block_alloc that the caller frees with
+ * tesslin_block_free, *length its length without the terminator, and 0 is
+ * returned. Failures (*text NULL, *length 0): IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED
+ * for a file that is not a PDF, IMG_ERR_PLUGIN without apdfmod,
+ * IMG_ERR_TEXT_NOT_FOUND for a document without text, IMG_ERR_VARIANT for a
+ * document that needs a password, IMG_ERR_BAD_IMAGE for a damaged one or a
+ * NULL output, IMG_ERR_MEMORY. */
+TESSLIN_API int32_t IMGLOW_extract_text(const char *file, char **text, int32_t *length,
+                                        int32_t flag);
+/* Number of occurrences of `text` (UTF-8) on page `page` (0 = first) of a
+ * PDF file, through pdfmod; flag bit 0: ignore case. IMG_ERR_TEXT_NOT_FOUND
+ * when there is none, IMG_ERR_NO_PAGE, IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED
+ * for a file that is not a PDF, IMG_ERR_PLUGIN without pdfmod,
+ * IMG_ERR_BAD_IMAGE for an empty or NULL text or a damaged document,
+ * IMG_ERR_VARIANT for a document that needs a password. */
+TESSLIN_API int32_t IMGLOW_search_text(const char *file, int32_t page, const char *text,
+                                       int32_t flag);
 
 /* ------------------------------------------------------------------ */
 /* Display geometry and drawing                                         */
