@@ -459,7 +459,7 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     if (!header || !supply) return IMG_ERR_BAD_IMAGE;
     if (header->biWidth < 1 || header->biHeight < 1) return IMG_ERR_BAD_IMAGE;
     const uint32_t bits = header->biBitCount;
-    const uint32_t width = uint32_t(header->biWidth), height = uint32_t(header->biHeight);
+    const uint32_t width = uint32_t(header->biWidth);
     const bool strips_on = settings().tiff_save_strips != 0;
     if (code == IMG_FORMAT_TIFF_G4_FILL1 && strips_on) code = IMG_FORMAT_TIFF_G4_STRIPS;
 
