@@ -64,14 +64,18 @@ TEST(AppendFailure, EveryFailurePointLeavesTheFileAsItWas) {
             ASSERT_EQ(IMG_save_bitmap(pages[i], path.c_str(), c.code), 0);
         }
         const int32_t counted = IMGLOW_get_pages(path.c_str());
-        if (c.code != IMG_FORMAT_PDF) EXPECT_EQ(counted, 3);
+        if (c.code != IMG_FORMAT_PDF) {
+            EXPECT_EQ(counted, 3);
+        }
         const Bytes before = read_file(path);
         const int32_t extra = make_handle(64, kHeight, c.bits, fill);
 
         // A successful append, to learn how far the file grows.
         ASSERT_EQ(IMG_save_bitmap(extra, path.c_str(), c.code), 0);
         const uint64_t growth = read_file(path).size() - before.size();
-        if (c.code != IMG_FORMAT_PDF) EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 4);
+        if (c.code != IMG_FORMAT_PDF) {
+            EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 4);
+        }
 
         int failures = 0;
         for (g_stop_row = 0; g_stop_row < kHeight; ++g_stop_row) {
@@ -98,7 +102,9 @@ TEST(AppendFailure, EveryFailurePointLeavesTheFileAsItWas) {
             }
         }
         EXPECT_EQ(failures, 0);
-        if (counted >= 0) EXPECT_EQ(IMGLOW_get_pages(path.c_str()), counted);
+        if (counted >= 0) {
+            EXPECT_EQ(IMGLOW_get_pages(path.c_str()), counted);
+        }
         for (int32_t h : pages) IMG_delete_bitmap(h);
         IMG_delete_bitmap(extra);
         fs::remove(path);
