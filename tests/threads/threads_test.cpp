@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -60,6 +61,7 @@ uint64_t save_digest(int32_t h, int32_t code, bool bytes) {
     const uint32_t size = uint32_t((int64_t(w) * 32 + 31) / 32 * 4 * height * 2 + 65536);
     void* block = tesslin_block_alloc(size);
     if (!block) return 2;
+    std::memset(block, 0, size);
     const int32_t n = IMG_save_bitmap_mem(h, block, code);
     uint64_t d = 3;
     if (n > 0 && bytes) {
@@ -127,9 +129,12 @@ TEST(Threads, DecodesAndSavesMatchOneThread) {
                 for (size_t i = 0; i < files.size(); ++i) {
                     // Each thread starts at a different file.
                     const size_t k = (i + size_t(t) * files.size() / kThreads) % files.size();
-                    if (!(run_one(files[k]) == expected[k])) {
+                    const Outcome o = run_one(files[k]);
+                    if (!(o == expected[k])) {
                         ++mismatches;
-                        ADD_FAILURE() << files[k];
+                        ADD_FAILURE() << files[k] << ": decode " << (o.decoded == expected[k].decoded)
+                                      << ", BMP " << (o.bmp == expected[k].bmp) << ", TIFF "
+                                      << (o.tiff == expected[k].tiff);
                     }
                     ++runs;
                 }
