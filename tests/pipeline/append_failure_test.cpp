@@ -88,7 +88,7 @@ TEST(AppendFailure, EveryFailurePointLeavesTheFileAsItWas) {
         }
         EXPECT_EQ(failures, 0) << "cancelled appends that changed the file";
 
-        const uint64_t step = growth / 400 + 1;
+        const uint64_t step = growth / 150 + 1;
         for (uint64_t n = 0; n < growth; n += n + 8 >= growth ? 1 : step) {
             write_file(path, before);
             int32_t r;
