@@ -484,6 +484,15 @@ TESSLIN_API int32_t IMGLOW_decompress_bitmap_mem(const void *block, int32_t page
  * nor apdfmod can be loaded). */
 TESSLIN_API int32_t IMG_decompress_bitmap(const char *file);
 TESSLIN_API int32_t IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
+/* WARNING: the _mem decoders (IMG_decompress_bitmap_mem,
+ * IMGLOW_decompress_bitmap_mem, IMG_decompress_fax_mem) know the size of a
+ * block only when it comes from tesslin_block_alloc. Any other address
+ * (malloc, new, a stack buffer, a mapped file) is read as far as the image
+ * it holds says, past the end of the caller's buffer when the data is cut
+ * or damaged (tens of kilobytes have been seen); a fault there is contained
+ * and gives IMG_ERR_STREAM_FAULT, but bytes that happen to be readable are
+ * decoded. Hand these functions tesslin_block_alloc blocks (every wrapper
+ * shipped with the library does). See docs/reliability.md. */
 TESSLIN_API int32_t IMG_decompress_bitmap_mem(const void *block, int32_t page);
 TESSLIN_API int32_t IMG_decompress_bitmap_page(const char *file, int32_t page);
 
@@ -517,6 +526,8 @@ TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
  * the progress callback. Nothing is left behind on failure. */
 TESSLIN_API int32_t IMG_decompress_fax(int32_t stream, int32_t width, int32_t height,
                                        int32_t mode, int32_t fill_order);
+/* WARNING: as for IMG_decompress_bitmap_mem, a block that does not come
+ * from tesslin_block_alloc is read past its end (see docs/reliability.md). */
 TESSLIN_API int32_t IMG_decompress_fax_mem(const void *block, int32_t width, int32_t height,
                                            int32_t mode, int32_t fill_order);
 
