@@ -52,10 +52,6 @@ class PdfModule : public ModuleTest {};
 
 }  // namespace
 
-// fontconfig, which poppler asks for fonts, keeps a cache for the life of
-// the process; LeakSanitizer (sanitizer builds) would report it at exit.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
-
 TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
     REQUIRE_MODULE("pdfmod");
     REQUIRE_TOOL("tiff2pdf");
