@@ -215,8 +215,14 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
         ASSERT_GE(b, 0);
         for (int32_t y = 0; y < 2200; y += 7) ASSERT_EQ(get_row(a, y), get_row(b, y)) << page << " " << y;
     }
-    // Converting again replaces the file instead of appending to it.
-    ASSERT_EQ(convert("doc/multipage-g4.tif", out, " --page 2").status, 0);
+    // Converting again is refused without --overwrite (the file stays as it
+    // was), and with it replaces the file instead of appending to it.
+    const std::string before = slurp(out);
+    CliRun again = convert("doc/multipage-g4.tif", out, " --page 2");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_NE(again.err.find("exists; give --overwrite"), std::string::npos) << again.err;
+    EXPECT_TRUE(slurp(out) == before);
+    ASSERT_EQ(convert("doc/multipage-g4.tif", out, " --page 2 --overwrite").status, 0);
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
 }
 
