@@ -71,14 +71,13 @@ TEST(BitmapTable, EightThreadsNeverShareALiveHandle) {
         threads.emplace_back([&, t] {
             DibHeader header{40, 8, 8, 1, 24, 0, 0, 0, 0, 0, 0};  // no palette follows
             for (int i = 0; i < kRounds; ++i) {
-                int32_t h = IMG_create_handle_shell(&header);
+                Handle h = IMG_create_handle_shell(&header);
                 if (h < 0) {
                     failures++;
                     continue;
                 }
                 if (owner[h].exchange(t) != 0) clashes++;
                 owner[h].store(0);
-                IMG_delete_bitmap(h);
             }
         });
     }
@@ -127,14 +126,13 @@ TEST(BitmapObject, BilevelPaletteIsNormalisedWithoutTouchingPixels) {
     RgbQuad* pal = dib_palette(dib);
     pal[0] = RgbQuad{255, 255, 255, 0};
     pal[1] = RgbQuad{0, 0, 0, 0};
-    int32_t h = IMG_create_handle_keep(dib);
+    Handle h = IMG_create_handle_keep(dib);
     ASSERT_GE(h, 0);
     RgbQuad got[2];
     ASSERT_EQ(IMGLOW_get_palette(h, got), 0);
     EXPECT_EQ(got[0].rgbRed + got[0].rgbGreen + got[0].rgbBlue, 0);
     EXPECT_EQ(got[1].rgbRed & got[1].rgbGreen & got[1].rgbBlue, 255);
     EXPECT_EQ(get_row(h, 0)[0], 0xF0);
-    IMG_delete_bitmap(h);
 }
 
 TEST(BitmapObject, ShellMakesAPlainImageOfTheHeader) {
@@ -143,7 +141,7 @@ TEST(BitmapObject, ShellMakesAPlainImageOfTheHeader) {
     *hd = DibHeader{40, 100, 50, 1, 1, 0, 0, 300, 300, 0, 0};
     dib_palette(header)[0] = RgbQuad{255, 255, 255, 0};
     dib_palette(header)[1] = RgbQuad{0, 0, 0, 0};
-    int32_t h = IMG_create_handle_shell(header);
+    Handle h = IMG_create_handle_shell(header);
     ASSERT_GE(h, 0);
     BitmapObject* obj = bitmap_get(h);
     EXPECT_EQ(obj->run_encoded, 0);
@@ -154,14 +152,13 @@ TEST(BitmapObject, ShellMakesAPlainImageOfTheHeader) {
     std::vector<uint8_t> row(16, 0x5A);
     ASSERT_EQ(IMGLOW_put_raster(h, row.data(), 49, 0), 0);
     EXPECT_EQ(get_row(h, 49), row);
-    IMG_delete_bitmap(h);
 
     hd->biWidth = 0;
     EXPECT_EQ(IMG_create_handle_shell(header), IMG_ERR_BAD_IMAGE);
 }
 
 TEST(BitmapObject, CropRectangleIsClampedIntoTheImage) {
-    int32_t h = make_handle(640, 480, 8);
+    Handle h = make_handle(640, 480, 8);
     int32_t x, y, w, ht;
     ASSERT_EQ(IMG_set_croprect(h, -5, 3, 0, 0), 0);
     IMG_get_croprect(h, &x, &y, &w, &ht);
@@ -172,13 +169,12 @@ TEST(BitmapObject, CropRectangleIsClampedIntoTheImage) {
     ASSERT_EQ(IMG_set_croprect(h, 10, 700, 20, 1000), 0);
     IMG_get_croprect(h, &x, &y, &w, &ht);
     EXPECT_EQ(std::vector<int32_t>({x, y, w, ht}), std::vector<int32_t>({10, 0, 20, 480}));
-    IMG_delete_bitmap(h);
 }
 
 TEST(BitmapObject, HeaderAndPaletteCopiesFollowTheBitCount) {
     for (int bits : {1, 4, 8, 16, 24, 32}) {
         SCOPED_TRACE(bits);
-        int32_t h = make_handle(3, 3, bits);
+        Handle h = make_handle(3, 3, bits);
         std::vector<uint8_t> buf(1064 + 16, 0xEE);
         ASSERT_EQ(IMGLOW_get_bitmap_header(h, buf.data()), 0);
         const uint32_t pal = palette_bytes(uint32_t(bits));
@@ -191,14 +187,13 @@ TEST(BitmapObject, HeaderAndPaletteCopiesFollowTheBitCount) {
         for (uint32_t i = 0; i < pal; ++i) ASSERT_EQ(back[i], 0x11);
         EXPECT_EQ(back[pal], 0x22);
         EXPECT_EQ(bitmap_is_color(bitmap_get(h)), bits >= 24 ? 1 : 0);
-        IMG_delete_bitmap(h);
     }
 }
 
 TEST(BitmapRows, EveryDepthReadsBackAndRewritesRowByRow) {
     for (int bits : {1, 4, 8, 16, 24, 32}) {
         SCOPED_TRACE(bits);
-        int32_t h = make_handle(29, 7, bits);
+        Handle h = make_handle(29, 7, bits);
         void* copy = make_dib(29, 7, bits);
         const uint32_t rb = row_bytes(29, uint32_t(bits));
         for (int32_t r = 0; r < 7; ++r) {
@@ -215,7 +210,6 @@ TEST(BitmapRows, EveryDepthReadsBackAndRewritesRowByRow) {
         EXPECT_EQ(IMGLOW_get_raster(h, row.data(), 7, 0), IMG_ERR_BAD_IMAGE);
         EXPECT_EQ(IMGLOW_put_raster(h, row.data(), -1, 0), IMG_ERR_BAD_IMAGE);
         tesslin_block_free(copy);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -264,7 +258,7 @@ TEST(RunRecords, EncodeAndExpandAgreeOnEveryPattern) {
 }
 
 TEST(RunRecords, ConversionsKeepEveryPixel) {
-    int32_t h = make_handle(2550, 330, 1, text_row);
+    Handle h = make_handle(2550, 330, 1, text_row);
     std::vector<std::vector<uint8_t>> rows;
     for (int32_t r = 0; r < 330; ++r) rows.push_back(get_row(h, r));
     ASSERT_EQ(IMG_dib_to_runs(h), 0);
@@ -279,16 +273,14 @@ TEST(RunRecords, ConversionsKeepEveryPixel) {
     for (int32_t r = 0; r < 330; ++r) ASSERT_EQ(get_row(h, r), rows[r]) << r;
     ASSERT_EQ(IMG_dib_to_runs(h), 0);
     for (int32_t r = 0; r < 330; ++r) ASSERT_EQ(get_row(h, r), rows[r]) << r;
-    IMG_delete_bitmap(h);
 
-    int32_t grey = make_handle(8, 8, 8);
+    Handle grey = make_handle(8, 8, 8);
     EXPECT_EQ(IMG_dib_to_runs(grey), IMG_ERR_DEPTH);
     EXPECT_EQ(IMG_runs_to_dib(grey), IMG_ERR_UNSUPPORTED);
-    IMG_delete_bitmap(grey);
 }
 
 TEST(RunRecords, RewrittenRowsMoveTheRowsAfterThem) {
-    int32_t h = make_handle(300, 40, 1, text_row);
+    Handle h = make_handle(300, 40, 1, text_row);
     std::vector<std::vector<uint8_t>> rows;
     for (int32_t r = 0; r < 40; ++r) rows.push_back(get_row(h, r));
     ASSERT_EQ(IMG_dib_to_runs(h), 0);
@@ -314,11 +306,10 @@ TEST(RunRecords, RewrittenRowsMoveTheRowsAfterThem) {
         rows[r][37] &= 0xF0;
         ASSERT_EQ(got, rows[r]) << r;
     }
-    IMG_delete_bitmap(h);
 }
 
 TEST(RunRecords, StoreGrowsAndReversesWithoutLosingRows) {
-    int32_t h = make_handle(64, 1, 1);
+    Handle h = make_handle(64, 1, 1);
     BitmapObject* obj = bitmap_get(h);
     alignas(4) uint8_t header[48] = {};
     *reinterpret_cast<DibHeader*>(header) = DibHeader{40, 1000, 2000, 1, 1, 0, 0, 0, 0, 0, 0};
@@ -341,5 +332,4 @@ TEST(RunRecords, StoreGrowsAndReversesWithoutLosingRows) {
     EXPECT_EQ(last[0], 0);
     EXPECT_EQ(last[1], 0x55);
     EXPECT_EQ(get_row(h, 1000)[0], 999 & 0xFF);
-    IMG_delete_bitmap(h);
 }

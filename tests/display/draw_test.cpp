@@ -33,7 +33,7 @@ int32_t gradient() {
 }  // namespace
 
 TEST(DisplayDraw, StretchesMirrorsAndClips) {
-    const int32_t h = gradient();
+    const Handle h = gradient();
     const intptr_t dc = tesslin_dc_create(10, 8);
     ASSERT_NE(dc, 0);
     // Twice the size: each image pixel becomes a 2 x 2 block.
@@ -56,7 +56,6 @@ TEST(DisplayDraw, StretchesMirrorsAndClips) {
     IMG_set_croprect(h, 2, 1, 1, 1);
     ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, 3, 3), 0);
     EXPECT_EQ(at(dc, 2, 2), (std::array<uint8_t, 3>{80, 60, 7}));
-    IMG_delete_bitmap(h);
     tesslin_dc_destroy(dc);
 }
 
@@ -80,7 +79,7 @@ TEST(DisplayDraw, BilevelRunRecordsAndPalettes) {
 }
 
 TEST(DisplayDraw, BadArguments) {
-    const int32_t h = gradient();
+    const Handle h = gradient();
     const intptr_t dc = tesslin_dc_create(4, 4);
     EXPECT_EQ(IMG_display_bitmap(h, dc, 0, 0, 0, 4), IMG_ERR_DISPLAY_RECT);
     EXPECT_EQ(IMG_display_bitmap(h, 12345678, 0, 0, 4, 4), IMG_ERR_BAD_IMAGE);
@@ -95,5 +94,4 @@ TEST(DisplayDraw, BadArguments) {
     EXPECT_EQ(tesslin_dc_pixels(own), nullptr);
     EXPECT_EQ(tesslin_dc_destroy(dc), 0);
     EXPECT_EQ(tesslin_dc_destroy(dc), IMG_ERR_BAD_IMAGE);
-    IMG_delete_bitmap(h);
 }

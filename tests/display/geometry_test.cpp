@@ -52,7 +52,7 @@ int32_t colourful() {
 }  // namespace
 
 TEST(DisplayGeometry, MappingFigures) {
-    const int32_t h = make_handle(200, 100, 8);
+    const Handle h = make_handle(200, 100, 8);
     const intptr_t window = tesslin_window_create(400, 400);
     struct Case {
         int32_t angle, x, y, wx, wy;
@@ -76,12 +76,11 @@ TEST(DisplayGeometry, MappingFigures) {
     IMGLOW_map_wnd_to_image(h, window, &x, &y);
     EXPECT_EQ(x, 0);
     EXPECT_EQ(y, 99);
-    IMG_delete_bitmap(h);
     tesslin_window_destroy(window);
 }
 
 TEST(DisplayGeometry, FitFigures) {
-    const int32_t h = make_handle(1000, 3000, 8);
+    const Handle h = make_handle(1000, 3000, 8);
     const intptr_t dc = tesslin_dc_create(500, 500);
     int32_t cx, cy, cw, ch, dx, dy, dw, dh;
     EXPECT_EQ(IMG_display_fit_to_width(h, dc, 0, 0, 0, 500, 500), 50);
@@ -104,7 +103,6 @@ TEST(DisplayGeometry, FitFigures) {
     IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
     EXPECT_EQ(dy, 167);
     EXPECT_EQ(dh, 166);
-    IMG_delete_bitmap(h);
     tesslin_dc_destroy(dc);
 }
 
@@ -112,7 +110,7 @@ TEST(DisplayGeometry, FitFigures) {
 // ImageMagick makes of the same image.
 TEST(DisplayGeometry, DrawingMatchesImageMagick) {
     if (!have_tool("/usr/bin/convert")) GTEST_SKIP() << "ImageMagick missing";
-    const int32_t h = colourful();
+    const Handle h = colourful();
     const Raster image = handle_raster(h);
     struct Case {
         int32_t angle, scale;
@@ -145,7 +143,6 @@ TEST(DisplayGeometry, DrawingMatchesImageMagick) {
         tesslin_dc_destroy(dc);
     }
     IMG_delete_bitmap(big);
-    IMG_delete_bitmap(h);
 }
 
 // The mappings agree with what the aspect drawing put where: an image
@@ -153,7 +150,7 @@ TEST(DisplayGeometry, DrawingMatchesImageMagick) {
 // here, where pixel edges fall on window pixels), and every window point of
 // the picture maps back to the image pixel drawn there.
 TEST(DisplayGeometry, MappingAgreesWithDrawing) {
-    const int32_t h = colourful();
+    const Handle h = colourful();
     const Raster image = handle_raster(h);
     const intptr_t window = tesslin_window_create(70, 70);
     const intptr_t dc = tesslin_window_dc(window);
@@ -176,7 +173,6 @@ TEST(DisplayGeometry, MappingAgreesWithDrawing) {
                 ASSERT_EQ(std::memcmp(shown.at(x, y), image.at(ix, iy), 3), 0) << angle << ": " << x << "," << y;
             }
     }
-    IMG_delete_bitmap(h);
     tesslin_window_destroy(window);
 }
 
@@ -207,11 +203,11 @@ TEST(DisplayGeometry, CombiningWithTheSurface) {
 }
 
 TEST(DisplayGeometry, DeviceBitmaps) {
-    const int32_t h = colourful();
+    const Handle h = colourful();
     const intptr_t dc = tesslin_dc_create(14, 10);
     const intptr_t ddb = IMG_dib_to_ddb(h, dc);
     ASSERT_GT(ddb, 0);
-    const int32_t back = IMG_create_handle_ddb(ddb);
+    const Handle back = IMG_create_handle_ddb(ddb);
     ASSERT_GE(back, 0);
     EXPECT_EQ(count_differences(handle_raster(back), handle_raster(h), 3), 0u);
     // A wipe ends with the same picture as drawing at once.
@@ -225,14 +221,12 @@ TEST(DisplayGeometry, DeviceBitmaps) {
     EXPECT_EQ(IMG_display_ddb_effect(ddb, dc2, 0, 0, 14, 10, 9), IMG_ERR_UNSUPPORTED);
     tesslin_dc_destroy(ddb);
     EXPECT_EQ(IMG_display_ddb(ddb, dc, 0, 0, 14, 10), IMG_ERR_BAD_IMAGE);
-    IMG_delete_bitmap(h);
-    IMG_delete_bitmap(back);
     tesslin_dc_destroy(dc);
     tesslin_dc_destroy(dc2);
 }
 
 TEST(DisplayGeometry, BadArguments) {
-    const int32_t h = colourful();
+    const Handle h = colourful();
     const intptr_t window = tesslin_window_create(50, 50), dc = tesslin_window_dc(window);
     int32_t x = 1, y = 1;
     for (int32_t angle : {45, -90, 360, INT_MIN}) EXPECT_EQ(IMG_set_display_angle(h, angle), IMG_ERR_UNSUPPORTED);
@@ -263,6 +257,5 @@ TEST(DisplayGeometry, BadArguments) {
         {"palette, bad handle", IMG_get_bitmap_palette(-1, nullptr), IMG_ERR_HANDLE},
     };
     for (const Case& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    IMG_delete_bitmap(h);
     tesslin_window_destroy(window);
 }

@@ -86,9 +86,8 @@ TEST_F(Decode, UnknownFormatAndMissingFileLeaveNothingBehind) {
     block = to_block(cut);
     EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_READ);
     tesslin_block_free(block);
-    const int32_t again = make_handle(2, 2, 8);
+    const Handle again = make_handle(2, 2, 8);
     EXPECT_EQ(again, probe);  // the slot the failed decodes took is free again
-    IMG_delete_bitmap(again);
 }
 
 TEST_F(Decode, HeaderOnlyDecode) {
@@ -98,9 +97,8 @@ TEST_F(Decode, HeaderOnlyDecode) {
     EXPECT_EQ(info.biHeight, 149);
     EXPECT_EQ(info.biBitCount, 24);
     EXPECT_EQ(info.biSize, 40u);
-    const int32_t fd = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
+    const Handle fd = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
     ASSERT_GE(fd, 0);
-    IMG_delete_bitmap(fd);
     EXPECT_EQ(IMGLOW_get_fileinfo("/nonexistent", &info), IMG_ERR_OPEN);
     ASSERT_EQ(IMGLOW_get_fileinfo(corpus("png/rgb.png").c_str(), &info), 0);
     EXPECT_EQ(info.biWidth, 454);
@@ -109,21 +107,20 @@ TEST_F(Decode, HeaderOnlyDecode) {
 }
 
 TEST_F(Decode, BilevelImagesAreRunEncodedAndFlippedToTopFirst) {
-    const int32_t h = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
+    const Handle h = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
     ASSERT_GE(h, 0);
     std::vector<uint8_t> header(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(h, header.data());
     EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 99u);
     const Raster ref = to_rgb(read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm")));
     EXPECT_EQ(count_differences(handle_raster(h), ref, 3), 0u);
-    IMG_delete_bitmap(h);
 }
 
 TEST_F(Decode, DepthReduction) {
     const std::string rgb = corpus("bmp/rgb24.bmp");
-    const int32_t full = IMG_decompress_bitmap(rgb.c_str());
+    const Handle full = IMG_decompress_bitmap(rgb.c_str());
     IMGLOW_set_decomp_reduction(8);
-    const int32_t eight = IMG_decompress_bitmap(rgb.c_str());
+    const Handle eight = IMG_decompress_bitmap(rgb.c_str());
     ASSERT_GE(eight, 0);
     int32_t w, h, bits;
     IMG_bitmap_info(eight, &w, &h, &bits);
@@ -141,49 +138,43 @@ TEST_F(Decode, DepthReduction) {
     size_t far = 0;
     for (size_t i = 0; i < src.px.size(); ++i) far += std::abs(int(dst.px[i]) - int(src.px[i])) > (i % 3 == 2 ? 104 : 72);
     EXPECT_EQ(far, 0u);
-    IMG_delete_bitmap(eight);
 
     // A 4-bit image keeps its depth under reduction 8.
-    const int32_t four = IMG_decompress_bitmap(corpus("suites/bmpsuite/g/pal4rle.bmp").c_str());
+    const Handle four = IMG_decompress_bitmap(corpus("suites/bmpsuite/g/pal4rle.bmp").c_str());
     IMG_bitmap_info(four, &w, &h, &bits);
     EXPECT_EQ(bits, 4);
-    IMG_delete_bitmap(four);
 
     // An 8-bit grey image with reduction 1 is bilevel in plain rows whose
     // average brightness follows the source's.
     IMGLOW_set_decomp_reduction(1);
     const std::string grey = corpus("suites/bmpsuite/g/pal8gs.bmp");
-    const int32_t one = IMG_decompress_bitmap(grey.c_str());
+    const Handle one = IMG_decompress_bitmap(grey.c_str());
     ASSERT_GE(one, 0);
     std::vector<uint8_t> header(kHeaderBlockSize);
     IMGLOW_get_bitmap_header(one, header.data());
     EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biBitCount, 1);
     EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 0u);
     IMGLOW_set_decomp_reduction(0);
-    const int32_t source = IMG_decompress_bitmap(grey.c_str());
+    const Handle source = IMG_decompress_bitmap(grey.c_str());
     const Raster a = handle_raster(one), b = handle_raster(source);
     double mean_a = 0, mean_b = 0;
     for (size_t i = 0; i < a.px.size(); ++i) mean_a += a.px[i], mean_b += b.px[i];
     EXPECT_NEAR(mean_a / a.px.size(), mean_b / b.px.size(), 12.0);
-    IMG_delete_bitmap(one);
-    IMG_delete_bitmap(source);
 
     // 24 bits with reduction 4: the 16-colour dither palette.
     IMGLOW_set_decomp_reduction(4);
-    const int32_t sixteen = IMG_decompress_bitmap(rgb.c_str());
+    const Handle sixteen = IMG_decompress_bitmap(rgb.c_str());
     IMG_bitmap_info(sixteen, &w, &h, &bits);
     EXPECT_EQ(bits, 4);
     IMGLOW_get_palette(sixteen, pal);
     EXPECT_EQ(pal[1 * 4 + 2], 200);  // index bit 0: red
     EXPECT_EQ(pal[15 * 4 + 0], 255);
-    IMG_delete_bitmap(sixteen);
-    IMG_delete_bitmap(full);
 }
 
 TEST_F(Decode, SizeReductionKeepsOneSourceRowPerDestinationRow) {
     void* block = bmp_block(1000, 800, 24, position_fill);
     IMGLOW_set_decompsize(100, 100);
-    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    const Handle h = IMG_decompress_bitmap_mem(block, 0);
     ASSERT_GE(h, 0);
     int32_t w, ht, bits;
     IMG_bitmap_info(h, &w, &ht, &bits);
@@ -198,21 +189,19 @@ TEST_F(Decode, SizeReductionKeepsOneSourceRowPerDestinationRow) {
             EXPECT_EQ(column_of(&row[x * 3]), 10 * x);
         }
     }
-    IMG_delete_bitmap(h);
     // A reduced size larger than the image in one direction: no reduction.
     IMGLOW_set_decompsize(2000, 100);
-    const int32_t same = IMG_decompress_bitmap_mem(block, 0);
+    const Handle same = IMG_decompress_bitmap_mem(block, 0);
     IMG_bitmap_info(same, &w, &ht, &bits);
     EXPECT_EQ(w, 1000);
     EXPECT_EQ(ht, 800);
-    IMG_delete_bitmap(same);
     tesslin_block_free(block);
 }
 
 TEST_F(Decode, DecodeRectangle) {
     void* block = bmp_block(640, 480, 24, position_fill);
     IMGLOW_set_decomp_rect(10, 20, 50, 30);
-    const int32_t h = IMG_decompress_bitmap_mem(block, 0);
+    const Handle h = IMG_decompress_bitmap_mem(block, 0);
     ASSERT_GE(h, 0);
     int32_t w, ht, bits;
     IMG_bitmap_info(h, &w, &ht, &bits);
@@ -224,14 +213,12 @@ TEST_F(Decode, DecodeRectangle) {
         EXPECT_EQ(column_of(&row[0]), 10u);  // byte 30 of the source row
         EXPECT_EQ(column_of(&row[49 * 3]), 59u);
     }
-    IMG_delete_bitmap(h);
     // Reaching past the right and bottom edges: clipped to the image.
     IMGLOW_set_decomp_rect(600, 470, 100, 100);
-    const int32_t clipped = IMG_decompress_bitmap_mem(block, 0);
+    const Handle clipped = IMG_decompress_bitmap_mem(block, 0);
     IMG_bitmap_info(clipped, &w, &ht, &bits);
     EXPECT_EQ(w, 40);
     EXPECT_EQ(ht, 10);
-    IMG_delete_bitmap(clipped);
     // Starting outside the image: refused.
     IMGLOW_set_decomp_rect(640, 0, 10, 10);
     EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_BAD_IMAGE);
@@ -242,7 +229,7 @@ TEST_F(Decode, RectangleAndSizeReductionOnABilevelImage) {
     const Raster ref = read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm"));
     const std::string mono = corpus("bmp/mono.bmp");
     IMGLOW_set_decomp_rect(13, 40, 101, 60);
-    const int32_t cut = IMG_decompress_bitmap(mono.c_str());
+    const Handle cut = IMG_decompress_bitmap(mono.c_str());
     ASSERT_GE(cut, 0);
     const Raster c = handle_raster(cut);
     ASSERT_EQ(c.width, 101);
@@ -251,13 +238,12 @@ TEST_F(Decode, RectangleAndSizeReductionOnABilevelImage) {
     for (int32_t y = 0; y < 60; ++y)
         for (int32_t x = 0; x < 101; ++x) bad += c.at(x, y)[0] != ref.at(x + 13, y + 40)[0];
     EXPECT_EQ(bad, 0u);
-    IMG_delete_bitmap(cut);
 
     // Scaled run positions: every destination pixel has the colour of some
     // source pixel of the columns it stands for, in its source row.
     IMGLOW_set_decomp_rect(0, 0, 0, 0);
     IMGLOW_set_decompsize(100, 50);
-    const int32_t small = IMG_decompress_bitmap(mono.c_str());
+    const Handle small = IMG_decompress_bitmap(mono.c_str());
     ASSERT_GE(small, 0);
     const Raster s = handle_raster(small);
     ASSERT_EQ(s.width, 100);
@@ -277,7 +263,6 @@ TEST_F(Decode, RectangleAndSizeReductionOnABilevelImage) {
         }
     }
     EXPECT_EQ(bad, 0u);
-    IMG_delete_bitmap(small);
 }
 
 namespace {
@@ -347,7 +332,7 @@ TEST_F(Decode, RowsNeverDeliveredAreClearedAndRowsBuiltInPlaceKept) {
         std::memset(stale, 0xAA, block_size);
         tesslin_block_free(stale);
         std::vector<bool> destinations;
-        const int32_t h = decode_into_handle(partial_body, &destinations);
+        const Handle h = decode_into_handle(partial_body, &destinations);
         ASSERT_GE(h, 0);
         // Rows are built in place only when they are stored as delivered.
         ASSERT_EQ(destinations.size(), 3u);
@@ -365,7 +350,6 @@ TEST_F(Decode, RowsNeverDeliveredAreClearedAndRowsBuiltInPlaceKept) {
             for (uint32_t i = 0; i < rb; ++i)
                 ASSERT_EQ(got[i], delivered ? uint8_t(row * 16 + i) : 0) << row << " " << i;
         }
-        IMG_delete_bitmap(h);
     }
     // Other callbacks get no destination.
     EXPECT_EQ(raster_destination(count_raster, 1, 0), nullptr);

@@ -80,11 +80,10 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), pages);
         fs::remove(path);
     }
-    const int32_t h = make_handle(8, 8, 24);
+    const Handle h = make_handle(8, 8, 24);
     void* out = tesslin_block_alloc(4096);
     EXPECT_EQ(IMG_save_bitmap_mem(h, out, 70), IMG_ERR_JP2_PLUGIN);
     tesslin_block_free(out);
-    IMG_delete_bitmap(h);
     fs::remove(pdf);
 }
 
@@ -99,14 +98,13 @@ TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
     tesslin_block_free(block);
     for (int page : {0, 2}) {
         SCOPED_TRACE(page);
-        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), page);
+        const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), page);
         ASSERT_GE(h, 0);
         for (int y : {0, 6, 12}) {
             const auto row = get_row(h, y);
             for (int x : {0, 9, 20}) EXPECT_EQ(row[size_t(x)], uint8_t(7 * x + 3 * y + 50 * page));
         }
         EXPECT_EQ(IMGLOW_get_transp_color(h), 0x1005);
-        IMG_delete_bitmap(h);
     }
     EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 3), IMG_ERR_NO_PAGE);
     // "set_callbacks" ran once however many calls used the module.
@@ -128,16 +126,14 @@ TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
     const std::string pdf = pdf_file("offset.pdf", 4, 8, 4, 8, 100);
     const int32_t fd = platform::file_open(pdf.c_str(), 0);
     ASSERT_GE(fd, 0);
-    const int32_t h = IMG_decompress_bitmap_fd(fd, 100, 3);
+    const Handle h = IMG_decompress_bitmap_fd(fd, 100, 3);
     EXPECT_GE(h, 0);
     EXPECT_EQ(query<uint32_t>("pdfmod", "testmod_position"), 0x80000003u);
     EXPECT_EQ(query<int32_t>("pdfmod", "testmod_stream_at"), 100);
-    IMG_delete_bitmap(h);
     // Page 0 passes the offset itself.
-    const int32_t first = IMG_decompress_bitmap_fd(fd, 100, 0);
+    const Handle first = IMG_decompress_bitmap_fd(fd, 100, 0);
     EXPECT_GE(first, 0);
     EXPECT_EQ(query<uint32_t>("pdfmod", "testmod_position"), 100u);
-    IMG_delete_bitmap(first);
     platform::file_close(fd);
     fs::remove(pdf);
 }
@@ -145,14 +141,13 @@ TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
 TEST_F(Plugins, BilevelPagesFromAModuleAreRunEncodedTopFirst) {
     use(kModules + "/pdfmod");
     const std::string pdf = pdf_file("mono.pdf", 2, 40, 12, 1);
-    const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
+    const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
     ASSERT_GE(h, 0);
     const Raster r = handle_raster(h);
     size_t bad = 0;
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 40; ++x) bad += (r.at(x, y)[0] == 0) != ((x / 4 + y / 4 + 1) % 2 == 0);
     EXPECT_EQ(bad, 0u);
-    IMG_delete_bitmap(h);
     fs::remove(pdf);
 }
 
@@ -160,11 +155,10 @@ TEST_F(Plugins, FileNamePdfModuleWhenTheStreamModuleIsAbsent) {
     use(kModules + "/apdfmod");
     const std::string pdf = pdf_file("named.pdf", 2, 16, 5, 8);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 102);  // the file-name module's answer
-    const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
+    const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
     ASSERT_GE(h, 0);
     EXPECT_EQ(get_row(h, 4)[3], uint8_t(7 * 3 + 3 * 4 + 50));
     EXPECT_EQ(query<uint32_t>("apdfmod", "testmod_position"), 1u);  // page without bit 31
-    IMG_delete_bitmap(h);
     EXPECT_EQ(IMGLOW_set_pdf_input(3, 4), 17);
     EXPECT_EQ(query<int32_t>("apdfmod", "testmod_input", 0), 3);
     fs::remove(pdf);

@@ -282,8 +282,8 @@ inline int32_t encode_page(Bytes& out, const Page& page, bool records, int32_t b
 // order; an empty page when Pillow fails.
 inline Page libtiff_decode(uint32_t width, uint32_t height, uint32_t compression, uint32_t fill_order,
                            uint32_t rows_per_strip, const std::vector<Bytes>& strips) {
-    std::vector<std::pair<uint16_t, uint32_t>> extra = {{266, fill_order}};
-    if (compression == 3) extra.push_back({292, 4});
+    std::vector<std::pair<uint16_t, std::vector<uint32_t>>> extra = {{266, {fill_order}}};
+    if (compression == 3) extra.push_back({292, {4}});
     const std::string path = temp_path("fax-libtiff.tif");
     write_file(path, tiff_page(width, height, {1}, 0, strips, compression, rows_per_strip, extra));
     const Raster r = pillow(path, "L");

@@ -33,15 +33,6 @@ inline Raster magick(const std::string& path, int channels = 3, const std::strin
     return r;
 }
 
-// Status of saving an 8 x 2 image of `bits` bits in `code`.
-inline int32_t save_status(int bits, int32_t code) {
-    const int32_t h = make_handle(8, 2, bits);
-    int32_t status = 0;
-    save_mem(h, code, &status);
-    IMG_delete_bitmap(h);
-    return status;
-}
-
 // A scratch directory, emptied and removed with the object.
 struct TempDir {
     std::string path;

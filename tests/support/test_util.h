@@ -121,6 +121,34 @@ inline int32_t make_handle(int32_t width, int32_t height, int bits) {
     return IMG_create_handle_keep(make_dib(width, height, bits));
 }
 
+// A handle the test owns, deleted when it leaves scope (negative ids, the
+// statuses of failed calls, are kept as they are and never deleted).
+class Handle {
+public:
+    Handle(int32_t id = -1) : id_(id) {}
+    Handle(Handle&& o) noexcept : id_(o.id_) { o.id_ = -1; }
+    Handle& operator=(Handle&& o) noexcept {
+        std::swap(id_, o.id_);
+        return *this;
+    }
+    ~Handle() {
+        if (id_ >= 0) IMG_delete_bitmap(id_);
+    }
+    operator int32_t() const { return id_; }
+
+private:
+    int32_t id_;
+};
+
+// A scratch file in $TMPDIR, removed before use and when the test leaves scope.
+struct Scratch {
+    std::string path;
+    explicit Scratch(const std::string& name) : path(temp_path(name)) { fs::remove(path); }
+    ~Scratch() { fs::remove(path); }
+    operator const std::string&() const { return path; }
+    const char* c_str() const { return path.c_str(); }
+};
+
 // Row r (0 = top) of a handle, as IMGLOW_get_raster gives it.
 inline Bytes get_row(int32_t handle, int32_t r) {
     int32_t w = 0, h = 0, bits = 0;
@@ -356,6 +384,21 @@ inline int32_t decode_mem(const Bytes& data, int32_t page = 0) {
     const int32_t h = IMG_decompress_bitmap_mem(block, page);
     tesslin_block_free(block);
     return h;
+}
+// Saves a handle into memory and decodes the bytes back; *status gets the
+// save's result (a refused save gives a handle of -1).
+inline Handle round_trip(int32_t handle, int32_t code, int32_t* status = nullptr) {
+    int32_t n = 0;
+    const Bytes b = save_mem(handle, code, &n);
+    if (status) *status = n;
+    return Handle(n > 0 ? decode_mem(b) : -1);
+}
+// Status of saving an 8 x 2 image of `bits` bits in `code` into memory (for
+// saves that must be refused).
+inline int32_t save_status(int bits, int32_t code) {
+    int32_t status = 0;
+    save_mem(Handle(make_handle(8, 2, bits)), code, &status);
+    return status;
 }
 inline int32_t filetype_mem(const Bytes& data) {
     void* b = to_block(data);

@@ -82,11 +82,12 @@ struct TiffBuilder {
 };
 
 // A page of uncompressed (or, with `compression`, already coded) strips.
-// `strips` holds each strip's bytes; tags as given, plus the strip layout.
+// `strips` holds each strip's bytes; tags as given, plus the strip layout;
+// `extra` tags are SHORTs, LONGs when a value needs them.
 inline std::vector<uint8_t> tiff_page(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
                                       uint32_t photometric, const std::vector<std::vector<uint8_t>>& strips,
                                       uint32_t compression = 1, uint32_t rows_per_strip = 0,
-                                      const std::vector<std::pair<uint16_t, uint32_t>>& extra = {},
+                                      const std::vector<std::pair<uint16_t, std::vector<uint32_t>>>& extra = {},
                                       bool big = false) {
     TiffBuilder b(big);
     std::vector<uint32_t> offsets, counts;
@@ -103,7 +104,8 @@ inline std::vector<uint8_t> tiff_page(uint32_t width, uint32_t height, std::vect
     b.add_short(277, uint32_t(bits.size()));
     b.add_long(278, rows_per_strip ? rows_per_strip : height);
     b.add(279, 4, counts);
-    for (auto [tag, value] : extra) b.add(tag, value > 0xFFFF ? 4 : 3, {value});
+    for (const auto& [tag, values] : extra)
+        b.add(tag, *std::max_element(values.begin(), values.end()) > 0xFFFF ? 4 : 3, values);
     std::sort(b.entries.begin(), b.entries.end(), [](const auto& x, const auto& y) { return x.tag < y.tag; });
     return b.finish();
 }

@@ -1,6 +1,5 @@
 // The tesslin command-line tool, run as users run it, on corpus files.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +16,8 @@
 #include "tesslin/tesslin.h"
 #include "test_util.h"
 
+using namespace tesslin::test;
+
 namespace {
 
 struct CliRun {
@@ -24,84 +25,53 @@ struct CliRun {
     std::string out, err;
 };
 
-std::string temp_dir() {
-    const char* d = getenv("TMPDIR");
-    return d && *d ? d : "/tmp";
-}
-
 std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    const Bytes b = read_file(path);
+    return std::string(b.begin(), b.end());
 }
 
 std::string quote(const std::string& s) { return "'" + s + "'"; }
 
 CliRun run_cli(const std::string& args) {
-    const std::string base = temp_dir() + "/cli-" + std::to_string(getpid());
-    const std::string cmd = quote(TESSLIN_CLI) + " " + args + " > " + quote(base + ".out") +
-                            " 2> " + quote(base + ".err") + " < /dev/null";
-    CliRun r;
-    int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(base + ".out");
-    r.err = slurp(base + ".err");
-    unlink((base + ".out").c_str());
-    unlink((base + ".err").c_str());
+    const std::string base = temp_path("cli");
+    const int raw = std::system((quote(TESSLIN_CLI) + " " + args + " > " + quote(base + ".out") + " 2> " +
+                                 quote(base + ".err") + " < /dev/null")
+                                    .c_str());
+    CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(base + ".out"), slurp(base + ".err")};
+    fs::remove(base + ".out");
+    fs::remove(base + ".err");
     return r;
 }
-
-std::string corpus(const std::string& name) { return tesslin::test::data_path("corpus/" + name); }
-
-bool exists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
+// `tesslin convert` of a corpus file.
+CliRun convert(const std::string& file, const std::string& out, const std::string& options = "") {
+    return run_cli("convert " + quote(corpus(file)) + " " + quote(out) + options);
 }
 
 // Files beside `path` whose names start with its name (leftover temporaries).
 int leftovers(const std::string& path) {
-    const std::string cmd = "ls " + quote(path) + "* 2>/dev/null | wc -l";
-    FILE* p = popen(cmd.c_str(), "r");
     int n = 0;
-    if (p) {
-        if (fscanf(p, "%d", &n) != 1) n = -1;
-        pclose(p);
-    }
+    for (const auto& e : fs::directory_iterator(fs::path(path).parent_path()))
+        n += e.path().string().rfind(path, 0) == 0;
     return n;
 }
 
 int json_int(const std::string& json, const std::string& key) {
     std::smatch m;
-    std::regex re("\"" + key + "\": (-?[0-9]+)");
-    return std::regex_search(json, m, re) ? std::stoi(m[1]) : INT32_MIN;
+    return std::regex_search(json, m, std::regex("\"" + key + "\": (-?[0-9]+)")) ? std::stoi(m[1]) : INT32_MIN;
 }
-
-using tesslin::test::have_pillow;
-using tesslin::test::have_tool;
 
 }  // namespace
 
 TEST(Cli, InfoJsonReportsWhatTheManifestSays) {
-    std::ifstream manifest(corpus("MANIFEST.tsv"));
-    std::string line;
-    std::getline(manifest, line);
     int checked = 0, sized = 0;
-    while (std::getline(manifest, line)) {
-        std::vector<std::string> f;
-        std::stringstream ss(line);
-        std::string field;
-        while (std::getline(ss, field, '\t')) f.push_back(field);
-        if (f.size() < 8 || f[2] != "0" || f[5].empty() || f[5] == "-7" || f[7] == "refuse")
-            continue;
+    for (const auto& f : manifest()) {
+        if (f.size() < 8 || f[2] != "0" || f[5].empty() || f[5] == "-7" || f[7] == "refuse") continue;
         SCOPED_TRACE(f[0]);
         CliRun r = run_cli("info --json " + quote(corpus(f[0])));
         EXPECT_EQ(json_int(r.out, "format_code"), std::stoi(f[5]));
         IMG_FORMAT_INFO info{};
         IMGLOW_get_format_info(std::stoi(f[5]), &info);
-        if (info.multipage & 1 || f[1] == "1") {
-            EXPECT_EQ(json_int(r.out, "pages"), std::stoi(f[1]));
-        }
+        if (info.multipage & 1 || f[1] == "1") { EXPECT_EQ(json_int(r.out, "pages"), std::stoi(f[1])); }
         if (r.status == 0) {
             EXPECT_EQ(json_int(r.out, "width"), std::stoi(f[3]));
             EXPECT_EQ(json_int(r.out, "height"), std::stoi(f[4]));
@@ -118,8 +88,7 @@ TEST(Cli, InfoJsonReportsWhatTheManifestSays) {
 }
 
 TEST(Cli, InfoDescribesSeveralFilesAndReportsEachFailure) {
-    CliRun r = run_cli("info " + quote(corpus("bmp/rgb24.bmp")) + " /no/such/file " +
-                    quote(corpus("png/grey.png")));
+    CliRun r = run_cli("info " + quote(corpus("bmp/rgb24.bmp")) + " /no/such/file " + quote(corpus("png/grey.png")));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("227 x 149 pixels, 24 bits"), std::string::npos);
     EXPECT_NE(r.out.find("43 png"), std::string::npos);
@@ -131,114 +100,90 @@ TEST(Cli, InfoDescribesSeveralFilesAndReportsEachFailure) {
 
 TEST(Cli, ConvertWritesFilesOtherToolsReadExactly) {
     if (!have_pillow()) GTEST_SKIP() << "Pillow is not installed";
-    const std::string out = temp_dir() + "/cli-rgb24.png";
-    CliRun r = run_cli("convert " + quote(corpus("bmp/rgb24.bmp")) + " " + quote(out));
+    const Scratch out("cli-rgb24.png"), bmp("cli-mono.bmp");
+    CliRun r = convert("bmp/rgb24.bmp", out);
     ASSERT_EQ(r.status, 0) << r.err;
     // Pillow's decode of our PNG equals the corpus reference of the BMP.
-    const std::string check =
-        "/usr/bin/python3 -c \"import sys; from PIL import Image; "
-        "a = Image.open(sys.argv[1]).convert('RGB').tobytes(); "
-        "b = Image.open(sys.argv[2]).convert('RGB').tobytes(); sys.exit(a != b)\" " +
-        quote(out) + " " + quote(corpus("refs/b8d8b9b4501bf26d.ppm"));
-    EXPECT_EQ(std::system(check.c_str()), 0);
-    unlink(out.c_str());
+    EXPECT_EQ(count_differences(pillow(out, "RGB"), read_netpbm(corpus("refs/b8d8b9b4501bf26d.ppm")), 3), 0u);
 
-    const std::string bmp = temp_dir() + "/cli-mono.bmp";
-    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format bmp-rle");
+    r = convert("png/mono.png", bmp, " --format bmp-rle");
     EXPECT_NE(r.status, 0) << "run-length BMP has no 1-bit form";
-    EXPECT_FALSE(exists(bmp));
-    r = run_cli("convert " + quote(corpus("png/mono.png")) + " " + quote(bmp) + " --format 1");
+    EXPECT_FALSE(fs::exists(bmp.path));
+    r = convert("png/mono.png", bmp, " --format 1");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(IMGLOW_get_filetype(bmp.c_str()), 1);
-    unlink(bmp.c_str());
+    EXPECT_EQ(IMGLOW_get_filetype(bmp.c_str()), IMG_FORMAT_BMP);
 }
 
 TEST(Cli, ConvertHonoursQualityAndReplacesAnExistingOutput) {
-    const std::string out = temp_dir() + "/cli-q.jpg";
-    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
-                      " --quality 20").status, 0);
+    const Scratch out("cli-q.jpg");
+    ASSERT_EQ(convert("png/rgb.png", out, " --quality 20").status, 0);
     const size_t small = slurp(out).size();
-    ASSERT_EQ(run_cli("convert " + quote(corpus("png/rgb.png")) + " " + quote(out) +
-                      " --quality 95").status, 0);
+    ASSERT_EQ(convert("png/rgb.png", out, " --quality 95").status, 0);
     EXPECT_GT(slurp(out).size(), small * 2) << "quality 95 is larger than 20, not appended";
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
-    unlink(out.c_str());
     IMGLOW_set_comp_quality(50);
 }
 
 TEST(Cli, FailuresNameTheStatusAndLeaveNoOutput) {
-    const std::string out = temp_dir() + "/cli-fail.png";
-    CliRun r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --page 3");
+    const Scratch out("cli-fail.png"), cut("cli-cut.png");
+    CliRun r = convert("jpeg/420.jpg", out, " --page 3");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "tesslin: " + corpus("jpeg/420.jpg") +
-                         ": cannot decode page 3: page does not exist (IMG_ERR_NO_PAGE, -11)\n");
+    EXPECT_EQ(r.err, "tesslin: " + corpus("jpeg/420.jpg") + ": cannot decode page 3: page does not exist (IMG_ERR_NO_PAGE, -11)\n");
     EXPECT_EQ(leftovers(out), 0);
 
     // Truncated data fails while decoding; nothing is left behind.
-    const std::string cut = temp_dir() + "/cli-cut.png";
-    std::string png = slurp(corpus("png/rgb.png"));
-    std::ofstream(cut, std::ios::binary) << png.substr(0, png.size() / 3);
+    const Bytes png = read_file(corpus("png/rgb.png"));
+    write_file(cut, Bytes(png.begin(), png.begin() + long(png.size() / 3)));
     r = run_cli("convert " + quote(cut) + " " + quote(out));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("cannot decode page 1"), std::string::npos) << r.err;
     EXPECT_EQ(leftovers(out), 0);
-    unlink(cut.c_str());
 
     // An existing output is left as it was.
-    std::ofstream(out) << "keep";
-    r = run_cli("convert " + quote(corpus("jpeg/arithmetic.jpg")) + " " + quote(out));
+    std::ofstream(out.path) << "keep";
+    r = convert("jpeg/arithmetic.jpg", out);
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(slurp(out), "keep");
     EXPECT_EQ(leftovers(out), 1);
-    unlink(out.c_str());
+    fs::remove(out.path);
 
-    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out + ".nosuchformat"));
+    r = convert("jpeg/420.jpg", out.path + ".nosuchformat");
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("give --format"), std::string::npos);
-    r = run_cli("convert " + quote(corpus("jpeg/420.jpg")) + " " + quote(out) + " --format 99");
-    EXPECT_NE(r.status, 0);
+    EXPECT_NE(convert("jpeg/420.jpg", out, " --format 99").status, 0);
     EXPECT_EQ(leftovers(out), 0);
 }
 
 TEST(Cli, AllPagesOfASinglePageFormatAreNumbered) {
-    const std::string out = temp_dir() + "/cli-all.bmp";
-    CliRun r = run_cli("convert " + quote(corpus("png/palette8.png")) + " " + quote(out) +
-                    " --all-pages");
+    const Scratch out("cli-all.bmp");
+    CliRun r = convert("png/palette8.png", out, " --all-pages");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(exists(out)) << "one page: the output name as given";
-    unlink(out.c_str());
+    EXPECT_TRUE(fs::exists(out.path)) << "one page: the output name as given";
 }
 
 // Headerless fax data through IMG_decompress_fax: the geometry comes from
 // the command line, with the height found at the end of the page when it is
 // not given.
 TEST(Cli, ConvertRawFax) {
-    namespace t = tesslin::test;
-    const std::string out = temp_dir() + "/cli-raw.bmp";
-    CliRun r = run_cli("convert --raw-fax 4 --width 1728 " + quote(corpus("doc/page.g4")) + " " +
-                       quote(out));
+    const Scratch out("cli-raw.bmp"), reversed("cli-raw-reversed.g3"), cal("cli-raw.cal");
+    CliRun r = run_cli("convert --raw-fax 4 --width 1728 " + quote(corpus("doc/page.g4")) + " " + quote(out));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(out.c_str()), t::corpus_page()), "");
-    unlink(out.c_str());
+    EXPECT_EQ(take_difference(IMG_decompress_bitmap(out.c_str()), corpus_page()), "");
+    fs::remove(out.path);
 
-    const std::string reversed = temp_dir() + "/cli-raw-reversed.g3";
-    t::write_file(reversed, t::bit_reversed(t::read_file(corpus("doc/page.g3"))));
-    const std::string cal = temp_dir() + "/cli-raw.cal";
-    r = run_cli("convert " + quote(reversed) + " " + quote(cal) +
-                " --raw-fax 3 --width 1728 --height 2200 --fill-order 2");
+    write_file(reversed, bit_reversed(read_file(corpus("doc/page.g3"))));
+    r = run_cli("convert " + quote(reversed) + " " + quote(cal) + " --raw-fax 3 --width 1728 --height 2200 --fill-order 2");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(IMGLOW_get_filetype(cal.c_str()), 18);
-    EXPECT_EQ(t::take_difference(IMG_decompress_bitmap(cal.c_str()), t::corpus_page()), "");
-    unlink(cal.c_str());
+    EXPECT_EQ(take_difference(IMG_decompress_bitmap(cal.c_str()), corpus_page()), "");
 
     // Data that holds no row fails and leaves nothing behind.
-    std::ofstream(reversed, std::ios::trunc);
+    write_file(reversed, {});
     r = run_cli("convert --raw-fax 4 --width 1728 " + quote(reversed) + " " + quote(out));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("cannot decode page 1: "), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("(IMG_ERR_READ, -12)"), std::string::npos) << r.err;
     EXPECT_EQ(leftovers(out), 0);
-    unlink(reversed.c_str());
 
     const std::string in = quote(corpus("doc/page.g4"));
     for (const std::string& bad :
@@ -252,43 +197,33 @@ TEST(Cli, ConvertRawFax) {
 
 TEST(Cli, AllPagesGoIntoOneTiff) {
     const std::string src = corpus("doc/multipage-g4.tif");
-    const std::string out = temp_dir() + "/cli-pages.tif";
-    CliRun r = run_cli("convert " + quote(src) + " " + quote(out) + " --all-pages");
+    const Scratch out("cli-pages.tif");
+    CliRun r = convert("doc/multipage-g4.tif", out, " --all-pages");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 3);
     EXPECT_EQ(IMGLOW_get_filetype(out.c_str()), 10) << "bilevel pages in a .tif become Group 4";
     // libtiff sees the same three directories.
-    const std::string count = "tiffinfo " + quote(out) + " 2>&1 | grep -c 'TIFF Directory'";
-    FILE* p = popen(count.c_str(), "r");
-    int dirs = 0;
-    if (p) {
-        if (fscanf(p, "%d", &dirs) != 1) dirs = -1;
-        pclose(p);
-    }
+    std::string dirs;
     if (have_tool("tiffinfo")) {
-        EXPECT_EQ(dirs, 3);
+        run("tiffinfo " + quote(out) + " 2>&1 | grep -c 'TIFF Directory'", &dirs);
+        EXPECT_EQ(dirs, "3\n");
     }
     // Every page equals the source page.
     for (int32_t page = 0; page < 3; ++page) {
-        int32_t a = IMG_decompress_bitmap_page(src.c_str(), page);
-        int32_t b = IMG_decompress_bitmap_page(out.c_str(), page);
+        const Handle a = IMG_decompress_bitmap_page(src.c_str(), page), b = IMG_decompress_bitmap_page(out.c_str(), page);
         ASSERT_GE(a, 0);
         ASSERT_GE(b, 0);
-        for (int32_t y = 0; y < 2200; y += 7)
-            ASSERT_EQ(tesslin::test::get_row(a, y), tesslin::test::get_row(b, y)) << page << " " << y;
-        IMG_delete_bitmap(a);
-        IMG_delete_bitmap(b);
+        for (int32_t y = 0; y < 2200; y += 7) ASSERT_EQ(get_row(a, y), get_row(b, y)) << page << " " << y;
     }
     // Converting again is refused without --overwrite (the file stays as it
     // was), and with it replaces the file instead of appending to it.
     const std::string before = slurp(out);
-    CliRun again = run_cli("convert " + quote(src) + " " + quote(out) + " --page 2");
+    CliRun again = convert("doc/multipage-g4.tif", out, " --page 2");
     EXPECT_EQ(again.status, 1);
     EXPECT_NE(again.err.find("exists; give --overwrite"), std::string::npos) << again.err;
     EXPECT_TRUE(slurp(out) == before);
-    ASSERT_EQ(run_cli("convert " + quote(src) + " " + quote(out) + " --page 2 --overwrite").status, 0);
+    ASSERT_EQ(convert("doc/multipage-g4.tif", out, " --page 2 --overwrite").status, 0);
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
-    unlink(out.c_str());
 }
 
 // The README's main job: a multi-page fax TIFF into one PDF, the format
@@ -298,22 +233,21 @@ TEST(Cli, AllPagesGoIntoOnePdf) {
         GTEST_SKIP() << "poppler-utils or Pillow missing";
     const std::string src = corpus("doc/multipage-g4.tif");
     for (const std::string& how : {std::string(".pdf"), std::string(".out --format 59")}) {
-        const std::string out = temp_dir() + "/cli-pages" + how.substr(0, 4);
-        CliRun r = run_cli("convert " + quote(src) + " " + quote(out) + how.substr(4) + " --all-pages");
+        const Scratch out("cli-pages" + how.substr(0, 4));
+        CliRun r = convert("doc/multipage-g4.tif", out, how.substr(4) + " --all-pages");
         ASSERT_EQ(r.status, 0) << how << r.err;
         std::string info;
-        ASSERT_TRUE(tesslin::test::run("pdfinfo " + quote(out), &info));
+        ASSERT_TRUE(run("pdfinfo " + quote(out), &info));
         EXPECT_NE(info.find("Pages:           3"), std::string::npos) << info;
-        const std::string prefix = temp_dir() + "/cli-pdfpage";
-        ASSERT_TRUE(tesslin::test::run("pdfimages " + quote(out) + " " + quote(prefix)));
+        const std::string prefix = temp_path("cli-pdfpage");
+        ASSERT_TRUE(run("pdfimages " + quote(out) + " " + quote(prefix)));
         std::string same;
-        tesslin::test::run("/usr/bin/python3 -c \"import sys; from PIL import Image; t = Image.open(sys.argv[1]); "
-                           "print(sum(t.seek(i) or t.convert('1').tobytes() == Image.open(sys.argv[2] + '-%03d.pbm' % i)"
-                           ".convert('1').tobytes() for i in range(3)))\" " + quote(src) + " " + quote(prefix),
-                           &same);
+        run("/usr/bin/python3 -c \"import sys; from PIL import Image; t = Image.open(sys.argv[1]); "
+            "print(sum(t.seek(i) or t.convert('1').tobytes() == Image.open(sys.argv[2] + '-%03d.pbm' % i)"
+            ".convert('1').tobytes() for i in range(3)))\" " + quote(src) + " " + quote(prefix),
+            &same);
         EXPECT_EQ(same, "3\n") << how;
-        for (int i = 0; i < 3; ++i) unlink((prefix + "-00" + std::to_string(i) + ".pbm").c_str());
-        unlink(out.c_str());
+        for (int i = 0; i < 3; ++i) fs::remove(prefix + "-00" + std::to_string(i) + ".pbm");
     }
 }
 

@@ -69,13 +69,12 @@ TEST(BmpRead, BmpSuiteGoodFilesDecodeToWhatPillowShows) {
     ASSERT_EQ(rows.size(), 27u);
     for (const auto& row : rows) {
         SCOPED_TRACE(row[0]);
-        const int32_t h = IMG_decompress_bitmap((kSuite + row[0]).c_str());
+        const Handle h = IMG_decompress_bitmap((kSuite + row[0]).c_str());
         ASSERT_GE(h, 0);
         const Raster ours = handle_raster(h);
         const Raster ref = read_netpbm(data_path("bmp/" + row[1]));
         int32_t w = 0, ht = 0, bits = 0;
         IMG_bitmap_info(h, &w, &ht, &bits);
-        IMG_delete_bitmap(h);
         ASSERT_EQ(ours.width, ref.width);
         ASSERT_EQ(ours.height, ref.height);
         if (auto it = sixteen.find(row[0]); it != sixteen.end()) {
@@ -140,8 +139,8 @@ TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
     Bytes file = read_file(kSuite + "g/pal8.bmp");
     Bytes bare(file.begin() + 14, file.end());
     void* block = to_block(bare);
-    const int32_t a = IMG_create_handle(block);
-    const int32_t b = IMG_decompress_bitmap((kSuite + "g/pal8.bmp").c_str());
+    const Handle a = IMG_create_handle(block);
+    const Handle b = IMG_decompress_bitmap((kSuite + "g/pal8.bmp").c_str());
     tesslin_block_free(block);
     ASSERT_GE(a, 0);
     ASSERT_GE(b, 0);
@@ -154,15 +153,13 @@ TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
     EXPECT_EQ(reinterpret_cast<DibHeader*>(hb.data())->biXPelsPerMeter, 72);
     // 2835 is 2001 or more: a bare DIB's value that large is converted too.
     EXPECT_EQ(reinterpret_cast<DibHeader*>(ha.data())->biXPelsPerMeter, 72);
-    IMG_delete_bitmap(a);
-    IMG_delete_bitmap(b);
 }
 
 TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
     // 8 x 2, palette white, black; top row all index 1 (black).
     Bytes pal = {255, 255, 255, 0, 0, 0, 0, 0};
     Bytes rows = {0x00, 0, 0, 0, 0xFF, 0, 0, 0};  // bottom row first
-    const int32_t h = decode_mem(bmp_file(8, 2, 1, 0, pal, rows));
+    const Handle h = decode_mem(bmp_file(8, 2, 1, 0, pal, rows));
     ASSERT_GE(h, 0);
     uint8_t p[8];
     IMGLOW_get_palette(h, p);
@@ -170,12 +167,11 @@ TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
     EXPECT_EQ(p[4] & p[5] & p[6], 255);  // entry 1 white
     EXPECT_EQ(get_row(h, 0)[0], 0x00);   // black pixels: index 0 now
     EXPECT_EQ(get_row(h, 1)[0], 0xFF);
-    IMG_delete_bitmap(h);
 }
 
 TEST(BmpRead, SixteenBitFileBecomes24BitWithShiftedFields) {
     Bytes row = {0xFF, 0x7F, 0x1F, 0x00};  // 0x7FFF, then pure blue 0x001F
-    const int32_t h = decode_mem(bmp_file(2, 1, 16, 0, {}, row));
+    const Handle h = decode_mem(bmp_file(2, 1, 16, 0, {}, row));
     ASSERT_GE(h, 0);
     int32_t w, ht, bits;
     IMG_bitmap_info(h, &w, &ht, &bits);
@@ -183,20 +179,18 @@ TEST(BmpRead, SixteenBitFileBecomes24BitWithShiftedFields) {
     auto r = get_row(h, 0);
     EXPECT_EQ(Bytes(r.begin(), r.begin() + 6),
               (Bytes{248, 248, 248, 248, 0, 0}));
-    IMG_delete_bitmap(h);
 }
 
 TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
     // 8 x 3: delta (5, 1) first, then a run of 3 pixels of 7, end of row,
     // a run of 4 pixels of 2, end of bitmap.
     Bytes data = {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1};
-    const int32_t h = decode_mem(bmp_file(8, 3, 8, 1, grey_palette(256), data));
+    const Handle h = decode_mem(bmp_file(8, 3, 8, 1, grey_palette(256), data));
     ASSERT_GE(h, 0);
     EXPECT_EQ(get_row(h, 2), (Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(get_row(h, 1), (Bytes{0, 0, 0, 0, 0, 7, 7, 7}));
     // The row buffer is not cleared between rows.
     EXPECT_EQ(get_row(h, 0), (Bytes{2, 2, 2, 2, 0, 7, 7, 7}));
-    IMG_delete_bitmap(h);
 }
 
 // Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
@@ -207,26 +201,22 @@ TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
     EXPECT_EQ(decode_mem(bad), IMG_ERR_BAD_IMAGE);
     const std::string jpg = corpus("jpeg/444.jpg");
     Bytes f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
-    const int32_t direct = IMG_decompress_bitmap(jpg.c_str());
+    const Handle direct = IMG_decompress_bitmap(jpg.c_str());
     ASSERT_GE(direct, 0);
     for (uint32_t code : {4u, 0x4745504Au}) {
         store_le32(&f[30], code);
-        const int32_t h = decode_mem(f);
+        const Handle h = decode_mem(f);
         ASSERT_GE(h, 0);
         EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
-        IMG_delete_bitmap(h);
     }
-    IMG_delete_bitmap(direct);
     // BMP Suite's 24-bit file with JPEG compression: the data at the file's
     // data offset, decoded by the JPEG decoder.
     const Bytes suite = read_file(kSuite + "q/rgb24jpeg.bmp");
-    const int32_t from_bmp = decode_mem(suite);
-    const int32_t from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
+    const Handle from_bmp = decode_mem(suite);
+    const Handle from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
     ASSERT_GE(from_bmp, 0);
     ASSERT_GE(from_jpeg, 0);
     EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
-    IMG_delete_bitmap(from_bmp);
-    IMG_delete_bitmap(from_jpeg);
 }
 
 TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
@@ -243,12 +233,11 @@ TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
         d.resize(d.size() + 4);
         store_le32(&d[d.size() - 4], w);
     }
-    const int32_t h = decode_mem(d);
+    const Handle h = decode_mem(d);
     ASSERT_GE(h, 0);
     EXPECT_EQ(get_row(h, 0)[1], 0x00);
     EXPECT_EQ(get_row(h, 0)[0], 0xFF);
     EXPECT_EQ(get_row(h, 1)[1], 0xFF);
-    IMG_delete_bitmap(h);
     // A record longer than any row can need is refused.
     store_le32(&d[48], 4000);
     EXPECT_EQ(decode_mem(d), IMG_ERR_BAD_IMAGE);
@@ -262,7 +251,6 @@ TEST(BmpRead, DeclaredSizesBeyondTheDataAreRefusedBeforeAllocation) {
     EXPECT_EQ(decode_mem(bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1})),
               IMG_ERR_BAD_IMAGE);
     // A file missing only its last row's padding still decodes.
-    const int32_t h = decode_mem(bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)));
+    const Handle h = decode_mem(bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)));
     EXPECT_GE(h, 0);
-    IMG_delete_bitmap(h);
 }

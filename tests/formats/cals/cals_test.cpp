@@ -57,7 +57,7 @@ TEST(Cals, ReadsAtAnOffset) {
     const Bytes cals =
         with_data(cals_header(standard_records("001728,002200", " 400")), corpus_g4());
     file.insert(file.end(), cals.begin(), cals.end());
-    const std::string path = temp_path("offset.cal");
+    const Scratch path("offset.cal");
     write_file(path, file);
     const int fd = ::open(path.c_str(), O_RDONLY);
     const int32_t h = IMG_decompress_bitmap_fd(fd, 777, 0);
@@ -65,7 +65,6 @@ TEST(Cals, ReadsAtAnOffset) {
     ASSERT_GE(h, 0);
     EXPECT_EQ(dpi_of(h), 400);
     EXPECT_EQ(take_difference(h, corpus_page()), "");
-    fs::remove(path);
 }
 
 // Format code 18 for a 2544 x 3300 page at 300 dpi: the records of the
@@ -73,11 +72,10 @@ TEST(Cals, ReadsAtAnOffset) {
 // and by libtiff (the payload in a minimal TIFF).
 TEST(Cals, WriterRecordsAndRoundTrip) {
     const Page page = test_page(2544, 3300);
-    const int32_t h = page_handle(page, 300, 300);
+    const Handle h = page_handle(page, 300, 300);
     ASSERT_GE(h, 0);
     int32_t n = 0;
     const Bytes file = save_mem(h, 18, &n);
-    IMG_delete_bitmap(h);
     ASSERT_GT(n, 2048);
     const std::vector<std::string> want = {
         "srcdocid: NONE", "dstdocid: NONE", "txtfilid: NONE", "figid: NONE",
@@ -99,31 +97,26 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
                   "");
     }
     // No resolution: the density record says 0200.
-    const int32_t plain = page_handle(test_page(64, 16));
+    const Handle plain = page_handle(test_page(64, 16));
     const Bytes small = save_mem(plain, 18, &n);
     ASSERT_GT(n, 2048);
     EXPECT_EQ(std::string(small.begin() + 1152, small.begin() + 1165), "rdensty: 0200");
     EXPECT_EQ(std::string(small.begin() + 1024, small.begin() + 1046), "rpelcnt: 000064,000016");
-    IMG_delete_bitmap(plain);
 }
 
 TEST(Cals, WriterRefusesDeepImagesAndReportsShortWrites) {
-    const int32_t grey = make_handle(32, 8, 8);
+    EXPECT_EQ(save_status(8, 18), IMG_ERR_DEPTH);
     int32_t n = 0;
-    save_mem(grey, 18, &n);
-    EXPECT_EQ(n, IMG_ERR_DEPTH);
-    IMG_delete_bitmap(grey);
-    const int32_t h = page_handle(test_page(300, 40));
+    const Handle h = page_handle(test_page(300, 40));
     for (uint32_t room : {100u, 1000u, 2047u, 2052u}) {
         save_mem(h, 18, &n, room);
         EXPECT_EQ(n, IMG_ERR_WRITE) << room;
     }
-    IMG_delete_bitmap(h);
 }
 
 // The orientation record: 090 is reported as 270, 270 as 90.
 TEST(Cals, OrientationRecord) {
-    const std::string path = temp_path("orient.cal");
+    const Scratch path("orient.cal");
     const std::pair<const char*, int32_t> cases[] = {
         {"090,270", 270}, {"270,000", 90}, {"180,000", 180}, {"000,270", 0}, {" 90,000", 270}};
     for (const auto& [value, degrees] : cases) {
@@ -131,7 +124,6 @@ TEST(Cals, OrientationRecord) {
                                    corpus_g4()));
         EXPECT_EQ(IMGLOW_get_image_orientation(path.c_str()), degrees) << value;
     }
-    fs::remove(path);
 }
 
 // Broken pel counts, cut headers and missing data give negative statuses.
@@ -177,10 +169,9 @@ TEST(Cals, TiffAt1431GoesToTheTiffReader) {
         return file;
     };
     const Page page = test_page(300, 200);
-    const int32_t h = page_handle(page, 300, 300);
+    const Handle h = page_handle(page, 300, 300);
     int32_t n = 0;
     const Bytes g4 = save_mem(h, 10, &n);  // TIFF Group 4
-    IMG_delete_bitmap(h);
     ASSERT_GT(n, 0);
     expect_file_decodes(cals_with_tiff(g4), 18, 300, page);
 
@@ -198,10 +189,9 @@ TEST(Cals, TiffAt1431GoesToTheTiffReader) {
     EXPECT_LT(r, 0);
     if (r >= 0) IMG_delete_bitmap(r);
     // A CALS file without a TIFF is not tiled.
-    const std::string plain = temp_path("plain.cal");
+    const Scratch plain("plain.cal");
     write_file(plain, with_data(cals_header(standard_records("001728,002200", "0200")), corpus_g4()));
     EXPECT_EQ(IMG_decompress_tiled_bitmap(plain.c_str(), 0), IMG_ERR_NOT_TILED);
-    fs::remove(plain);
 }
 
 }  // namespace

@@ -95,7 +95,7 @@ TEST(Dicom, DecodesWhatPydicomAndDcmtkWrite) {
     ASSERT_GE(cases.size(), 12u);
     for (const auto& c : cases) {
         SCOPED_TRACE(c[0]);
-        const int32_t h = IMG_decompress_bitmap((g.dir + "/" + c[0]).c_str());
+        const Handle h = IMG_decompress_bitmap((g.dir + "/" + c[0]).c_str());
         if (c[1] == "status") {
             EXPECT_EQ(h, std::stoi(c[7]));
             continue;
@@ -127,7 +127,6 @@ TEST(Dicom, DecodesWhatPydicomAndDcmtkWrite) {
                 EXPECT_EQ(q[i].rgbBlue, pal[3 * i + 2]);
             }
         }
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -167,14 +166,13 @@ TEST(Dicom, PackedTwelveBitsAndNestedSequences) {
     const Bytes file = meta(kExplicit) + attributes(1, 2, 12, 12) +
                        element(0x88, 0x200, "SQ", icon + item(0xE0DD, {}, 0), 0xFFFFFFFF) +
                        element(0x7FE0, 0x10, "OB", {0x12, 0x34, 0x56, 0});
-    const int32_t h = decode_mem(file);
+    const Handle h = decode_mem(file);
     ASSERT_GE(h, 0);
     EXPECT_EQ(info_of(h).biHeight, 1);
     EXPECT_EQ(info_of(h).biBitCount, 16);
     const Bytes row = get_row(h, 0);
     EXPECT_EQ(load_le16(&row[0]), 0x1230);
     EXPECT_EQ(load_le16(&row[2]), 0x4560);
-    IMG_delete_bitmap(h);
 }
 
 // Implicit VR big-endian (no writer makes it): 16-bit samples, and 8-bit
@@ -194,7 +192,7 @@ TEST(Dicom, ImplicitBigEndian) {
         const Bytes file = meta("1.2.840.10008.1.3") + el(0x28, 4, text("MONOCHROME2 ")) +
                            el(0x28, 0x10, be(1)) + el(0x28, 0x11, be(3)) + el(0x28, 0x100, be(bits)) +
                            el(0x28, 0x101, be(bits)) + el(0x7FE0, 0x10, pixels);
-        const int32_t h = decode_mem(file);
+        const Handle h = decode_mem(file);
         ASSERT_GE(h, 0);
         const Bytes row = get_row(h, 0);
         if (bits == 16) {
@@ -203,7 +201,6 @@ TEST(Dicom, ImplicitBigEndian) {
         } else {
             EXPECT_EQ(Bytes(row.begin(), row.begin() + 3), (Bytes{1, 2, 3}));
         }
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -251,8 +248,7 @@ TEST(Dicom, DamagedFilesFailCleanly) {
         EXPECT_EQ(decode_mem(c.file), c.status);
     }
     // The well-formed RLE file the damaged ones come from decodes.
-    const int32_t h = decode_mem(rle_file(rle_fragment(1, 64)));
+    const Handle h = decode_mem(rle_file(rle_fragment(1, 64)));
     ASSERT_GE(h, 0);
     EXPECT_EQ(get_row(h, 1)[3], 8);
-    IMG_delete_bitmap(h);
 }

@@ -66,10 +66,9 @@ TEST(FaxContainers, ImtReadsBothCodingsAndBitOrders) {
 // holds whole bytes, so 1700 pixels are written and read back as 1696.
 TEST(FaxContainers, ImtWriter) {
     const Page page = test_page(1700, 500);
-    const int32_t h = page_handle(page, 300, 300);
+    const Handle h = page_handle(page, 300, 300);
     int32_t n = 0;
     const Bytes file = save_mem(h, 42, &n);
-    IMG_delete_bitmap(h);
     ASSERT_GT(n, 22);
     const Bytes head(file.begin(), file.begin() + 22);
     EXPECT_EQ(head, (Bytes{'\'', 'C', '1', 0, 1, 0, 3, 0, 0xF4, 1, 0, 0, 212, 0, 0, 0,
@@ -85,14 +84,10 @@ TEST(FaxContainers, ImtWriter) {
     if (have_pillow()) {
         EXPECT_EQ(page_difference(libtiff_decode(1696, 500, 4, 2, 500, {Bytes(file.begin() + 22, file.end())}), narrow), "");
     }
-    const int32_t grey = make_handle(16, 4, 8);
-    save_mem(grey, 42, &n);
-    EXPECT_EQ(n, IMG_ERR_DEPTH);
-    IMG_delete_bitmap(grey);
-    const int32_t tiny = page_handle(test_page(7, 4));
+    EXPECT_EQ(save_status(8, 42), IMG_ERR_DEPTH);
+    const Handle tiny = page_handle(test_page(7, 4));
     save_mem(tiny, 42, &n);
     EXPECT_EQ(n, IMG_ERR_BAD_IMAGE);  // no whole byte of width
-    IMG_delete_bitmap(tiny);
 }
 
 Bytes btr_file(uint8_t coding, const Bytes& data) {
@@ -126,10 +121,9 @@ TEST(FaxContainers, BtrReadsGroup3AndGroup4) {
 TEST(FaxContainers, BtrWriter) {
     const Page page = test_page(1728, 300);
     for (int32_t dpi : {96, 100, 101, 300}) {
-        const int32_t h = page_handle(page, 204, dpi);
+        const Handle h = page_handle(page, 204, dpi);
         int32_t n = 0;
         const Bytes file = save_mem(h, 29, &n);
-        IMG_delete_bitmap(h);
         ASSERT_GT(n, 128);
         Bytes want = btr_file(1, {});
         le16(want, 9, 1728);
@@ -141,11 +135,10 @@ TEST(FaxContainers, BtrWriter) {
             EXPECT_EQ(page_difference(g3topbm(Bytes(file.begin() + 128, file.end())), page), "");
         }
     }
-    const int32_t wide = page_handle(test_page(70000, 2));
+    const Handle wide = page_handle(test_page(70000, 2));
     int32_t n = 0;
     save_mem(wide, 29, &n);
     EXPECT_EQ(n, IMG_ERR_BAD_IMAGE);  // the width field is 16-bit
-    IMG_delete_bitmap(wide);
 }
 
 TEST(FaxContainers, KfxReadsGroup4AtItsDataOffset) {
@@ -220,10 +213,9 @@ TEST(FaxContainers, MagPagesAreCountedAndSelected) {
     pages.emplace_back(corpus_page(), bit_reversed(corpus_g4()));
     for (auto [w, h] : {std::pair{900u, 700u}, std::pair{2000u, 90u}}) {
         Page p = test_page(w, h);
-        const int32_t handle = page_handle(p);
+        const Handle handle = page_handle(p);
         int32_t n = 0;
         pages.emplace_back(p, save_mem(handle, 34, &n));  // raw Group 4, bit-reversed
-        IMG_delete_bitmap(handle);
         ASSERT_GT(n, 0);
     }
     for (bool moved : {false, true}) {
@@ -243,19 +235,17 @@ TEST(FaxContainers, MagPagesAreCountedAndSelected) {
         fs::remove(path);
     }
     // One page.
-    const std::string one = temp_path("one.mag");
+    const Scratch one("one.mag");
     write_file(one, mag_file({pages[1]}, false));
     EXPECT_EQ(IMGLOW_get_pages(one.c_str()), 1);
     EXPECT_EQ(take_difference(IMG_decompress_bitmap(one.c_str()), pages[1].first), "");
-    fs::remove(one);
 }
 
 TEST(FaxContainers, MagDamagedRecords) {
     Page p = test_page(64, 20);
-    const int32_t handle = page_handle(p);
+    const Handle handle = page_handle(p);
     int32_t n = 0;
     const Bytes g4 = save_mem(handle, 34, &n);
-    IMG_delete_bitmap(handle);
     const Bytes good = mag_file({{p, g4}, {p, g4}}, false);
     auto page_of = [](const Bytes& f, int32_t page) {
         const std::string path = temp_path("bad.mag");

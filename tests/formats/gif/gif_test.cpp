@@ -71,12 +71,11 @@ TEST(GifPeers, FilesOfPillowAndImageMagickDecodeToTheirPixels) {
         const std::string path = d + "/" + c.file;
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), c.frames) << c.file;
         for (int page = 0; page < c.frames; ++page) {
-            const int32_t h = IMG_decompress_bitmap_page(path.c_str(), page);
+            const Handle h = IMG_decompress_bitmap_page(path.c_str(), page);
             ASSERT_GE(h, 0) << c.file << " frame " << page;
             for (const char* tool : {"pil", "im"})
                 EXPECT_EQ(count_differences(handle_raster(h), peer_frame(path, tool, page), 3), 0u)
                     << c.file << " frame " << page << " " << tool;
-            IMG_delete_bitmap(h);
         }
     }
     // Detection names the interlaced variant by the first frame.
@@ -131,13 +130,7 @@ TEST(GifWrite, PeersReadBackEveryPixel) {
         remove_with_decodes(paths[i]);
     }
     // Depths GIF does not hold.
-    for (int bits : {1, 24}) {
-        const int32_t hb = make_handle(8, 8, bits);
-        int32_t status = 0;
-        save_mem(hb, IMG_FORMAT_GIF, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH) << bits;
-        IMG_delete_bitmap(hb);
-    }
+    for (int bits : {1, 24}) EXPECT_EQ(save_status(bits, IMG_FORMAT_GIF), IMG_ERR_DEPTH) << bits;
 }
 
 // The reader's rules on files built here, each checked against Pillow where

@@ -188,13 +188,12 @@ TEST(Ioca, PagesCountsAndOrientation) {
     }
     EXPECT_EQ(run_decoder(pages[0], kPositionIsPage | 1).status, IMG_ERR_NO_PAGE);
 
-    const std::string path = temp_path("turned.mca");
+    const Scratch path("turned.mca");
     write_file(path, document({pages[0], pages[1]}, false, 1, true));
     EXPECT_EQ(IMGLOW_get_image_orientation_page(path.c_str(), 1), 90);
     write_file(path, document({pages[0]}, false));
     EXPECT_EQ(IMGLOW_get_image_orientation(path.c_str()), 0);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 1);
-    fs::remove(path);
 }
 
 // ABIC data is refused by the decoder; the decode entry points then read
@@ -204,7 +203,7 @@ TEST(Ioca, AbicGoesToTheModule) {
     EXPECT_EQ(run_decoder(doc).status, IMG_ERR_COMPRESSION);
     IMG_unload_plugins();
     tesslin_set_plugin_dir((std::string(TESSLIN_TEST_PLUGINS) + "/abicmod").c_str());
-    const int32_t h = decode_mem(doc);
+    const Handle h = decode_mem(doc);
     tesslin_set_plugin_dir(nullptr);
     IMG_unload_plugins();
     ASSERT_GE(h, 0);
@@ -212,7 +211,6 @@ TEST(Ioca, AbicGoesToTheModule) {
     EXPECT_EQ(info.biWidth, 20);
     EXPECT_EQ(info.biHeight, 6);
     EXPECT_EQ(info.biXPelsPerMeter, 300);
-    IMG_delete_bitmap(h);
 }
 
 TEST(Ioca, DamagedFilesFailCleanly) {

@@ -33,12 +33,11 @@ TEST(JpegPipeline, DecodeEntryPointsGiveTheDecodersRows) {
         Decoded d;
         ASSERT_EQ(jpeg_decode_file(data_path(name), &d), 0);
         EXPECT_EQ(IMGLOW_get_filetype(data_path(name).c_str()), 13);
-        const int32_t h = IMG_decompress_bitmap(data_path(name).c_str());
+        const Handle h = IMG_decompress_bitmap(data_path(name).c_str());
         ASSERT_GE(h, 0);
         expect_handle_rows(h, d);
         auto* hd = reinterpret_cast<DibHeader*>(IMG_bitmap_info(h, nullptr, nullptr, nullptr));
         EXPECT_EQ(hd->biXPelsPerMeter, d.h().biXPelsPerMeter);
-        IMG_delete_bitmap(h);
     }
     EXPECT_LT(IMG_decompress_bitmap(data_path("corpus/jpeg/arithmetic.jpg").c_str()), 0);
     EXPECT_LT(IMG_decompress_bitmap(data_path("jpeg/twelve-bit.jpg").c_str()), 0);
@@ -53,10 +52,9 @@ TEST(JpegPipeline, BmpWithJpegCompression) {
     const uint32_t offset = load_le32(&bmp[10]);
     Decoded d;
     ASSERT_EQ(jpeg_decode_bytes(bmp, &d, {}, offset), 0);
-    const int32_t h = IMG_decompress_bitmap(path.c_str());
+    const Handle h = IMG_decompress_bitmap(path.c_str());
     ASSERT_GE(h, 0);
     expect_handle_rows(h, d);
-    IMG_delete_bitmap(h);
 }
 
 TEST(JpegPipeline, SaveWithCodeThirteen) {
@@ -64,7 +62,7 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
     IMGLOW_set_comp_quality(75);
     const Raster photo = read_netpbm(data_path("corpus/refs/b8d8b9b4501bf26d.ppm"));
     ASSERT_GT(photo.width, 0);
-    const int32_t h = IMG_create_handle_keep(dib_from_pnm(photo));
+    const Handle h = IMG_create_handle_keep(dib_from_pnm(photo));
     ASSERT_GE(h, 0);
     const std::string by_code = temp_path("save13.jpg"), by_name = temp_path("byname.jpg");
     ASSERT_EQ(IMG_save_bitmap(h, by_code.c_str(), 13), 0);
@@ -79,7 +77,7 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
     EXPECT_EQ(0, std::memcmp(block, a.data(), a.size()));
     tesslin_block_free(block);
     // Back through the library: close to the source.
-    const int32_t back = IMG_decompress_bitmap(by_code.c_str());
+    const Handle back = IMG_decompress_bitmap(by_code.c_str());
     ASSERT_GE(back, 0);
     Bytes rgb;
     for (int r = 0; r < photo.height; ++r) {
@@ -88,7 +86,6 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
             for (int c = 2; c >= 0; --c) rgb.push_back(row[size_t(3 * x + c)]);
     }
     EXPECT_GE(psnr(rgb, photo.px), 30.0);
-    IMG_delete_bitmap(back);
 
     // A crop rectangle is what gets written.
     IMG_set_croprect(h, 10, 20, 50, 30);
@@ -97,20 +94,16 @@ TEST(JpegPipeline, SaveWithCodeThirteen) {
     ASSERT_EQ(jpeg_decode_file(by_code, &cropped), 0);
     EXPECT_EQ(cropped.h().biWidth, 50);
     EXPECT_EQ(cropped.h().biHeight, 30);
-    IMG_delete_bitmap(h);
 
     // 16-bit images are refused, 32-bit ones come back as four channels.
-    const int32_t deep = make_handle(8, 8, 16);
+    const Handle deep = make_handle(8, 8, 16);
     EXPECT_EQ(IMG_save_bitmap(deep, by_code.c_str(), 13), IMG_ERR_DEPTH);
-    IMG_delete_bitmap(deep);
-    const int32_t four = make_handle(24, 16, 32);
+    const Handle four = make_handle(24, 16, 32);
     ASSERT_EQ(IMG_save_bitmap(four, by_code.c_str(), 13), 0);
-    const int32_t four_back = IMG_decompress_bitmap(by_code.c_str());
+    const Handle four_back = IMG_decompress_bitmap(by_code.c_str());
     int32_t bits = 0;
     IMG_bitmap_info(four_back, nullptr, nullptr, &bits);
     EXPECT_EQ(bits, 32);
-    IMG_delete_bitmap(four_back);
-    IMG_delete_bitmap(four);
     std::memcpy(settings().jpeg_luma, saved.jpeg_luma, 64);
     std::memcpy(settings().jpeg_chroma, saved.jpeg_chroma, 64);
 }

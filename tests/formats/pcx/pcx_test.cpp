@@ -98,10 +98,9 @@ TEST(PcxPeers, FilesOfPillowAndImageMagickDecodeToTheirPixels) {
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), c.code) << c.file;
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), c.pages) << c.file;
         for (int page = 0; page < c.pages; ++page) {
-            const int32_t h = IMG_decompress_bitmap_page(path.c_str(), page);
+            const Handle h = IMG_decompress_bitmap_page(path.c_str(), page);
             ASSERT_GE(h, 0) << c.file << " page " << page;
             const Raster ours = handle_raster(h);
-            IMG_delete_bitmap(h);
             // Pillow takes every DCX page's 256 colours from the end of the file.
             if (c.pages == 1) {
                 EXPECT_EQ(count_differences(ours, peer_frame(path, "pil", page), 3), 0u) << c.file << " " << page;
@@ -120,18 +119,16 @@ TEST(PcxWrite, PeersReadBackEveryPage) {
     const Case cases[] = {{45, 31, 1}, {45, 31, 4}, {300, 111, 8}, {33, 20, 24}, {1, 1, 8}};
     std::vector<std::string> paths;
     std::vector<int32_t> handles;
-    const std::string dcx = temp_path("written.dcx");
-    fs::remove(dcx);
+    const Scratch dcx("written.dcx");
     for (const Case& c : cases) {
         handles.push_back(random_image(c.w, c.h, c.bits, uint32_t(c.w + c.bits)));
         paths.push_back(temp_path("written" + std::to_string(paths.size()) + ".pcx"));
         ASSERT_EQ(IMG_save_bitmap(handles.back(), paths.back().c_str(), IMG_FORMAT_PCX), 0);
         ASSERT_EQ(IMG_save_bitmap(handles.back(), dcx.c_str(), IMG_FORMAT_DCX), 0);
-        const int32_t back = IMG_decompress_bitmap(paths.back().c_str());
+        const Handle back = IMG_decompress_bitmap(paths.back().c_str());
         ASSERT_GE(back, 0);
         EXPECT_EQ(count_differences(handle_raster(back), handle_raster(handles.back()), 3), 0u) << c.bits;
         EXPECT_EQ(info_of(back).biBitCount, c.bits);
-        IMG_delete_bitmap(back);
     }
     // The table: the first page right behind 100 entries, then increasing
     // offsets, then zeros.
@@ -167,20 +164,12 @@ TEST(PcxWrite, RunsDepthsAndFailedAppends) {
     ASSERT_EQ(file.size(), 128u + 10 + 769);
     EXPECT_EQ(Bytes(file.begin() + 128, file.begin() + 138), (Bytes{0xFF, 7, 0xFF, 7, 0xFF, 7, 0xCB, 7, 0xC1, 0xC5}));
     EXPECT_EQ(file[file.size() - 769], 0x0C);
-    for (int bits : {16, 32}) {
-        const int32_t deep = make_handle(4, 4, bits);
-        int32_t status = 0;
-        save_mem(deep, IMG_FORMAT_PCX, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH);
-        save_mem(deep, IMG_FORMAT_DCX, &status);
-        EXPECT_EQ(status, IMG_ERR_DEPTH);
-        IMG_delete_bitmap(deep);
-    }
+    for (int bits : {16, 32})
+        for (int32_t code : {IMG_FORMAT_PCX, IMG_FORMAT_DCX}) EXPECT_EQ(save_status(bits, code), IMG_ERR_DEPTH) << bits;
 
     // An append whose rows fail half way, and an append to a table with no
     // free entry left: the file stays byte for byte as it was.
-    const std::string path = temp_path("append.dcx");
-    fs::remove(path);
+    const Scratch path("append.dcx");
     ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), 0);
     ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), 0);
     const Bytes before = read_file(path);
@@ -200,7 +189,6 @@ TEST(PcxWrite, RunsDepthsAndFailedAppends) {
     EXPECT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), IMG_ERR_UNSUPPORTED);
     EXPECT_EQ(read_file(path), full);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 99);
-    fs::remove(path);
     IMG_delete_bitmap(h);
 }
 

@@ -72,8 +72,7 @@ Raster render(const std::string& pdf, int page, int x, int y, int w, int h) {
 
 TEST(Pdf, ThreeSavesMakeOneDocumentPeersRead) {
     if (!have_poppler() || !have_tool("qpdf")) GTEST_SKIP() << "poppler-utils or qpdf missing";
-    const std::string pdf = temp_path("three.pdf");
-    fs::remove(pdf);
+    const Scratch pdf("three.pdf");
     const int32_t bilevel = bilevel_handle(333, 211);
     const Raster bilevel_px = handle_raster(bilevel);
     const int32_t colour = colour_handle(160, 120), grey = grey_handle(100, 80);
@@ -84,22 +83,22 @@ TEST(Pdf, ThreeSavesMakeOneDocumentPeersRead) {
 
     EXPECT_EQ(pdf_pages(pdf), 3);
     std::string out;
-    EXPECT_TRUE(run("qpdf --check '" + pdf + "'", &out)) << out;
+    EXPECT_TRUE(run("qpdf --check '" + pdf.path + "'", &out)) << out;
     EXPECT_NE(out.find("No syntax or stream encoding errors"), std::string::npos) << out;
     // page num type width height color comp bpc enc
-    ASSERT_TRUE(run("pdfimages -list '" + pdf + "'", &out));
+    ASSERT_TRUE(run("pdfimages -list '" + pdf.path + "'", &out));
     EXPECT_TRUE(std::regex_search(out, std::regex("1 +0 image +333 +211 +gray +1 +1 +ccitt"))) << out;
     EXPECT_TRUE(std::regex_search(out, std::regex("2 +1 image +160 +120 +rgb +3 +8 +jpeg"))) << out;
     EXPECT_TRUE(std::regex_search(out, std::regex("3 +2 image +100 +80 +gray +1 +8 +jpeg"))) << out;
 
     // The bilevel page comes back exactly; the others closely, rendered.
     const std::string prefix = temp_path("extract");
-    ASSERT_TRUE(run("pdfimages -f 1 -l 1 '" + pdf + "' '" + prefix + "'"));
+    ASSERT_TRUE(run("pdfimages -f 1 -l 1 '" + pdf.path + "' '" + prefix + "'"));
     EXPECT_EQ(count_differences(read_netpbm(prefix + "-000.pbm"), bilevel_px, 3), 0u);
     fs::remove(prefix + "-000.pbm");
     EXPECT_GT(psnr(render(pdf, 2, 226, 336, 160, 120), colour_px), 30);
     EXPECT_GT(psnr(render(pdf, 3, 256, 356, 100, 80), grey_px), 30);
-    EXPECT_TRUE(run("pdftoppm -r 20 '" + pdf + "' '" + prefix + "'"));
+    EXPECT_TRUE(run("pdftoppm -r 20 '" + pdf.path + "' '" + prefix + "'"));
     for (int p = 1; p <= 3; ++p) {
         const std::string page = prefix + "-" + std::to_string(p) + ".ppm";
         EXPECT_TRUE(fs::exists(page)) << page;
@@ -113,7 +112,6 @@ TEST(Pdf, ThreeSavesMakeOneDocumentPeersRead) {
     EXPECT_NE(text.find("/Root 15 0 R"), std::string::npos);
     EXPECT_NE(text.find("xref\r\n0 22\r\n0000000000 65535 f\r\n"), std::string::npos);
     EXPECT_EQ(text.rfind("%%EOF\r\n"), text.size() - 7);
-    fs::remove(pdf);
 }
 
 TEST(Pdf, PlacementOnThePage) {
@@ -130,10 +128,9 @@ TEST(Pdf, PlacementOnThePage) {
     };
     for (const Case& c : cases) {
         IMGLOW_set_pdf_output(c.page_w, c.page_h);
-        const int32_t h = bilevel_handle(c.w, c.h);
+        const Handle h = bilevel_handle(c.w, c.h);
         int32_t n = 0;
         const std::string text = text_of(save_mem(h, IMG_FORMAT_PDF, &n));
-        IMG_delete_bitmap(h);
         ASSERT_GT(n, 0);
         EXPECT_NE(text.find("stream\r\n" + std::string(c.cm) + "\r\n/Quor0 Do\r\nendstream"),
                   std::string::npos)
@@ -191,14 +188,12 @@ TEST(Pdf, CmykRendersTheRightWayRound) {
             p[3] = x < 32 ? 0 : 255;  // left half paper, right half black
         }
     });
-    const std::string pdf = temp_path("cmyk.pdf");
-    fs::remove(pdf);
+    const Scratch pdf("cmyk.pdf");
     ASSERT_EQ(save(h, pdf), 0);
     const Raster r = render(pdf, 1, 274, 380, 64, 32);
     ASSERT_EQ(r.width, 64);
     EXPECT_GT(r.at(8, 16)[0], 240);
     EXPECT_LT(r.at(56, 16)[0], 40);
-    fs::remove(pdf);
 }
 
 // A failed append leaves the document as it was: a progress callback that
@@ -221,8 +216,7 @@ struct HookFile {
 int32_t cancel_at_row_40(intptr_t, int32_t, int32_t row, uint32_t) { return row == 40 ? -77 : 0; }
 
 TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
-    const std::string pdf = temp_path("keep.pdf");
-    fs::remove(pdf);
+    const Scratch pdf("keep.pdf");
     ASSERT_EQ(save(bilevel_handle(300, 200), pdf), 0);
     ASSERT_EQ(save(colour_handle(120, 90), pdf), 0);
     const Bytes before = read_file(pdf);
@@ -230,7 +224,7 @@ TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
     enum Mode { kCancel, kFileLimit, kHooks };
     for (Mode mode : {kCancel, kFileLimit, kHooks}) {
         for (off_t growth : {off_t(100), off_t(3000)}) {
-            const int32_t page = mode == kCancel ? colour_handle(200, 100) : bilevel_handle(900, 700);
+            const Handle page = mode == kCancel ? colour_handle(200, 100) : bilevel_handle(900, 700);
             int32_t r = 0;
             if (mode == kCancel) {
                 IMG_set_statusbar(0, cancel_at_row_40, 1);
@@ -256,13 +250,12 @@ TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
                 ::close(HookFile::fd);
                 EXPECT_EQ(r, IMG_ERR_WRITE);
             }
-            IMG_delete_bitmap(page);
             Bytes after = read_file(pdf);
             // Hooks cannot cut a file: only the old bytes are put back.
             if (mode == kHooks) {
                 EXPECT_LE(after.size(), before.size() + size_t(growth));
                 after.resize(std::min(after.size(), before.size()));
-                if (fs::file_size(pdf) > before.size()) fs::resize_file(pdf, before.size());
+                if (fs::file_size(pdf.path) > before.size()) fs::resize_file(pdf.path, before.size());
             }
             EXPECT_TRUE(after == before) << "mode " << mode << ", growth " << growth;
         }
@@ -272,7 +265,6 @@ TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
     if (have_tool("pdfinfo")) {
         EXPECT_EQ(pdf_pages(pdf), 3);
     }
-    fs::remove(pdf);
 }
 
 // Existing files that are not this writer's documents: overwritten as new
@@ -336,9 +328,8 @@ TEST(Pdf, EverySaveIntoMemoryIsANewDocument) {
     std::memset(block, 0, size);
     int32_t n[2] = {};
     for (int32_t& written : n) {
-        const int32_t h = bilevel_handle(200, 100);
+        const Handle h = bilevel_handle(200, 100);
         written = IMG_save_bitmap_mem(h, block, IMG_FORMAT_PDF);
-        IMG_delete_bitmap(h);
     }
     ASSERT_GT(n[0], 0);
     EXPECT_EQ(n[1], n[0]);
@@ -350,23 +341,20 @@ TEST(Pdf, EverySaveIntoMemoryIsANewDocument) {
 }
 
 TEST(Pdf, RefusedImagesLeaveNothingBehind) {
-    const std::string pdf = temp_path("refused.pdf");
-    fs::remove(pdf);
-    const int32_t deep = make_handle(16, 16, 16);
+    const Scratch pdf("refused.pdf");
+    const Handle deep = make_handle(16, 16, 16);
     EXPECT_EQ(IMG_save_bitmap(deep, pdf.c_str(), IMG_FORMAT_PDF), IMG_ERR_DEPTH);
-    IMG_delete_bitmap(deep);
-    EXPECT_FALSE(fs::exists(pdf));
+    EXPECT_FALSE(fs::exists(pdf.path));
 
     DibHeader odd = dib_header(16, 16, 7);
     auto supply = [](intptr_t, uint8_t*, int32_t, uint32_t) -> int32_t { return 0; };
     void* block = tesslin_block_alloc(4096);
     EXPECT_EQ(IMGLOW_save_bitmap_mem(block, &odd, IMG_FORMAT_PDF, supply, 0), IMG_ERR_DEPTH);
     IMGLOW_set_pdf_output(0, 792);
-    const int32_t h = bilevel_handle(16, 16);
+    const Handle h = bilevel_handle(16, 16);
     EXPECT_EQ(IMG_save_bitmap(h, pdf.c_str(), IMG_FORMAT_PDF), IMG_ERR_BAD_IMAGE);
     IMGLOW_set_pdf_output(612, 792);
-    IMG_delete_bitmap(h);
-    EXPECT_FALSE(fs::exists(pdf));
+    EXPECT_FALSE(fs::exists(pdf.path));
     tesslin_block_free(block);
 }
 

@@ -127,11 +127,11 @@ TEST(PngWriter, PeersReadOurFilesBackIdentically) {
         SCOPED_TRACE(testing::Message() << bits << " bits");
         const Image im = random_image(77, 21, bits, uint32_t(bits + 40));
         int32_t status = 0;
-        const std::string path = temp_path("png_peer.png");
+        const Scratch path("png_peer.png");
         write_file(path, png_write(im, &status));
         ASSERT_EQ(status, 0);
         if (pngcheck) {
-            EXPECT_TRUE(run("pngcheck -q " + path));
+            EXPECT_TRUE(run("pngcheck -q " + path.path));
         }
         if (!have_pillow()) continue;
         const Raster got = pillow(path, bits == 32 ? "RGBA" : bits == 1 ? "L" : bits == 16 ? "I;16" : "RGB");
@@ -150,6 +150,5 @@ TEST(PngWriter, PeersReadOurFilesBackIdentically) {
                 }
         }
         EXPECT_EQ(count_differences(got, want, want.channels), 0u);
-        fs::remove(path);
     }
 }

@@ -89,10 +89,9 @@ TEST(PostScript, GhostscriptRendersEveryVariant) {
     for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,
                      IMG_FORMAT_PS_FILTERED})
         for (int bits : {1, 4, 8, 24}) {
-            const int32_t handle = image(bits);
+            const Handle handle = image(bits);
             int32_t n = 0;
             outputs.push_back({code, bits, handle_raster(handle), save_mem(handle, code, &n)});
-            IMG_delete_bitmap(handle);
             ASSERT_GT(n, 0) << code << "/" << bits;
         }
     for (bool eps : {true, false}) {
@@ -173,17 +172,15 @@ TEST(PostScript, EpsWithTiffPreview) {
     void* fax = make_dib(408, 196, 1);
     reinterpret_cast<DibHeader*>(fax)->biXPelsPerMeter = 204;
     reinterpret_cast<DibHeader*>(fax)->biYPelsPerMeter = 98;
-    const int32_t fax_handle = IMG_create_handle_keep(fax);
+    const Handle fax_handle = IMG_create_handle_keep(fax);
     for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_LEVEL2_G4}) {
         const std::string fax_text = text_of(save_mem(fax_handle, code));
         EXPECT_NE(fax_text.find("%%BoundingBox: 0 0 144 144\r\n"), std::string::npos) << code;
     }
-    IMG_delete_bitmap(fax_handle);
 
     // An 8-bit palette: 256 six-digit entries, sixteen a line.
-    const int32_t pal = image(8);
+    const Handle pal = image(8);
     const std::string text = text_of(save_mem(pal, IMG_FORMAT_EPS));
-    IMG_delete_bitmap(pal);
     EXPECT_TRUE(std::regex_search(text, std::regex("/pal <\r\n(([0-9A-F]{6} ){15}[0-9A-F]{6}\r\n){16}> def\r\n")));
     EXPECT_NE(text.find("%!PS-Adobe-3.0 EPSF-3.0"), std::string::npos);
 }
@@ -192,9 +189,8 @@ TEST(PostScript, EpsWithTiffPreview) {
 // the "image" line.
 TEST(PostScript, Level2CountsItsData) {
     for (int code : {IMG_FORMAT_EPS_LEVEL2_G4, IMG_FORMAT_EPS_LEVEL2_RLE}) {
-        const int32_t h = image(1, 300, 200);
+        const Handle h = image(1, 300, 200);
         const std::string text = text_of(save_mem(h, code));
-        IMG_delete_bitmap(h);
         const size_t from = text.find("\r\nimage\r\n") + 9, to = text.find("%%\r\n", from);
         ASSERT_NE(to, std::string::npos);
         std::smatch m;
@@ -210,17 +206,12 @@ TEST(PostScript, Level2CountsItsData) {
 }
 
 TEST(PostScript, Separation) {
-    const int32_t rgb = image(24);
-    int32_t status = 0;
-    save_mem(rgb, IMG_FORMAT_EPS_SEPARATION, &status);
-    IMG_delete_bitmap(rgb);
-    EXPECT_EQ(status, IMG_ERR_DEPTH);
+    EXPECT_EQ(save_status(24, IMG_FORMAT_EPS_SEPARATION), IMG_ERR_DEPTH);
 
     const int32_t w = 40, h = 12;
-    const int32_t cmyk = with_dpi(make_dib(w, h, 32));
+    const Handle cmyk = with_dpi(make_dib(w, h, 32));
     const Raster want = handle_raster(cmyk);  // red, green, blue, fourth byte = bytes 2, 1, 0, 3
     const Bytes file = save_mem(cmyk, IMG_FORMAT_EPS_SEPARATION);
-    IMG_delete_bitmap(cmyk);
     ASSERT_GT(file.size(), 32u);
     const std::string text = text_of(file);
     const uint32_t tiff_at = le32_at(file, 20), tiff_len = le32_at(file, 24);
@@ -253,7 +244,7 @@ TEST(PostScript, Separation) {
         }
     }
     if (have_pillow()) {
-        const std::string tif = temp_path("separation.tif");
+        const Scratch tif("separation.tif");
         write_file(tif, Bytes(file.begin() + tiff_at, file.end()));
         const Raster preview = pillow(tif, "CMYK");
         ASSERT_EQ(preview.width, w);
@@ -262,20 +253,18 @@ TEST(PostScript, Separation) {
             for (int32_t x = 0; x < w; ++x)
                 for (int c = 0; c < 4; ++c) wrong += preview.at(x, y)[c] != want.at(x, y)[sample_of[c]];
         EXPECT_EQ(wrong, 0u);
-        fs::remove(tif);
     }
 }
 
 TEST(PostScript, RefusedDepthsLeaveNothingBehind) {
     const std::string eps = temp_path("refused.eps");
-    const int32_t deep = make_handle(16, 16, 16);
+    const Handle deep = make_handle(16, 16, 16);
     for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_SEPARATION, IMG_FORMAT_EPS_LEVEL2_RLE,
                      IMG_FORMAT_EPS_LEVEL2_G4, IMG_FORMAT_PS_FILTERED}) {
         fs::remove(eps);
         EXPECT_EQ(IMG_save_bitmap(deep, eps.c_str(), code), IMG_ERR_DEPTH) << code;
         EXPECT_FALSE(fs::exists(eps)) << code;
     }
-    IMG_delete_bitmap(deep);
 }
 
 }  // namespace

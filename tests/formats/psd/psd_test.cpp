@@ -93,14 +93,13 @@ TEST(PsdRead, EveryModeDecodesAsImageMagickOrPillowShowsIt) {
         if (c.make) {
             ASSERT_TRUE(run("/usr/bin/convert '" + png + "' " + c.make + " '" + path + "'"));
         }
-        const int32_t h = IMG_decompress_bitmap(path.c_str());
+        const Handle h = IMG_decompress_bitmap(path.c_str());
         ASSERT_GE(h, 0);
         EXPECT_EQ(info_of(h).biBitCount, c.bits);
         const std::string mode = c.pillow_mode ? c.pillow_mode : "";
         const Raster ours = mode == "CMYK" ? cmyk_of(h) : handle_raster(h);
         const Raster ref = c.pillow_mode ? pillow(path, mode) : magick(path, ours.channels);
         EXPECT_EQ(count_differences(ours, ref, ours.channels), 0u);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -114,10 +113,9 @@ TEST(PsdRead, LabIsCloseToImageMagicksConversion) {
     ASSERT_TRUE(run("/usr/bin/python3 '" + data_path("raster/make_psd.py") + "' '" + dir.path + "'"));
     for (const char* file : {"lab.psd", "lab-alpha.psd"}) {
         SCOPED_TRACE(file);
-        const int32_t h = IMG_decompress_bitmap((dir / file).c_str());
+        const Handle h = IMG_decompress_bitmap((dir / file).c_str());
         ASSERT_GE(h, 0);
         EXPECT_GT(psnr(handle_raster(h), magick(dir / file, 3, "-colorspace sRGB")), 20.0);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -210,14 +208,13 @@ TEST(PsdWrite, ImageMagickReadsBackWhatWeWrite) {
         if (c.bits == 8)
             for (int i = 0; i < 256; ++i) dib_palette(dib)[i] = RgbQuad{uint8_t(i * 5), uint8_t(i), uint8_t(255 - i), 0};
         if (c.alpha) static_cast<DibHeader*>(dib)->biCompression = IMG_COMPRESSION_ALPHA;
-        const int32_t h = IMG_create_handle_keep(dib);
+        const Handle h = IMG_create_handle_keep(dib);
         const std::string path = temp_path("out.psd");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_PSD), 0);
         EXPECT_EQ(load_be16(&read_file(path)[24]), c.mode);
         const Raster ours = c.mode == 4 ? cmyk_of(h) : handle_raster(h);
         const Raster ref = c.pillow_mode ? pillow(path, c.pillow_mode) : magick(path, ours.channels);
         EXPECT_EQ(count_differences(ours, ref, ours.channels), 0u);
-        IMG_delete_bitmap(h);
         fs::remove(path);
     }
     for (int bits : {4, 16}) EXPECT_EQ(save_status(bits, IMG_FORMAT_PSD), IMG_ERR_DEPTH) << bits;

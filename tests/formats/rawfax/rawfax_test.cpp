@@ -58,7 +58,7 @@ TEST(FaxRaw, OtherModesReadUnalignedModifiedHuffman) {
 // EOFB, or the end of the data, whatever follows.
 TEST(FaxRaw, HeightZeroStopsAtTheEndOfThePage) {
     const Page page = test_page(1728, 1100);
-    const int32_t h = page_handle(page);
+    const Handle h = page_handle(page);
     for (int32_t code : {53, 52}) {
         int32_t n = 0;
         Bytes data = save_mem(h, code, &n);
@@ -68,7 +68,6 @@ TEST(FaxRaw, HeightZeroStopsAtTheEndOfThePage) {
         data.insert(data.end(), 300, 0xA5);
         EXPECT_EQ(take_difference(fax_from_bytes(data, 1728, 0, code == 53 ? 3 : 4, 1), page), "") << code;
     }
-    IMG_delete_bitmap(h);
     if (!have_tool("pbmtog3")) GTEST_SKIP() << "netpbm is not installed";
     const std::string pbm = temp_path("rtc.pbm"), g3 = temp_path("rtc.g3");
     write_file(pbm, pbm_bytes(page));
@@ -88,7 +87,7 @@ TEST(FaxRaw, HeightZeroStopsAtTheEndOfThePage) {
 // our own decoder; 34 is 52 bit-reversed, 33 is 53 bit-reversed.
 TEST(FaxRaw, WritersProduceStreamsOtherToolsRead) {
     const Page page = test_page(1701, 333);
-    const int32_t h = page_handle(page);
+    const Handle h = page_handle(page);
     Bytes out[4];
     const int32_t codes[4] = {33, 53, 34, 52}, modes[4] = {3, 3, 4, 4}, fills[4] = {2, 1, 2, 1};
     for (int i = 0; i < 4; ++i) {
@@ -100,7 +99,6 @@ TEST(FaxRaw, WritersProduceStreamsOtherToolsRead) {
             EXPECT_EQ(page_difference(libtiff_decode(1701, 333, 4, uint32_t(fills[i]), 333, {out[i]}), page), "");
         }
     }
-    IMG_delete_bitmap(h);
     EXPECT_EQ(out[0], bit_reversed(out[1]));
     EXPECT_EQ(out[2], bit_reversed(out[3]));
     if (!have_tool("g3topbm")) GTEST_SKIP() << "netpbm is not installed";
@@ -144,7 +142,7 @@ TEST(FaxRaw, AbicModesUseTheModule) {
     Page want = blank_page(20, 6);
     for (uint32_t y = 0; y < 6; ++y) want.set_black(0, y + 1, y);
     EXPECT_EQ(take_difference(fax_from_bytes(data, 20, 6, 5, 1), want), "");
-    const int32_t g = fax_from_bytes(data, 10, 3, 6, 1);
+    const Handle g = fax_from_bytes(data, 10, 3, 6, 1);
     ASSERT_GE(g, 0);
     const DibHeader info = info_of(g);
     EXPECT_EQ(info.biBitCount, 4);
@@ -158,7 +156,6 @@ TEST(FaxRaw, AbicModesUseTheModule) {
             EXPECT_EQ((x & 1) ? row[size_t(x) / 2] & 15 : row[size_t(x) / 2] >> 4, v) << x << "," << y;
         }
     }
-    IMG_delete_bitmap(g);
     IMG_unload_plugins();
     tesslin_set_plugin_dir(nullptr);
 }

@@ -105,12 +105,11 @@ TEST(SunRasterRead, FilesOfEveryKindDecodeAsImageMagickShowsThem) {
         std::string name = e.path().filename();
         if (e.path().extension() != ".ras") continue;
         SCOPED_TRACE(name);
-        const int32_t h = IMG_decompress_bitmap(e.path().c_str());
+        const Handle h = IMG_decompress_bitmap(e.path().c_str());
         ASSERT_GE(h, 0);
         if (name == "rle24.ras") name = "plain24.ras";
         if (const size_t at = name.find("-rle"); at != std::string::npos) name.erase(at, 4);
         EXPECT_EQ(count_differences(handle_raster(h), magick(dir / name), 3), 0u);
-        IMG_delete_bitmap(h);
         ++files;
     }
     EXPECT_EQ(files, 14u);
@@ -155,7 +154,7 @@ TEST(SunRasterWrite, ImageMagickAndPillowReadBackWhatWeWrite) {
         void* dib = make_dib(37, 23, bits);
         for (int i = 0; i < (bits == 4 ? 16 : bits == 8 ? 256 : 0); ++i)
             dib_palette(dib)[i] = RgbQuad{uint8_t(i * 3), uint8_t(255 - i), uint8_t(i * 7), 0};
-        const int32_t h = IMG_create_handle_keep(dib);
+        const Handle h = IMG_create_handle_keep(dib);
         const std::string path = temp_path("out.ras");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_SUN_RASTER), 0);
         const Bytes file = read_file(path);
@@ -165,7 +164,6 @@ TEST(SunRasterWrite, ImageMagickAndPillowReadBackWhatWeWrite) {
         const Raster ours = handle_raster(h);
         EXPECT_EQ(count_differences(ours, magick(path), 3), 0u);
         EXPECT_EQ(count_differences(ours, pillow(path, "RGB"), 3), 0u);
-        IMG_delete_bitmap(h);
         fs::remove(path);
     }
     for (int bits : {16, 32}) EXPECT_EQ(save_status(bits, IMG_FORMAT_SUN_RASTER), IMG_ERR_DEPTH) << bits;

@@ -42,11 +42,10 @@ TEST(TargaRead, EveryKindOfFileDecodesAsImageMagickShowsIt) {
     for (const auto& e : fs::directory_iterator(dir.path)) {
         const std::string name = e.path().filename();
         SCOPED_TRACE(name);
-        const int32_t h = IMG_decompress_bitmap(e.path().c_str());
+        const Handle h = IMG_decompress_bitmap(e.path().c_str());
         ASSERT_GE(h, 0);
         const Raster ours = handle_raster(h);
         const int channels = ours.channels;  // 4 for 32-bit files
-        IMG_delete_bitmap(h);
         const Raster ref = magick(e.path(), channels);
         ASSERT_FALSE(ref.px.empty());
         if (name.find("16") != std::string::npos || name.find("15") != std::string::npos)
@@ -125,8 +124,8 @@ TEST(TargaWrite, ImageMagickReadsBackWhatWeWrite) {
         if (c.colour_palette)
             for (int i = 0; i < 256; ++i) dib_palette(dib)[i] = RgbQuad{uint8_t(i), uint8_t(i * 3), uint8_t(255 - i), 0};
         if (c.bits == 32) static_cast<DibHeader*>(dib)->biCompression = IMG_COMPRESSION_ALPHA;
-        const int32_t h = IMG_create_handle_keep(dib);
-        const std::string path = temp_path("out.tga");
+        const Handle h = IMG_create_handle_keep(dib);
+        const Scratch path("out.tga");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), c.code), 0);
         const Bytes file = read_file(path);
         EXPECT_EQ(file[2], c.type);
@@ -142,8 +141,6 @@ TEST(TargaWrite, ImageMagickReadsBackWhatWeWrite) {
             EXPECT_EQ(field_differences(ours, ref), 0u);
         else
             EXPECT_EQ(count_differences(ours, ref, ours.channels), 0u);
-        IMG_delete_bitmap(h);
-        fs::remove(path);
     }
 }
 

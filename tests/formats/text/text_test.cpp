@@ -89,7 +89,7 @@ TEST(Text, PagesOfTheDefaultLetterPage) {
     for (const std::string& l : prose(70)) body += l + "\n";
     const std::string path = text_file("seventy.txt", body);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 2);
-    const int32_t h = IMG_import_ascii(path.c_str(), 0);
+    const Handle h = IMG_import_ascii(path.c_str(), 0);
     ASSERT_GE(h, 0);
     int32_t w = 0, ht = 0, bits = 0;
     IMG_bitmap_info(h, &w, &ht, &bits);
@@ -107,7 +107,7 @@ TEST(Text, PagesOfTheDefaultLetterPage) {
 
     // tesseract reads the words back in order.
     if (!have_tool("tesseract")) GTEST_SKIP() << "tesseract missing";
-    const std::string pbm = temp_path("page1.pbm");
+    const Scratch pbm("page1.pbm");
     std::string head = "P4\n1700 2200\n";
     Bytes data(head.begin(), head.end());
     for (int32_t y = 0; y < 2200; ++y) {
@@ -116,7 +116,7 @@ TEST(Text, PagesOfTheDefaultLetterPage) {
     }
     write_file(pbm, data);
     std::string said;
-    ASSERT_TRUE(run("OMP_THREAD_LIMIT=1 tesseract '" + pbm + "' stdout --dpi 200 --psm 6 2>/dev/null", &said));
+    ASSERT_TRUE(run("OMP_THREAD_LIMIT=1 tesseract '" + pbm.path + "' stdout --dpi 200 --psm 6 2>/dev/null", &said));
     std::vector<std::string> read_back;
     std::stringstream rs(said);
     for (std::string word; rs >> word;) read_back.push_back(word);
@@ -145,9 +145,7 @@ TEST(Text, PagesOfTheDefaultLetterPage) {
     const size_t matched = size_t(lcs[typed.size()][read_back.size()]);
     EXPECT_GE(matched * 100, typed.size() * 95) << matched << " of " << typed.size() << " words:\n" << said;
     std::printf("tesseract: %zu of %zu words in order on page 1 (%d lines)\n", matched, typed.size(), lines);
-    fs::remove(pbm);
     fs::remove(path);
-    IMG_delete_bitmap(h);
 }
 
 TEST(Text, TabsMarginsAndStyles) {
@@ -172,12 +170,11 @@ TEST(Text, TabsMarginsAndStyles) {
     EXPECT_TRUE(same_page("ab\r\ncd\f\nefgh\nlast", "ab\ncd\nefgh\n"));
 
     // A 100-character line is cut at the right margin: ink right up to it.
-    const int32_t long_line = page_of(std::string(100, 'W') + "\n");  // ("MM" would be TIFF)
+    const Handle long_line = page_of(std::string(100, 'W') + "\n");  // ("MM" would be TIFF)
     ASSERT_GE(long_line, 0);
     const Ink cut = ink(long_line);
     EXPECT_GT(cut.columns[1495], 0);
     EXPECT_EQ(cut.columns[1500], 0);
-    IMG_delete_bitmap(long_line);
 
     // Bold inks more; italic leans (ink reaches further right on the line).
     const std::string body = "Hamburgefonstiv lll 0123\n";

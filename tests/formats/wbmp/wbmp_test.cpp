@@ -18,7 +18,7 @@ TEST(WbmpRead, ImageMagickFilesDecodeAsItShowsThem) {
         const std::string path = dir / (std::string(size) + ".wbmp");
         ASSERT_TRUE(run(std::string("/usr/bin/convert -size ") + size +
                         " xc:gray50 -seed 7 +noise Random -threshold 50% -monochrome 'WBMP:" + path + "'"));
-        const int32_t h = IMG_decompress_bitmap(path.c_str());
+        const Handle h = IMG_decompress_bitmap(path.c_str());
         if (std::string(size) == "321x9") {
             // Wider than detection takes a WBMP to be: not recognised.
             EXPECT_EQ(h, IMG_ERR_UNSUPPORTED);
@@ -29,7 +29,6 @@ TEST(WbmpRead, ImageMagickFilesDecodeAsItShowsThem) {
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), IMG_FORMAT_WBMP);
         EXPECT_EQ(count_differences(handle_raster(h), magick(path), 3), 0u);
         EXPECT_EQ(info_of(h).biXPelsPerMeter, 72);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -64,7 +63,7 @@ TEST(WbmpWrite, MultiByteSizesAndReadBack) {
                  {20000, {0, 0, 0x81, 0x9C, 0x20, 0x05}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.width);
-        const int32_t h = make_handle(c.width, 5, 1);
+        const Handle h = make_handle(c.width, 5, 1);
         const std::string path = temp_path("out.wbmp");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_WBMP), 0);
         const Bytes file = read_file(path);
@@ -73,7 +72,6 @@ TEST(WbmpWrite, MultiByteSizesAndReadBack) {
         const Raster ours = handle_raster(h);
         const Raster back = c.width < 16000 ? magick(path) : decode_with(wbmp::decode, file).raster();
         EXPECT_EQ(count_differences(ours, back, 3), 0u);
-        IMG_delete_bitmap(h);
         fs::remove(path);
     }
     EXPECT_EQ(save_status(8, IMG_FORMAT_WBMP), IMG_ERR_DEPTH);

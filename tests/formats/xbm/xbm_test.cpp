@@ -42,12 +42,10 @@ TEST(XbmWrite, ImageMagickReadsBackWhatWeWrite) {
     if (!have_magick()) GTEST_SKIP() << "needs ImageMagick";
     for (int32_t width : {1, 13, 64, 203}) {
         SCOPED_TRACE(width);
-        const int32_t h = make_handle(width, 17, 1);
-        const std::string path = temp_path("out.xbm");
+        const Handle h = make_handle(width, 17, 1);
+        const Scratch path("out.xbm");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_XBM), 0);
         EXPECT_EQ(count_differences(handle_raster(h), magick(path), 3), 0u);
         EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), IMG_FORMAT_XBM);
-        IMG_delete_bitmap(h);
-        fs::remove(path);
     }
 }

@@ -46,12 +46,10 @@ TEST(XpmWrite, ImageMagickReadsBackWhatWeWrite) {
         void* dib = make_dib(29, 11, bits);
         for (int i = 0; i < (bits == 1 ? 0 : bits == 4 ? 16 : 256); ++i)
             dib_palette(dib)[i] = RgbQuad{uint8_t(i * 3), uint8_t(255 - i), uint8_t(i * 7), 0};
-        const int32_t h = IMG_create_handle_keep(dib);
-        const std::string path = temp_path("out.xpm");
+        const Handle h = IMG_create_handle_keep(dib);
+        const Scratch path("out.xpm");
         ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_XPM), 0);
         const Raster ours = handle_raster(h);
         EXPECT_EQ(count_differences(ours, magick(path), 3), 0u);
-        IMG_delete_bitmap(h);
-        fs::remove(path);
     }
 }
