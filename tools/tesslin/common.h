@@ -32,6 +32,11 @@ struct Command {
 // Every command, in the order `tesslin --help` lists them.
 std::span<const Command> commands();
 
+// Writes the manual pages (tesslin.1 and tesslin-NAME.1 for every command)
+// into an existing directory; 0, or 1 after a message. `tesslin --write-man
+// DIR` runs it for the build.
+int write_man_pages(const std::string& dir);
+
 // ---- Messages --------------------------------------------------------------
 
 // "page does not exist (IMG_ERR_NO_PAGE, -11)"
