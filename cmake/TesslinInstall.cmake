@@ -1,7 +1,8 @@
 # Installing Tesslin the way integrators expect: the shared library, the
-# public header, the command-line tool, the plug-in modules, a pkg-config
+# public header, the command-line tool, a pkg-config
 # file (tesslin.pc), a CMake package (find_package(Tesslin) giving the
-# target Tesslin::tesslin), the Python package and the man pages.
+# target Tesslin::tesslin), the Python package and the man pages. The
+# plug-in modules install themselves beside the library (modules/).
 include(CMakePackageConfigHelpers)
 
 set(TESSLIN_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Tesslin CACHE STRING
@@ -51,35 +52,6 @@ if(TESSLIN_PYTHON)
           FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
   install(FILES ${PROJECT_BINARY_DIR}/python/_config.py DESTINATION ${TESSLIN_PYTHON_DIR}/tesslin)
 endif()
-
-# Plug-in modules: every MODULE library target defined under modules/.
-function(tesslin_install_modules)
-  if(NOT EXISTS ${PROJECT_SOURCE_DIR}/modules/CMakeLists.txt)
-    return()
-  endif()
-  get_property(added DIRECTORY ${PROJECT_SOURCE_DIR} PROPERTY SUBDIRECTORIES)
-  if(NOT "${PROJECT_SOURCE_DIR}/modules" IN_LIST added)
-    return()
-  endif()
-  set(pending ${PROJECT_SOURCE_DIR}/modules)
-  set(modules)
-  while(pending)
-    list(POP_FRONT pending dir)
-    get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
-    foreach(target ${targets})
-      get_target_property(type ${target} TYPE)
-      get_target_property(already ${target} TESSLIN_INSTALLED)
-      if(type STREQUAL "MODULE_LIBRARY" AND NOT already)
-        list(APPEND modules ${target})
-      endif()
-    endforeach()
-    get_property(subdirs DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
-    list(APPEND pending ${subdirs})
-  endwhile()
-  if(modules)
-    install(TARGETS ${modules} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  endif()
-endfunction()
 
 # Manual pages, written by the built tool from its own help texts.
 add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/man/tesslin.1
