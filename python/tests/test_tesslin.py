@@ -109,3 +109,23 @@ def _tiny_bmp():
     rows = b"\x00\x00\xff\xff\xff\xff\x00\x00" * 2
     header = struct.pack("<IiiHHIIiiII", 40, 2, 2, 1, 24, 0, len(rows), 2835, 2835, 0, 0)
     return b"BM" + struct.pack("<IHHI", 14 + 40 + len(rows), 0, 0, 54) + header + rows
+
+
+@pytest.mark.parametrize("operation,expect", [
+    (lambda b: b.flip_x(), numpy.fliplr),
+    (lambda b: b.flip_y(), numpy.flipud),
+    (lambda b: b.invert(), lambda a: 255 - a),
+    (lambda b: b.rotate(90), lambda a: numpy.rot90(a, -1)),
+    (lambda b: b.rotate(180), lambda a: numpy.rot90(a, 2)),
+    (lambda b: b.resize(3400, 4400, "nearest"), lambda a: a.repeat(2, 0).repeat(2, 1)),
+])
+def test_operations_match_numpy(sample, operation, expect):
+    before = numpy.asarray(tesslin.open(sample, page=2))
+    b = tesslin.open(sample, page=2)
+    try:
+        operation(b)
+    except tesslin.Error as e:
+        if "not in this library" in str(e):
+            pytest.skip(str(e))
+        raise
+    assert numpy.array_equal(numpy.asarray(b), expect(before))
