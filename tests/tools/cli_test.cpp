@@ -92,7 +92,7 @@ TEST(Cli, InfoDescribesSeveralFilesAndReportsEachFailure) {
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("227 x 149 pixels, 24 bits"), std::string::npos);
     EXPECT_NE(r.out.find("43 png"), std::string::npos);
-    EXPECT_EQ(r.err, "tesslin: /no/such/file: cannot open: cannot open file (IMG_ERR_OPEN, -2)\n");
+    EXPECT_EQ(r.err, "tesslin: /no/such/file: cannot open: cannot open file (IMG_ERR_OPEN, -2): No such file or directory\n");
     CliRun dpi = run_cli("info --json " + quote(corpus("jpeg/dpi300.jpg")));
     EXPECT_EQ(json_int(dpi.out, "xdpi"), 300);
     EXPECT_EQ(json_int(dpi.out, "ydpi"), 300);

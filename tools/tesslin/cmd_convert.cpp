@@ -37,8 +37,12 @@ extern const char* const convert_help =
     "  --fill-order 1|2  1 (default): first pixel in the high bit of each byte,\n"
     "                    2: in the low bit\n"
     "\n"
+    "  --quiet        no line saying what was written\n"
+    "\n"
     "The output is written to a temporary file beside it and renamed when complete:\n"
-    "a failed conversion leaves no output behind and an existing OUTPUT untouched.\n";
+    "a failed conversion leaves no output behind and an existing OUTPUT untouched.\n"
+    "With --all-pages, a multi-page file that ends early (a page lies past its end)\n"
+    "gives the pages before the cut and exit status 1.\n";
 
 namespace {
 
@@ -60,9 +64,6 @@ int32_t decode_raw_fax(const std::string& input, const RawFax& raw) {
 int run_convert(int argc, char** argv) {
     PageJob job;
     job.command = "convert";
-    // Convert prints nothing when it succeeds, and keeps its progress labels.
-    job.summary = false;
-    job.page_totals = false;
     RawFax raw;
     bool raw_options = false;
     std::vector<std::string> names;

@@ -23,8 +23,12 @@ std::string status_text(int32_t status) {
 
 // "tesslin: scan.tif: cannot decode page 3: page does not exist (IMG_ERR_NO_PAGE, -11)"
 int fail(const std::string& file, const std::string& what, int32_t status) {
-    std::fprintf(stderr, "tesslin: %s: %s: %s\n", file.c_str(), what.c_str(),
-                 status_text(status).c_str());
+    std::string reason = status == IMG_ERR_OPEN     ? input_reason(file)
+                         : status == IMG_ERR_CREATE ? output_reason(file)
+                                                    : "";
+    if (!reason.empty()) reason = ": " + reason;
+    std::fprintf(stderr, "tesslin: %s: %s: %s%s\n", file.c_str(), what.c_str(),
+                 status_text(status).c_str(), reason.c_str());
     return 1;
 }
 
@@ -315,6 +319,9 @@ public:
                           IMG_ERR_NO_PAGE);
         }
         count_ = last - first + 1;
+        // A file cut short still gives the pages before the cut; the run
+        // converts them and then reports the page it could not read.
+        const bool cut = job_.pages.all && !raw && ends_early(job_.input);
         if (job_.quality >= 0) IMGLOW_set_comp_quality(job_.quality);
         // The format is settled before the first decode, from the first page's
         // header, so that a name that tells none fails at once.
@@ -389,6 +396,13 @@ public:
         }
         if ((appends(code) || first == last) && !finish(target, job_.output)) return 1;
         if (job_.summary && !job_.quiet) print_summary(code);
+        if (cut) {
+            std::fprintf(stderr,
+                         "tesslin: %s: the file ends early: page %d cannot be read; "
+                         "%d page%s converted\n",
+                         job_.input.c_str(), pages_ + 1, count_, count_ == 1 ? " was" : "s were");
+            return 1;
+        }
         return 0;
     }
 
@@ -483,7 +497,8 @@ private:
 }  // namespace
 
 int run_pages(const PageJob& job, const PageTransform& transform) {
-    if (access(job.input.c_str(), R_OK) != 0) return fail(job.input, "cannot open", IMG_ERR_OPEN);
+    if (!input_reason(job.input).empty())
+        return fail(job.input, "cannot open", IMG_ERR_OPEN);
     return PageRun(job, transform).run();
 }
 

@@ -32,12 +32,28 @@ struct Command {
 // Every command, in the order `tesslin --help` lists them.
 std::span<const Command> commands();
 
+// Writes the manual pages (tesslin.1 and tesslin-NAME.1 for every command)
+// into an existing directory; 0, or 1 after a message. `tesslin --write-man
+// DIR` runs it for the build.
+int write_man_pages(const std::string& dir);
+
 // ---- Messages --------------------------------------------------------------
 
 // "page does not exist (IMG_ERR_NO_PAGE, -11)"
 std::string status_text(int32_t status);
 
-// Prints "tesslin: FILE: WHAT: STATUS-TEXT" on stderr and returns 1.
+// What the operating system says about a file that could not be opened
+// for reading ("No such file or directory", "Is a directory", "Permission
+// denied") or created for writing; "" when it sees nothing wrong.
+std::string input_reason(const std::string& path);
+std::string output_reason(const std::string& path);
+
+// Whether a multi-page file (TIFF, DCX) ends before its last page: a page
+// it declares lies past its end. The pages before it are still readable.
+bool ends_early(const std::string& path);
+
+// Prints "tesslin: FILE: WHAT: STATUS-TEXT" on stderr and returns 1; for
+// IMG_ERR_OPEN and IMG_ERR_CREATE the operating system's reason follows.
 int fail(const std::string& file, const std::string& what, int32_t status);
 
 // Prints "tesslin: TEXT" and the pointer to COMMAND's help on stderr and

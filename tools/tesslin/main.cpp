@@ -81,6 +81,7 @@ int main(int argc, char** argv) {
         return kUsageError;
     }
     const std::string name = argv[1];
+    if (name == "--write-man" && argc == 3) return write_man_pages(argv[2]);
     if (name == "--help" || name == "-h" || name == "help")
         return std::fputs(main_help().c_str(), stdout), 0;
     const Command* command = find_command(name == "--version" ? "version" : name);

@@ -1,0 +1,15 @@
+# Runs the TIFF-to-PDF example and checks the PDF with poppler's pdfinfo
+# (when present): as many pages as the TIFF has.
+get_filename_component(dir ${OUTPUT} DIRECTORY)
+file(MAKE_DIRECTORY ${dir})
+execute_process(COMMAND ${PROGRAM} ${INPUT} ${OUTPUT} RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "tiff_to_pdf failed: ${rc}")
+endif()
+find_program(PDFINFO pdfinfo)
+if(PDFINFO)
+  execute_process(COMMAND ${PDFINFO} ${OUTPUT} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0 OR NOT out MATCHES "Pages: +3\n")
+    message(FATAL_ERROR "pdfinfo on the example's PDF (${rc}):\n${out}")
+  endif()
+endif()
