@@ -118,7 +118,7 @@ TEST(Cli, ConvertHonoursQualityAndReplacesAnExistingOutput) {
     const Scratch out("cli-q.jpg");
     ASSERT_EQ(convert("png/rgb.png", out, " --quality 20").status, 0);
     const size_t small = slurp(out).size();
-    ASSERT_EQ(convert("png/rgb.png", out, " --quality 95").status, 0);
+    ASSERT_EQ(convert("png/rgb.png", out, " --quality 95 --overwrite").status, 0);
     EXPECT_GT(slurp(out).size(), small * 2) << "quality 95 is larger than 20, not appended";
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
     IMGLOW_set_comp_quality(50);

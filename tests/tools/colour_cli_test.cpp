@@ -102,7 +102,7 @@ TEST(ColourCli, GrayBesidePillow) {
     int worst = 0;
     for (size_t i = 0; i < ours.px.size(); ++i) worst = std::max(worst, std::abs(ours.px[i] - luma.px[i]));
     EXPECT_LE(worst, 3);
-    ASSERT_EQ(tesslin_cli("gray " + q(corpus("bmp/mono.bmp")) + " " + q(out)).status, 0);
+    ASSERT_EQ(tesslin_cli("gray " + q(corpus("bmp/mono.bmp")) + " " + q(out) + " --overwrite").status, 0);
     const Raster page = pillow(out, "L"), want = read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm"));
     EXPECT_EQ(count_differences(page, want, 1), 0u);
     fs::remove(out);
