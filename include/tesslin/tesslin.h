@@ -775,6 +775,18 @@ TESSLIN_API int32_t IMG_set_lut(int32_t handle, int32_t contrast, int32_t bright
  * IMG_ERR_MEMORY. */
 TESSLIN_API int32_t IMG_window_level(int32_t handle, int32_t low, int32_t high, int32_t enable);
 
+/* Bakes the settings into the pixels. IMG_apply_tone maps the samples of
+ * 24- and 32-bit images, and the palette of palette images, through the
+ * tone table (gamma included) and clears the three fields: 0 (also when no
+ * field is set), IMG_ERR_HANDLE, IMG_ERR_DEPTH for 16 bits.
+ * IMG_apply_window_level replaces an image that has a window/level mapping
+ * by the 8-bit grey image of its mapped values ("tiff" grey ramp) and
+ * removes the mapping: 0, IMG_ERR_HANDLE, IMG_ERR_UNSUPPORTED without a
+ * mapping, IMG_ERR_MEMORY or the status-bar callback's negative status (the
+ * image then unchanged). */
+TESSLIN_API int32_t IMG_apply_tone(int32_t handle);
+TESSLIN_API int32_t IMG_apply_window_level(int32_t handle);
+
 /* Histogram equalisation in place of an 8-bit grey or 16-bit image: value v
  * becomes trunc(L x fraction of pixels <= v), L = 255 or 65,535; the
  * palette is kept. 0, IMG_ERR_HANDLE, IMG_ERR_DEPTH for other images. */

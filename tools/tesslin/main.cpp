@@ -17,6 +17,12 @@ namespace cli {
     ROW(convert, "INPUT OUTPUT [options]", "decode pages and save them in another format")       \
     ROW(formats, "", "every format code and what the library does with it")                      \
     ROW(tags, "FILE [--page N]", "the TIFF tags of a page")                                      \
+    ROW(gamma, "INPUT OUTPUT --value G", "pages through a gamma curve")                             \
+    ROW(contrast, "INPUT OUTPUT [options]", "contrast and brightness of pages")                     \
+    ROW(window, "INPUT OUTPUT [options]", "window/level of grey and 16-bit pages to 8-bit grey")    \
+    ROW(equalize, "INPUT OUTPUT", "histogram equalisation of grey pages")                           \
+    ROW(sharpen, "INPUT OUTPUT [--amount N]", "sharpen pages")                                      \
+    ROW(smooth, "INPUT OUTPUT [--amount N]", "smooth pages")                                        \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \

@@ -7,13 +7,23 @@
 //
 // All: IMG_ERR_HANDLE for a bad handle; IMG_window_level IMG_ERR_MEMORY
 // when its table cannot be had (the state is then cleared).
+//
+//   IMG_apply_tone          all depths but 16 (IMG_ERR_DEPTH): the tone
+//                           table, gamma included, applied to 24- and 32-bit
+//                           samples and to palettes; the fields cleared
+//   IMG_apply_window_level  an image with a window/level mapping
+//                           (IMG_ERR_UNSUPPORTED without): replaced by the
+//                           8-bit grey image of its mapped values
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
 #include "core/api.h"
+#include "core/settings.h"
 #include "platform/platform.h"
+#include "process/colour/palette.h"
+#include "process/new_image.h"
 #include "process/tone/tone.h"
 
 namespace tesslin::tone {
@@ -126,6 +136,73 @@ TESSLIN_API int32_t IMG_set_lut(int32_t handle, int32_t contrast, int32_t bright
 
 TESSLIN_API int32_t IMG_window_level(int32_t handle, int32_t low, int32_t high, int32_t enable) {
     return api_call([&] { return window_level(handle, low, high, enable); });
+}
+
+}  // extern "C"
+
+// ---- Baking the settings into the pixels -----------------------------------
+
+namespace {
+
+int32_t apply_tone(int32_t handle) {
+    BitmapObject* obj = nullptr;
+    if (int32_t s = tone::find(handle, &obj)) return s;
+    const uint32_t bits = obj->bits();
+    if (bits == 16) return IMG_ERR_DEPTH;
+    uint8_t table[256];
+    if (!tone::bitmap_tone_table(*obj, table)) return 0;
+    if (bits >= 24) {
+        // Every byte of a row is a sample (the fourth byte of 32-bit pixels
+        // too, as saving maps it).
+        const size_t n = size_t(obj->width) * (bits / 8);
+        for (int32_t r = 0; r < obj->height; ++r) {
+            uint8_t* row = obj->plain_row(r);
+            for (size_t i = 0; i < n; ++i) row[i] = table[row[i]];
+        }
+    } else {
+        RgbQuad* pal = dib_palette(obj->dib);
+        for (uint32_t i = 0; i < palette_entries(bits); ++i) {
+            pal[i].rgbRed = table[pal[i].rgbRed];
+            pal[i].rgbGreen = table[pal[i].rgbGreen];
+            pal[i].rgbBlue = table[pal[i].rgbBlue];
+        }
+    }
+    obj->tone[tone::kGamma] = obj->tone[tone::kBrightness] = obj->tone[tone::kContrast] = 0;
+    return 0;
+}
+
+int32_t apply_window_level(int32_t handle) {
+    BitmapObject* obj = nullptr;
+    if (int32_t s = tone::find(handle, &obj)) return s;
+    tone::WindowLevel* wl = tone::window_level_state(obj);
+    if (!wl || wl->bits != obj->bits()) return IMG_ERR_UNSUPPORTED;
+    process::NewImage image;
+    if (int32_t s = image.create(obj->header(), obj->width, obj->height, 8)) return s;
+    image.header()->biCompression = 0;
+    build_standard_palette(image.header(), "tiff");
+    for (int32_t r = 0; r < obj->height; ++r) {
+        const uint8_t* src = obj->plain_row(r);
+        uint8_t* out = image.row(r);
+        std::memset(out, 0, image.row_bytes());
+        for (int32_t x = 0; x < obj->width; ++x)
+            out[x] = wl->bits == 8 ? wl->table8()[src[x]] : uint8_t(wl->table16()[load_le16(src + 2 * x)]);
+        if (int32_t s = report_progress(obj->height, r, image.row_bytes()); s < 0) return s;
+    }
+    if (int32_t s = image.install(obj)) return s;
+    tone::discard_window_level(obj);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+TESSLIN_API int32_t IMG_apply_tone(int32_t handle) {
+    return api_call([&] { return apply_tone(handle); });
+}
+
+TESSLIN_API int32_t IMG_apply_window_level(int32_t handle) {
+    return api_call([&] { return apply_window_level(handle); });
 }
 
 }  // extern "C"
