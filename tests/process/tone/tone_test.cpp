@@ -8,6 +8,7 @@
 #include "test_util.h"
 
 using namespace tesslin;
+using namespace tesslin::test;
 
 namespace {
 
@@ -117,8 +118,9 @@ TEST(Filters, UniformImagesAndKernels) {
     for (int bits : {4, 8, 16, 24, 32})
         for (int32_t amount : {-200, -64, 0, 16, 128, 300}) {
             const int32_t h = uniform(7, 6, bits, 0x55);
+            const Bytes flat = get_row(h, 0);
             ASSERT_EQ(IMG_sharpen_bitmap(h, amount), 0);
-            for (int r = 0; r < 6; ++r) EXPECT_EQ(get_row(h, r), get_row(uniform(7, 6, bits, 0x55), r)) << bits << " " << amount;
+            for (int r = 0; r < 6; ++r) EXPECT_EQ(get_row(h, r), flat) << bits << " " << amount;
             IMG_delete_bitmap(h);
         }
     // A lone bright sample: smoothing weight 17, sharpening (amount 16) weight 15.
@@ -174,8 +176,9 @@ TEST(RedEye, SyntheticFace) {
     EXPECT_EQ(IMGLOW_read_pixel(part, 120, 65) >> 16, 30);
     IMG_delete_bitmap(part);
     const int32_t grey = uniform(100, 100, 24, 90);
+    const Bytes flat = get_row(grey, 50);
     ASSERT_EQ(IMG_remove_red_eye(grey, -1, -1, -1, -1), 0);
-    EXPECT_EQ(get_row(grey, 50), get_row(uniform(100, 100, 24, 90), 50));
+    EXPECT_EQ(get_row(grey, 50), flat);
     for (int bits : {8, 32}) {
         const int32_t o = make_handle(8, 8, bits);
         EXPECT_EQ(IMG_remove_red_eye(o, -1, -1, -1, -1), IMG_ERR_DEPTH);
