@@ -22,10 +22,6 @@
 #include "core/settings.h"
 #include "process/tone/tone.h"
 
-// Colour-palette images are made grey by the colour conversions before
-// convolution; without them linked in they are refused.
-extern "C" int32_t IMG_color_gray(int32_t handle) __attribute__((weak));
-
 using namespace tesslin;
 
 namespace {
@@ -141,7 +137,6 @@ int32_t process_bitmap(int32_t handle, int32_t filter, const int8_t* user_kernel
     uint32_t bits = obj->bits();
     if (bits == 1) return IMG_ERR_UNSUPPORTED;
     if ((bits == 4 || bits == 8) && !grey_palette(obj)) {
-        if (!IMG_color_gray) return IMG_ERR_UNSUPPORTED;
         if (int32_t s = IMG_color_gray(handle); s < 0) return s;
         obj = bitmap_get(handle);
         bits = obj->bits();
