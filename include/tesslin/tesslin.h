@@ -1234,6 +1234,104 @@ TESSLIN_API int32_t IMG_scan_pages_fast(intptr_t parent, const char *name, int32
  * manager. 0. */
 TESSLIN_API int32_t IMG_scan_feeder_close(void);
 
+/* ------------------------------------------------------------------ */
+/* Tone and effects                                                     */
+/* ------------------------------------------------------------------ */
+
+/* Tone fields of a bitmap (zero when it is created), read when it is saved
+ * or shown: gamma in hundredths (100 = 1.0, 0 counts as 100), contrast and
+ * brightness. The tone table built from them maps entry i to
+ * clamp(trunc((255 (i/255)^(100/gamma) + brightness) (2 contrast + 256) / 255)
+ * - contrast, 0, 255). Saving applies the table built WITHOUT gamma to the
+ * rows of 24- and 32-bit and grey-palette bitmaps and to the palette of
+ * colour-palette bitmaps. Both return 0 or IMG_ERR_HANDLE. */
+TESSLIN_API int32_t IMG_set_gamma(int32_t handle, int32_t gamma);
+TESSLIN_API int32_t IMG_set_lut(int32_t handle, int32_t contrast, int32_t brightness);
+
+/* Window/level mapping of an 8-bit grey or 16-bit image for display: with
+ * enable non-zero, value v maps to clamp(256 (v - low) / (high - low), 0,
+ * 255) (low = high = 0: the image's own smallest and largest values); with
+ * enable 0 the mapping is removed. The pixels are not changed. 0,
+ * IMG_ERR_HANDLE, IMG_ERR_DEPTH for other depths and colour palettes,
+ * IMG_ERR_MEMORY. */
+TESSLIN_API int32_t IMG_window_level(int32_t handle, int32_t low, int32_t high, int32_t enable);
+
+/* Bakes the settings into the pixels. IMG_apply_tone maps the samples of
+ * 24- and 32-bit images, and the palette of palette images, through the
+ * tone table (gamma included) and clears the three fields: 0 (also when no
+ * field is set), IMG_ERR_HANDLE, IMG_ERR_DEPTH for 16 bits.
+ * IMG_apply_window_level replaces an image that has a window/level mapping
+ * by the 8-bit grey image of its mapped values ("tiff" grey ramp) and
+ * removes the mapping: 0, IMG_ERR_HANDLE, IMG_ERR_UNSUPPORTED without a
+ * mapping, IMG_ERR_MEMORY or the status-bar callback's negative status (the
+ * image then unchanged). */
+TESSLIN_API int32_t IMG_apply_tone(int32_t handle);
+TESSLIN_API int32_t IMG_apply_window_level(int32_t handle);
+
+/* Histogram equalisation in place of an 8-bit grey or 16-bit image: value v
+ * becomes trunc(L x fraction of pixels <= v), L = 255 or 65,535; the
+ * palette is kept. 0, IMG_ERR_HANDLE, IMG_ERR_DEPTH for other images. */
+TESSLIN_API int32_t IMG_histogram_equalize(int32_t handle);
+
+/* Smooths (amount <= 0) or sharpens (amount > 0) in place with a 3 x 3
+ * neighbourhood whose centre weight falls as |amount| grows (17 for 0 ... 15,
+ * 1 for 128). Border rows and columns keep their values. 4- and 8-bit
+ * images need a grey palette. 0, IMG_ERR_HANDLE, IMG_ERR_UNSUPPORTED for 1
+ * bit and colour palettes, or the status-bar callback's negative status (the
+ * rows done so far stay changed). Reads the status-bar setting. */
+TESSLIN_API int32_t IMG_sharpen_bitmap(int32_t handle, int32_t amount);
+
+/* 3 x 3 convolution in place, no divisor, sums clamped to the sample range
+ * (0 ... 255; 0 ... 65,535 for 16-bit values). Filter 0 takes `kernel`
+ * (nine signed weights: the row below, the row, the row above, each left,
+ * centre, right); 1 Laplacian, 2 edges, 3 horizontal lines, 4 vertical lines,
+ * 5 and 6 diagonal lines, 7 sharpen, 8 neighbour sum, 9 diagonal edges. 4-
+ * and 8-bit colour-palette images are made 8-bit grey first (IMG_color_gray);
+ * 4-bit grey images are left unchanged. 0, IMG_ERR_HANDLE,
+ * IMG_ERR_UNSUPPORTED for 1 bit, filters outside 0 ... 9 and filter 0
+ * without a kernel, or the status-bar callback's negative status. */
+TESSLIN_API int32_t IMG_process_bitmap(int32_t handle, int32_t filter, const int8_t *kernel);
+
+/* Red-eye removal in place on a 24-bit image, inside the rectangle (x, y
+ * from the top left, width, height; -1 in any of them: the whole image):
+ * groups of at least 4 red pixels (red >= 129 and red > green + blue), and
+ * fewer than width x height / 800, lose their red. 0, IMG_ERR_HANDLE,
+ * IMG_ERR_DEPTH for other depths. */
+TESSLIN_API int32_t IMG_remove_red_eye(int32_t handle, int32_t x, int32_t y, int32_t width,
+                                       int32_t height);
+
+/* Sepia tone and a frame 2 % of the width wide (colour 0x00B7DCFA) in place
+ * on a 24-bit image. 0, IMG_ERR_HANDLE, IMG_ERR_DEPTH for other depths. */
+TESSLIN_API int32_t IMG_antique_effect(int32_t handle);
+
+/* The value of pixel (x, y), y = 0 the top row: the bit, nibble, byte or
+ * 16-bit value; blue + green x 256 + red x 65,536 for 24 bits; the four
+ * bytes as one little-endian value for 32 bits. IMG_ERR_HANDLE,
+ * IMG_ERR_UNSUPPORTED for a run-encoded image (IMG_runs_to_dib first),
+ * IMG_ERR_BAD_IMAGE outside the image. A 32-bit pixel can read as a negative
+ * number; test the coordinates rather than the sign there. */
+TESSLIN_API int32_t IMGLOW_read_pixel(int32_t handle, int32_t x, int32_t y);
+
+/* Combines `source` into `dest` with its top left at (x, y) of dest (x
+ * rounded down to a whole byte for 1 and 4 bits), byte by byte: mode 0
+ * copies, 1 ORs, 2 ANDs, other modes change nothing. Whatever falls outside
+ * dest is dropped. Run-encoded 1-bit images are made plain first, both of
+ * them, and stay plain. 0, IMG_ERR_HANDLE, IMG_ERR_DEPTH when the depths
+ * differ, IMG_ERR_BAD_IMAGE for negative x or y, IMG_ERR_MEMORY. */
+TESSLIN_API int32_t IMG_merge_bitmap_handle(int32_t dest, int32_t source, int32_t mode,
+                                            int32_t x, int32_t y);
+
+/* Blends a 32-bit image with alpha (compression 200) into the caller's
+ * packed 24-bit DIB (`dest`: the header, its biClrUsed palette entries and
+ * the rows) with its top left at (x, y) of dest: with `copy` non-zero each
+ * pixel of non-zero alpha replaces dest's; otherwise each channel becomes
+ * min(255, (dest (255 - a) >> 8) + (source a >> 8)). Alpha 0 leaves dest.
+ * What falls outside dest is dropped. 0, IMG_ERR_HANDLE, IMG_ERR_UNSUPPORTED
+ * for a CMYK 32-bit image, IMG_ERR_DEPTH for other depths, IMG_ERR_BAD_IMAGE
+ * for a dest that is not 24 bits. */
+TESSLIN_API int32_t IMG_merge_bitmap_alpha(int32_t handle, IMG_BITMAPINFOHEADER *dest, int32_t x,
+                                           int32_t y, int32_t copy);
+
 #ifdef __cplusplus
 }
 #endif

@@ -27,6 +27,12 @@ namespace cli {
     ROW(invert, "INPUT OUTPUT", "complement every pixel value")                                  \
     ROW(resize, "INPUT OUTPUT --width W --height H", "scale pages (nearest, interp, area, grey)") \
     ROW(scan, "OUT [options]", "pages from the scanner into a file or numbered files")           \
+    ROW(gamma, "INPUT OUTPUT --value G", "pages through a gamma curve")                             \
+    ROW(contrast, "INPUT OUTPUT [options]", "contrast and brightness of pages")                     \
+    ROW(window, "INPUT OUTPUT [options]", "window/level of grey and 16-bit pages to 8-bit grey")    \
+    ROW(equalize, "INPUT OUTPUT", "histogram equalisation of grey pages")                           \
+    ROW(sharpen, "INPUT OUTPUT [--amount N]", "sharpen pages")                                      \
+    ROW(smooth, "INPUT OUTPUT [--amount N]", "smooth pages")                                        \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \

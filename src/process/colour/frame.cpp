@@ -2,6 +2,7 @@
 
 #include "core/limits.h"
 #include "core/runs.h"
+#include "process/tone/tone.h"
 
 namespace tesslin::colour {
 
@@ -13,10 +14,7 @@ int32_t find(int32_t handle, BitmapObject** obj) {
     return 0;
 }
 
-void discard_window_level(BitmapObject*) {
-    // No operation of the library sets a window/level mapping yet; the tone
-    // operations that add one release it here.
-}
+void discard_window_level(BitmapObject* obj) { tone::discard_window_level(obj); }
 
 int32_t create(process::NewImage& out, BitmapObject* obj, int32_t bits, bool runs) {
     limits::ImageBytes size;
