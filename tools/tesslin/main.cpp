@@ -17,6 +17,10 @@ namespace cli {
     ROW(convert, "INPUT OUTPUT [options]", "decode pages and save them in another format")       \
     ROW(formats, "", "every format code and what the library does with it")                      \
     ROW(tags, "FILE [--page N]", "the TIFF tags of a page")                                      \
+    ROW(deskew, "INPUT OUTPUT [--range LO,HI]", "measure and remove the skew of bilevel pages") \
+    ROW(despeckle, "INPUT OUTPUT [--level N]", "remove specks from bilevel pages")              \
+    ROW(autocrop, "INPUT OUTPUT [--margin N]", "crop the white borders of bilevel pages")       \
+    ROW(orient, "FILE [--page N]", "whether text lines run across (0) or down (90)")            \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \

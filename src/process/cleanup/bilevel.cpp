@@ -79,4 +79,11 @@ int32_t HoughVotes::winner() const {
     return index;
 }
 
+double HoughVotes::energy(uint32_t k) const {
+    const uint32_t* cell = acc_.data() + size_t(k) * distances_;
+    double sum = 0;
+    for (uint32_t d = 0; d < distances_; ++d) sum += double(cell[d]) * double(cell[d]);
+    return sum;
+}
+
 }  // namespace tesslin::cleanup

@@ -53,6 +53,9 @@ public:
     // Index of the angle holding the first counter strictly above the best so
     // far (which starts at 2), scanning angle by angle; -1 when none exceeds 2.
     int32_t winner() const;
+    // Sum of the squared counters of angle k: high when the votes gather in
+    // few distances, as the pixels of long lines at that angle do.
+    double energy(uint32_t k) const;
 
 private:
     uint32_t angles_ = 0;
