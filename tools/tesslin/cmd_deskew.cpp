@@ -42,6 +42,13 @@ int run_deskew(int argc, char** argv) {
     return run_pages(job, [&](int32_t handle) -> int32_t {
         int32_t angle = 0;
         if (int32_t s = IMG_get_deskew_angle(handle, &angle, lo, hi); s < 0) return s;
+        // A page with nothing to measure answers -lo whatever the range: a
+        // range one degree wider tells it from a real skew of lo degrees.
+        if (angle == -lo) {
+            int32_t wider = 0;
+            if (int32_t s = IMG_get_deskew_angle(handle, &wider, lo - 1, hi); s < 0) return s;
+            if (wider == -(lo - 1)) return 0;
+        }
         return IMG_deskew_bitmap(handle, angle);
     });
 }
