@@ -47,14 +47,20 @@ enum {
     IMG_ERR_NO_PAGE = -11,         /* the page or image does not exist */
     IMG_ERR_READ = -12,            /* a stream read was short (truncated data) */
     IMG_ERR_HANDLE = -13,          /* bad bitmap handle */
-    IMG_ERR_STOP = -18,            /* header callback asked to stop after the header */
+    IMG_ERR_SCAN_REFUSED = -16,    /* the scanner's manager or source refused an operation */
+    IMG_ERR_SCAN_MANAGER = -17,    /* the scanner's manager module is absent or unusable */
+    IMG_ERR_STOP = -18,            /* header callback asked to stop; scanning: cancelled, no image */
     IMG_ERR_DEPTH = -21,           /* bit depth not supported by the operation */
     IMG_ERR_NOT_GRAY = -22,        /* needs a grey palette */
     IMG_ERR_NO_TRANSPARENCY = -26, /* the bitmap has no transparent colour */
     IMG_ERR_COMPRESSION = -27,     /* compression not handled by the built-in decoder */
+    IMG_ERR_SCAN_NO_PAPER = -28,   /* no paper in the scanner's feeder, or the query failed */
+    IMG_ERR_SCAN_FEEDER = -29,     /* the scanner's feeder could not be enabled */
     IMG_ERR_GIF_BLOCK = -30,       /* a GIF block without the extension introducer */
     IMG_ERR_NOT_FOUND = -31,       /* tag, resource or block not found */
     IMG_ERR_NOT_TILED = -32,       /* the image is not tiled */
+    IMG_ERR_SCAN_CAPABILITY = -33, /* a scanner capability could not be read or set as asked */
+    IMG_ERR_SCAN_AUTOFEED = -34,   /* the scanner's automatic feeding could not be enabled */
     IMG_ERR_PLUGIN = -36,          /* the PDF input module could not be loaded */
     IMG_ERR_ABIC_PLUGIN = -37,     /* the ABIC module could not be loaded */
     IMG_ERR_STREAM_FAULT = -38,    /* a fault inside a stream read, write or seek */
@@ -478,6 +484,15 @@ TESSLIN_API int32_t IMGLOW_decompress_bitmap_mem(const void *block, int32_t page
  * nor apdfmod can be loaded). */
 TESSLIN_API int32_t IMG_decompress_bitmap(const char *file);
 TESSLIN_API int32_t IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
+/* WARNING: the _mem decoders (IMG_decompress_bitmap_mem,
+ * IMGLOW_decompress_bitmap_mem, IMG_decompress_fax_mem) know the size of a
+ * block only when it comes from tesslin_block_alloc. Any other address
+ * (malloc, new, a stack buffer, a mapped file) is read as far as the image
+ * it holds says, past the end of the caller's buffer when the data is cut
+ * or damaged (tens of kilobytes have been seen); a fault there is contained
+ * and gives IMG_ERR_STREAM_FAULT, but bytes that happen to be readable are
+ * decoded. Hand these functions tesslin_block_alloc blocks (every wrapper
+ * shipped with the library does). See docs/reliability.md. */
 TESSLIN_API int32_t IMG_decompress_bitmap_mem(const void *block, int32_t page);
 TESSLIN_API int32_t IMG_decompress_bitmap_page(const char *file, int32_t page);
 
@@ -511,6 +526,8 @@ TESSLIN_API int32_t IMG_decompress_tiled_bitmap(const char *file, int32_t page);
  * the progress callback. Nothing is left behind on failure. */
 TESSLIN_API int32_t IMG_decompress_fax(int32_t stream, int32_t width, int32_t height,
                                        int32_t mode, int32_t fill_order);
+/* WARNING: as for IMG_decompress_bitmap_mem, a block that does not come
+ * from tesslin_block_alloc is read past its end (see docs/reliability.md). */
 TESSLIN_API int32_t IMG_decompress_fax_mem(const void *block, int32_t width, int32_t height,
                                            int32_t mode, int32_t fill_order);
 
@@ -677,6 +694,205 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER *header,
 TESSLIN_API int32_t tesslin_set_plugin_dir(const char *dir);
 
 /* ------------------------------------------------------------------ */
+/* Colour reduction, dithering, promotion and conversion                */
+/* ------------------------------------------------------------------ */
+
+/* Every operation below works in place on the handle: it builds the whole
+ * new image beside the old one and installs it only when every row is
+ * done, so the handle stays valid and keeps its crop rectangle, and any
+ * failure leaves the old image as it was. Each returns IMG_ERR_HANDLE for a
+ * bad handle, IMG_ERR_MEMORY when memory runs out (or the new image would
+ * pass the library's size limit), and the negative status of the progress
+ * callback (IMG_set_statusbar), which is called once per stored row with
+ * (user, height, row, row bytes). Rows are worked on in storage order,
+ * bottom image row first: dither patterns and serpentine directions follow
+ * the stored row number s (image row height - 1 - s). Grey values of the
+ * bilevel reductions are (59 green + 30 red + 11 blue) / 100 of each
+ * pixel's colour (16-bit samples through the palette entry of their high
+ * byte; 32-bit CMYK through the conversion IMG_cmyk_to_rgb uses). */
+
+/* Bilevel results, left as run records (IMG_runs_to_dib gives plain rows),
+ * palette black, white. Sources of 4, 8, 16, 24 and 32 bits;
+ * IMG_ERR_UNSUPPORTED for 1-bit images.
+ *   IMG_bayer_mono: white where the grey value exceeds the 8 x 8 Bayer
+ *     threshold (the Bayer order times 4, first value 4) of column x mod 8
+ *     and stored row s mod 8.
+ *   IMG_halftone_mono: the same with an 8 x 8 clustered-dot screen.
+ *   IMG_diffusion_mono: Stucki error diffusion over three rows, serpentine,
+ *     integer shares truncated toward zero, values never clamped.
+ *   IMG_thresh_mono: white where the grey value exceeds `threshold`; -1
+ *     maps every grey value through the image's cumulative histogram (0 to
+ *     255) and compares with 40. */
+TESSLIN_API int32_t IMG_bayer_mono(int32_t handle);
+TESSLIN_API int32_t IMG_halftone_mono(int32_t handle);
+TESSLIN_API int32_t IMG_diffusion_mono(int32_t handle);
+TESSLIN_API int32_t IMG_thresh_mono(int32_t handle, int32_t threshold);
+
+/* 16 colours with the "pcx" palette (index bit 0 red, 1 green, 2 blue at
+ * 128; bit 3 full intensity 255), 4 bits per pixel; IMG_ERR_UNSUPPORTED for
+ * 1-bit images.
+ *   IMG_bayer_color: ordered dither with the Bayer thresholds (sources of
+ *     4, 8, 16, 24, 32 bits).
+ *   IMG_diffusion_color: Burkes error diffusion, left to right on every
+ *     row (4, 8, 16, 24, 32 bits). */
+TESSLIN_API int32_t IMG_bayer_color(int32_t handle);
+TESSLIN_API int32_t IMG_diffusion_color(int32_t handle);
+
+/* 8 bits with the "332" palette (the 3-3-2 colour cube, or the fixed
+ * 256-colour table when IMGLOW_set_dithermode is 2; read at the call), by
+ * error diffusion; no palette is computed from the image. Sources of 4, 8,
+ * 16, 24 and 32 bits; IMG_ERR_DEPTH for 1-bit images. */
+TESSLIN_API int32_t IMG_mediancut_color(int32_t handle);
+
+/* 8 bits with a palette of the 255 most frequent 4-bit-per-channel colour
+ * cells (entry 0 black), pixels mapped to the nearest entry without
+ * diffusion. Sources of 24 and 32 bits; IMG_ERR_UNSUPPORTED below. */
+TESSLIN_API int32_t IMG_popularity_color(int32_t handle);
+
+/* Octree quantisation to `bits` (4 or 8) bits per pixel with at most
+ * `colors` palette entries (clamped to 8..256, and to 16 for 4 bits), then
+ * Floyd-Steinberg error diffusion, serpentine. With `palette` (an array of
+ * `colors` IMG_RGBQUAD entries) the tree is built from those colours
+ * instead of the image's. Returns the number of palette entries produced;
+ * IMG_ERR_DEPTH for 1-, 4- and 16-bit sources and for `bits` other than 4
+ * and 8. Sources of 8, 24 and 32 bits. The progress callback sees twice the
+ * height as its total: once per row while the image's colours are counted,
+ * once per row while they are mapped. */
+TESSLIN_API int32_t IMG_octree_color(int32_t handle, int32_t bits, const IMG_RGBQUAD *palette,
+                                     int32_t colors);
+
+/* Promotion. Bilevel pages held as run records come out as plain rows.
+ *   IMG_promote_8: 1 bit -> 0 and 255 with a 256-level grey palette; 4 bits
+ *     -> the same indices and palette; 8 bits -> a copy; 16 bits -> the high
+ *     byte of each sample. IMG_ERR_UNSUPPORTED for 24 and 32 bits.
+ *   IMG_promote_24: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey (the palette is not used); 32 bits -> as IMG_cmyk_to_rgb.
+ *     IMG_ERR_UNSUPPORTED for 24 bits.
+ *   IMG_promote_32: 1, 4, 8 bits -> the palette colours; 16 bits -> the high
+ *     byte as grey; 24 bits -> the same colours; the fourth byte is 0 and
+ *     the header carries IMG_COMPRESSION_ALPHA. IMG_ERR_UNSUPPORTED for 32
+ *     bits. */
+TESSLIN_API int32_t IMG_promote_8(int32_t handle);
+TESSLIN_API int32_t IMG_promote_24(int32_t handle);
+TESSLIN_API int32_t IMG_promote_32(int32_t handle);
+
+/* 32-bit images to 24-bit blue, green, red. With IMG_COMPRESSION_ALPHA the
+ * fourth byte is dropped; otherwise the bytes are cyan, magenta, yellow,
+ * black: c = trunc(C 0.57), m = trunc(M 0.6), y = trunc(Y 0.5),
+ * k = 255 - trunc(K 0.4); blue = k - 1.2 y - 0.133 c - 0.592 m,
+ * green = k - 1.2 m - 0.39 c - 0.074 y, red = k - 1.2 c - 0.1 m - 0.223 y,
+ * each truncated and clamped to 0..255. IMG_ERR_DEPTH for other depths. */
+TESSLIN_API int32_t IMG_cmyk_to_rgb(int32_t handle);
+
+/* 24-bit colour to 32-bit cyan, magenta, yellow, black (compression 0):
+ * c = 255 - red, m = 255 - green, y = 255 - blue, k = trunc(max(c, m, y)
+ * 0.3), inks clamp(trunc((c - k) 1.35)) ... and k. Not the inverse of
+ * IMG_cmyk_to_rgb. 4-, 8- and 16-bit sources are taken through their
+ * palette; IMG_ERR_DEPTH for 1 and 32 bits. */
+TESSLIN_API int32_t IMG_rgb_to_cmyk(int32_t handle);
+
+/* 8-bit grey with a 256-level grey palette: (75 green + 14 blue + 38 red)
+ * >> 7 of each pixel's colour, less 40 (not below 0) for 8- and 16-bit
+ * palette sources. Sources of 4, 8, 16, 24, 32 bits; IMG_ERR_UNSUPPORTED for
+ * 1 bit. */
+TESSLIN_API int32_t IMG_color_gray(int32_t handle);
+
+/* A new 8-bit grey bitmap of byte `plane` of every pixel of a 24-bit (0
+ * blue, 1 green, 2 red) or 32-bit image (0..3: cyan, magenta, yellow, black,
+ * or blue, green, red and alpha). Returns the new handle (made as
+ * IMG_create_handle makes one, so the decode settings apply);
+ * IMG_ERR_DEPTH for other depths and planes outside the pixel. The source
+ * is not changed. */
+TESSLIN_API int32_t IMG_color_separate(int32_t handle, int32_t plane);
+
+/* A new bitmap from 8-bit planes of equal size: with `planes` 3, 24-bit
+ * blue a, green b, red c; with 4, 32-bit cyan a, magenta b, yellow c, black
+ * d (compression 0). Returns the new handle (made as IMG_create_handle makes
+ * one); IMG_ERR_HANDLE for a bad handle among those used, IMG_ERR_DEPTH for
+ * a plane that is not 8 bits, planes of different sizes, or a plane count
+ * other than 3 and 4. The sources are not changed. */
+TESSLIN_API int32_t IMG_color_combine(int32_t a, int32_t b, int32_t c, int32_t d, int32_t planes);
+/* Rotation, flipping and inversion                                     */
+/* ------------------------------------------------------------------ */
+
+/* Each works on every depth (1, 4, 8, 16, 24, 32) and replaces the image in
+ * place: the new image is built beside the old one and installed when its
+ * last row is done, so a failure leaves the image as it was. Run-encoded
+ * bilevel images stay run-encoded; flips, inversion and half turns work on
+ * their change positions without expanding them. The progress callback
+ * (IMG_set_statusbar) is called once per row with the row count as total;
+ * a negative result stops the operation with that status, the image
+ * unchanged. Returns 0, IMG_ERR_HANDLE for a bad handle, IMG_ERR_MEMORY
+ * when memory runs out (or the handle holds no image), or the callback's
+ * status. docs/geometry.md describes them. */
+
+/* Mirror left to right; the crop rectangle is mirrored with the pixels
+ * (crop x becomes width - crop width - crop x). */
+TESSLIN_API int32_t IMG_flip_bitmapx(int32_t handle);
+/* Mirror top to bottom; crop y becomes height - crop height - crop y. */
+TESSLIN_API int32_t IMG_flip_bitmapy(int32_t handle);
+/* Turn by `angle` hundredths of a degree, clockwise when positive; the
+ * angle counts modulo 36000 (-9000 turns like 27000), and 0 changes
+ * nothing. Quarter turns swap width, height and the two resolutions and
+ * carry the crop rectangle with the picture; a half turn mirrors it both
+ * ways. Other angles sample the nearest source pixel and enlarge the image
+ * to hold the whole turned picture (a 100 x 100 image turned by 4500 becomes
+ * 142 x 142), filling the uncovered corners with white for bilevel images
+ * and with 0 for the other depths; the crop rectangle becomes the whole new
+ * image. IMG_ERR_MEMORY also when the turned image would exceed the size
+ * limits. */
+TESSLIN_API int32_t IMG_rotate_bitmap(int32_t handle, int32_t angle);
+/* Complement every pixel value: palette images get complemented indices
+ * (the palette is kept), 16-, 24- and 32-bit images their negative. */
+TESSLIN_API int32_t IMG_invert_bitmap(int32_t handle);
+
+/* ------------------------------------------------------------------ */
+/* Resizing                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Each replaces the image by one of width x height pixels (both at least 1,
+ * else IMG_ERR_BAD_IMAGE), built beside the old one and installed when
+ * complete; the crop rectangle becomes the whole new image and the display
+ * extent its size. The progress callback is called once per new row; a
+ * negative result stops the operation with that status, the image
+ * unchanged. IMG_ERR_HANDLE for a bad handle, IMG_ERR_MEMORY when memory
+ * runs out or the new image would exceed the size limits.
+ * docs/geometry.md describes the methods. */
+
+/* Nearest neighbour, every depth: new pixel i of a row takes source pixel
+ * (i * step) >> 16 with step = (old width << 16) / new width, and stored
+ * row j (counting from the bottom) source stored row (j * ystep) >> 16.
+ * Run-encoded images stay run-encoded and are scaled on their change
+ * positions from the crop rectangle. */
+TESSLIN_API int32_t IMG_resize_bitmap(int32_t handle, int32_t width, int32_t height);
+/* Linear interpolation for 8-bit grey, 16-, 24- and 32-bit images when the
+ * width grows (nearest neighbour, as IMG_resize_bitmap, when it does not).
+ * Bilevel images that shrink both ways keep every black pixel (a new pixel
+ * is black when any source pixel it covers is; the scale-to-grey quality
+ * IMGLOW_set_alias_quality below 100 shortens the rows covered); other
+ * bilevel sizes go to IMG_resize_bitmap. IMG_ERR_UNSUPPORTED for 4 bits,
+ * IMG_ERR_NOT_GRAY for an 8-bit image with a colour palette. */
+TESSLIN_API int32_t IMG_resize_bitmap_interp(int32_t handle, int32_t width, int32_t height);
+/* Area averaging of the crop rectangle for 8-bit grey, 16-, 24- and 32-bit
+ * images: each new pixel is the mean of a box of at least 2 x 2 source
+ * pixels (so even at equal size the image softens slightly). 16-bit samples
+ * average as one channel. IMG_ERR_DEPTH below 8 bits, IMG_ERR_NOT_GRAY for
+ * an 8-bit colour palette. */
+TESSLIN_API int32_t IMG_resize_bitmap_bicubic(int32_t handle, int32_t width, int32_t height);
+/* Bilevel images that shrink in both dimensions become 8-bit grey: each new
+ * pixel counts the black pixels of the crop rectangle's box around it
+ * (white 255, solid black 0); the grey palette goes through the bitmap's
+ * tone settings (gamma, brightness, contrast). Other sizes go to
+ * IMG_resize_bitmap. Run records are read directly. IMG_ERR_DEPTH for
+ * depths other than 1. */
+TESSLIN_API int32_t IMG_resize_to_gray(int32_t handle, int32_t width, int32_t height);
+/* Picks the method by depth: 1 bit IMG_resize_to_gray; 4 and 8 bits
+ * IMG_promote_24 then IMG_resize_bitmap_bicubic; 16, 24 and 32 bits
+ * IMG_resize_bitmap_bicubic. Keeps no aspect ratio of its own. Returns
+ * what the chosen operations return. */
+TESSLIN_API int32_t IMG_create_thumbnail(int32_t handle, int32_t width, int32_t height);
+
+/* ------------------------------------------------------------------ */
 /* Display surfaces                                                     */
 /* ------------------------------------------------------------------ */
 
@@ -796,13 +1012,278 @@ TESSLIN_API int32_t IMG_animate(intptr_t window, const char *file, int32_t width
 
 /* Unload every loaded module. Returns 0. */
 TESSLIN_API int32_t IMG_unload_plugins(void);
-/* Settings forwarded to the modules (loaded if needed): the PDF input
- * setting goes to apdfmod when it can be loaded, else to pdfmod (IMG_ERR_PLUGIN when
- * neither can); the PCL input setting to pclmod (IMG_ERR_PLUGIN); the JPEG 2000
- * compression ratio to jp2mod (IMG_ERR_JP2_PLUGIN). Each returns the module's result. */
+/* Settings forwarded to the modules (loaded if needed); each returns the
+ * module's result (docs/modules.md).
+ * IMGLOW_set_pdf_input(resolution, bits): how PDF pages are rendered when
+ * decoded: resolution in dots per inch (10 to 2400, default 200) and output
+ * depth 1 (bilevel, thresholded without anti-aliasing), 8 (grey) or 24
+ * (colour, the default); 0 for either restores its default. Given to both
+ * apdfmod and pdfmod, whichever can be loaded (apdfmod's answer is
+ * returned); 0, IMG_ERR_BAD_IMAGE for a value out of range (nothing
+ * changed), IMG_ERR_PLUGIN when neither module can be loaded.
+ * IMGLOW_set_pcl_input: to pclmod (IMG_ERR_PLUGIN).
+ * IMGLOW_set_jpeg2000_comp_ratio(ratio): compression of format code 70
+ * (IMG_FORMAT_JPEG2000): 1 (the default, also 0) lossless, 2 to 1000 lossy
+ * at that ratio of the raw pixel size; 0, IMG_ERR_BAD_IMAGE out of range,
+ * IMG_ERR_JP2_PLUGIN when jp2mod cannot be loaded. */
 TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_pcl_input(int32_t a, int32_t b);
 TESSLIN_API int32_t IMGLOW_set_jpeg2000_comp_ratio(int32_t ratio);
+/* The text of a PDF file through apdfmod: UTF-8, each page followed by a
+ * form feed, in reading order (flag bit 0 clear) or keeping the page's
+ * physical layout (flag bit 0 set). On success *text receives a
+ * zero-terminated block from tesslin_block_alloc that the caller frees with
+ * tesslin_block_free, *length its length without the terminator, and 0 is
+ * returned. Failures (*text NULL, *length 0): IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED
+ * for a file that is not a PDF, IMG_ERR_PLUGIN without apdfmod,
+ * IMG_ERR_TEXT_NOT_FOUND for a document without text, IMG_ERR_VARIANT for a
+ * document that needs a password, IMG_ERR_BAD_IMAGE for a damaged one or a
+ * NULL output, IMG_ERR_MEMORY. */
+TESSLIN_API int32_t IMGLOW_extract_text(const char *file, char **text, int32_t *length,
+                                        int32_t flag);
+/* Number of occurrences of `text` (UTF-8) on page `page` (0 = first) of a
+ * PDF file, through pdfmod; flag bit 0: ignore case. IMG_ERR_TEXT_NOT_FOUND
+ * when there is none, IMG_ERR_NO_PAGE, IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED
+ * for a file that is not a PDF, IMG_ERR_PLUGIN without pdfmod,
+ * IMG_ERR_BAD_IMAGE for an empty or NULL text or a damaged document,
+ * IMG_ERR_VARIANT for a document that needs a password. */
+TESSLIN_API int32_t IMGLOW_search_text(const char *file, int32_t page, const char *text,
+                                       int32_t flag);
+
+/* ------------------------------------------------------------------ */
+/* Display geometry and drawing                                         */
+/* ------------------------------------------------------------------ */
+
+/* Drawing entry points read the bitmap's crop rectangle, display angle and
+ * raster operation (IMGLOW_set_rop; the brush is white) and draw into the
+ * software surfaces above (docs/display.md). Those that take a bitmap handle
+ * return IMG_ERR_HANDLE for a bad one, IMG_ERR_BAD_IMAGE for a device
+ * context or window that is not live, IMG_ERR_DISPLAY_RECT for a rectangle
+ * or area of width or height 0; the display operations (all but printing
+ * and device bitmaps) store their display rectangle, mark the bitmap busy
+ * while drawing and ask the display callback (IMGLOW_set_dispfunc) first,
+ * whose result below 1 cancels the drawing and is returned. Negative
+ * widths and heights mirror the picture left to right and top to bottom in
+ * the image's own orientation. */
+
+/* Store the display angle, clockwise: 0, 90, 180 or 270 (0 when a handle is
+ * created); every drawing of the bitmap then shows it turned. IMG_ERR_UNSUPPORTED
+ * (the old angle kept) for any other value. */
+TESSLIN_API int32_t IMG_set_display_angle(int32_t handle, int32_t angle);
+/* Convert an image point (*x, *y) to the client point of `window` where it
+ * is shown, and back. With the crop rectangle covering the whole image the
+ * picture keeps its aspect ratio in the client area, centred; with a part
+ * of the image it is stretched over the whole client area. Image-to-window
+ * results are reduced to signed 16-bit values; window-to-image results are
+ * clamped into the image, and use the centring offset only when the display
+ * rectangle does not start at (0, 0). 0, IMG_ERR_HANDLE, or
+ * IMG_ERR_BAD_IMAGE for a window that is not live or a NULL x or y. */
+TESSLIN_API int32_t IMGLOW_map_image_to_wnd(int32_t handle, intptr_t window, int32_t *x,
+                                            int32_t *y);
+TESSLIN_API int32_t IMGLOW_map_wnd_to_image(int32_t handle, intptr_t window, int32_t *x,
+                                            int32_t *y);
+/* Fit the displayed image width (height) to the area of `width` x `height`
+ * at (x, y): set the crop rectangle to the rows (columns) the area shows,
+ * centre the picture across when the whole image fits, store the display
+ * rectangle and draw into `dc`. `window` (0 for none) is only checked:
+ * software windows have no scroll bars. Returns the zoom in percent (0 when
+ * less than one image row or column fits), or a negative status. */
+TESSLIN_API int32_t IMG_display_fit_to_width(int32_t handle, intptr_t dc, intptr_t window,
+                                             int32_t x, int32_t y, int32_t width,
+                                             int32_t height);
+TESSLIN_API int32_t IMG_display_fit_to_height(int32_t handle, intptr_t dc, intptr_t window,
+                                              int32_t x, int32_t y, int32_t width,
+                                              int32_t height);
+/* IMG_display_bitmap variants: _aspect fits the picture into the rectangle
+ * with its aspect ratio kept, centred, and stores the rectangle it drew;
+ * _transp leaves pixels of the transparent colour (IMGLOW_set_transp_color:
+ * a palette index in the low byte for images of 8 bits or fewer, a
+ * COLORREF for deeper ones) as the surface had them, and draws everything
+ * when no transparent colour is set; _iac draws anti-aliased, each surface
+ * pixel the average of the image pixels it covers (a bilevel page shrinks
+ * to grey). */
+TESSLIN_API int32_t IMG_display_bitmap_aspect(int32_t handle, intptr_t dc, int32_t x,
+                                              int32_t y, int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_bitmap_transp(int32_t handle, intptr_t dc, int32_t x,
+                                              int32_t y, int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_bitmap_iac(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                           int32_t width, int32_t height);
+/* Lay the picture over what the surface holds at `percent` opacity (100:
+ * covers it; 0: leaves it). IMG_ERR_UNSUPPORTED for a percentage outside
+ * 0 .. 100. */
+TESSLIN_API int32_t IMG_merge_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                     int32_t width, int32_t height, int32_t percent);
+/* The palette drawing realises for the bitmap, copied into `palette` (room
+ * for 256 entries; NULL just counts): the number of entries, 0 for images
+ * deeper than 8 bits (drawn in true colour), IMG_ERR_HANDLE. */
+TESSLIN_API int32_t IMG_get_bitmap_palette(int32_t handle, IMG_RGBQUAD *palette);
+/* Device bitmaps. IMG_dib_to_ddb copies the crop rectangle (1:1, display
+ * angle not applied) into a new device bitmap for `dc`: a device context
+ * handle of the crop's size, read with tesslin_dc_pixels and freed with
+ * tesslin_dc_destroy; IMG_ERR_MEMORY when no memory is left or the crop is
+ * wider or higher than 32768. IMG_display_ddb stretches one (nearest) over
+ * a rectangle of `dc`; IMG_display_ddb_effect draws it in 16 steps, effect
+ * 0 at once, 1 wiping in from the left, 2 from the right, 3 from the top, 4
+ * from the bottom, waiting the wipe delay (IMGLOW_set_wipedelay, 0 meaning
+ * 2 ms) between steps; IMG_ERR_UNSUPPORTED for another effect.
+ * IMG_create_handle_ddb makes a new 24-bit bitmap handle of one. A device
+ * bitmap that is not live gives IMG_ERR_BAD_IMAGE. */
+TESSLIN_API intptr_t IMG_dib_to_ddb(int32_t handle, intptr_t dc);
+TESSLIN_API int32_t IMG_display_ddb(intptr_t ddb, intptr_t dc, int32_t x, int32_t y,
+                                    int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_display_ddb_effect(intptr_t ddb, intptr_t dc, int32_t x, int32_t y,
+                                           int32_t width, int32_t height, int32_t effect);
+TESSLIN_API int32_t IMG_create_handle_ddb(intptr_t ddb);
+/* Print the crop rectangle, in the display angle, onto a page surface:
+ * fitted into the rectangle with its aspect ratio kept and centred (width
+ * and height 0: the whole surface). IMG_print_bitmap averages the image
+ * pixels each page pixel covers; IMG_print_bitmap_fast takes the nearest.
+ * The display rectangle, display callback and raster operation are not
+ * used. */
+TESSLIN_API int32_t IMG_print_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                     int32_t width, int32_t height);
+TESSLIN_API int32_t IMG_print_bitmap_fast(int32_t handle, intptr_t dc, int32_t x, int32_t y,
+                                          int32_t width, int32_t height);
+
+/* ------------------------------------------------------------------ */
+/* Text files as pages                                                  */
+/* ------------------------------------------------------------------ */
+
+/* Plain text files open like images (format code IMG_FORMAT_TEXT, detected
+ * only after IMGLOW_set_auto_detect(IMG_FORMAT_TEXT)): each page is typeset
+ * in a monospace font onto a white 1-bit page (docs/text.md). The
+ * attributes below are process-wide; lengths are in thousandths of an
+ * inch. */
+typedef struct {
+    uint32_t mask;          /* which fields a set or get call touches */
+    int32_t x_resolution;   /* 0x1: dots per inch across, default 200 */
+    int32_t y_resolution;   /* 0x2: dots per inch down, default 200 */
+    int32_t left_margin;    /* 0x4 (the four margins): default 1000 */
+    int32_t top_margin;     /* default 750 */
+    int32_t right_margin;   /* default 1000 */
+    int32_t bottom_margin;  /* default 750 */
+    int32_t tab_size;       /* 0x8: tab stops every so many characters, default 8 */
+    int32_t page_width;     /* 0x10: default 8500 */
+    int32_t page_height;    /* 0x20: default 11000 */
+    int32_t font_height;    /* 0x40: in pixels (0: 12 points); negative, the default
+                               -1: fitted to the lines and characters per page */
+    int32_t chars_per_line; /* 0x80: default 80 */
+    int32_t lines_per_page; /* 0x100: default 60 */
+    int32_t bold;           /* 0x200: non-zero selects the bold face */
+    int32_t italic;         /* 0x400: the low byte non-zero selects the italic face */
+    char font_name[32];     /* 0x800: face name, default "Courier New" (matched through
+                               fontconfig, docs/platform.md); longer names are cut to 31 */
+} IMG_ASCII_ATTRIBUTES;
+
+enum {
+    IMG_ASCII_X_RESOLUTION = 0x1,
+    IMG_ASCII_Y_RESOLUTION = 0x2,
+    IMG_ASCII_MARGINS = 0x4,
+    IMG_ASCII_TAB_SIZE = 0x8,
+    IMG_ASCII_PAGE_WIDTH = 0x10,
+    IMG_ASCII_PAGE_HEIGHT = 0x20,
+    IMG_ASCII_FONT_HEIGHT = 0x40,
+    IMG_ASCII_CHARS_PER_LINE = 0x80,
+    IMG_ASCII_LINES_PER_PAGE = 0x100,
+    IMG_ASCII_BOLD = 0x200,
+    IMG_ASCII_ITALIC = 0x400,
+    IMG_ASCII_FONT_NAME = 0x800
+};
+
+/* Copy the fields whose mask bit is set into the process-wide attributes
+ * (set) or out of them (get). 0, or IMG_ERR_BAD_IMAGE for NULL. */
+TESSLIN_API int32_t IMGLOW_set_ascii_attributes(const IMG_ASCII_ATTRIBUTES *record);
+TESSLIN_API int32_t IMGLOW_get_ascii_attributes(IMG_ASCII_ATTRIBUTES *record);
+/* The page width, in thousandths of an inch, that holds the file's widest
+ * line between the margins, measured in the current font with tabs
+ * expanded; the number of characters of the longest line (tabs counting
+ * one) becomes the characters-per-line attribute. IMG_ERR_OPEN when the
+ * file cannot be opened, IMG_ERR_BAD_IMAGE for a file that is not text (a
+ * byte below 32 other than 9 to 13 and 26) or a resolution below 1,
+ * IMG_ERR_UNSUPPORTED when no font can be had. Reads the attributes. */
+TESSLIN_API int32_t IMGLOW_get_ascii_page_width(const char *file_name);
+/* Decode page `page` (0 = the first) of a text file into a new bitmap
+ * handle, as IMG_decompress_bitmap_fd at offset 0 does: the handle,
+ * IMG_ERR_OPEN, IMG_ERR_UNSUPPORTED while detection of IMG_FORMAT_TEXT is
+ * off (or when no font can be had), IMG_ERR_NO_PAGE beyond the last page,
+ * IMG_ERR_BAD_IMAGE for a page smaller than one pixel. Reads the
+ * attributes and the decode settings. */
+TESSLIN_API int32_t IMG_import_ascii(const char *file_name, int32_t page);
+/* Scanning                                                             */
+/* ------------------------------------------------------------------ */
+
+/* Pages come from a scanner through a data source manager module loaded at
+ * run time: $TESSLIN_TWAIN_DSM, else libtesslin-twain.so beside the library
+ * (docs/scanning.md). The module shipped with the library drives SANE: the
+ * device $TESSLIN_SANE_DEVICE, else the first one SANE lists, with the extra
+ * backend options of $TESSLIN_SANE_OPTIONS ("name=value;..."). Connection
+ * state is process-wide and unlocked: one scanning operation at a time.
+ * `parent` is handed to the manager as the parent window (0 is fine).
+ * Statuses common to all: IMG_ERR_SCAN_MANAGER (module absent, not loadable,
+ * no entry point; returned as such by IMG_scan_open_source, IMG_scan_acquire
+ * and IMG_scan_pages, as IMG_ERR_SCAN_REFUSED by the others),
+ * IMG_ERR_SCAN_REFUSED (the manager or the source refused to open or to
+ * act), IMG_ERR_STOP (cancelled, or no image was transferred). */
+
+/* The scan settings the library imposes when the source's own dialog is
+ * not shown (show_ui 0): 44 bytes, no padding. Defaults: 1 bit, frame
+ * 0, 0, 8.5, 11 inches, 300 by 300 dots per inch. */
+#pragma pack(push, 4)
+typedef struct {
+    int32_t bits_per_pixel; /* 1 black and white, 8 grey, 24 colour */
+    double left, top, right, bottom; /* scan frame, inches */
+    int32_t x_resolution, y_resolution; /* dots per inch */
+} IMG_SCAN_SETTINGS;
+#pragma pack(pop)
+
+/* Ask the manager for its default source, then let it choose one (its
+ * selection dialog; the SANE manager has none and keeps the default); the
+ * choice is used by the next operations. Closes the connection. 0, or the
+ * manager-open status. */
+TESSLIN_API int32_t IMG_scan_open_source(intptr_t parent);
+/* Show the source's own settings dialog without acquiring. Leaves the
+ * connection open (IMG_scan_feeder_close ends it). 0; IMG_ERR_SCAN_REFUSED;
+ * IMG_ERR_SCAN_CAPABILITY when the source cannot show its dialog alone. */
+TESSLIN_API int32_t IMG_scan_setup(intptr_t parent);
+/* The current value of one capability (one-value container), or
+ * IMG_ERR_SCAN_CAPABILITY. Leaves the connection open. */
+TESSLIN_API int32_t IMG_scan_get_cap(intptr_t parent, uint16_t capability);
+/* Set one capability as a 16-bit value. 0 or IMG_ERR_SCAN_CAPABILITY. Leaves
+ * the connection open. */
+TESSLIN_API int32_t IMG_scan_set_cap(intptr_t parent, uint16_t capability, int32_t value);
+/* Store the scan settings record (copied whole; NULL is ignored). 0. */
+TESSLIN_API int32_t IMG_scan_set_caps(const IMG_SCAN_SETTINGS *settings);
+/* Acquire one page by native transfer (the feeder switched off) into a new
+ * handle. With show_ui 0 the scan settings are applied first. The handle,
+ * IMG_ERR_STOP when the source closed without a transfer, or the decode
+ * status of the transferred DIB. Reads the decode settings. */
+TESSLIN_API int32_t IMG_scan_acquire(intptr_t parent, int32_t show_ui);
+/* The next page from the feeder as a new handle. The first call opens the
+ * connection (IMG_ERR_SCAN_NO_PAPER when the feeder is empty or cannot say,
+ * IMG_ERR_SCAN_FEEDER when it cannot be enabled, IMG_ERR_SCAN_AUTOFEED when
+ * automatic feeding cannot be), and the connection stays open while pages
+ * remain; it is closed after the last page or a failure. The _fast variant
+ * asks for Group 4 compressed pages by memory transfer (when the source
+ * offers them; else native) and sets duplex scanning to `duplex` when the
+ * source has it. */
+TESSLIN_API int32_t IMG_scan_acquire_feeder(intptr_t parent, int32_t show_ui);
+TESSLIN_API int32_t IMG_scan_acquire_feeder_fast(intptr_t parent, int32_t show_ui,
+                                                 int32_t duplex);
+/* Scan every page in the feeder and save each with IMG_save_bitmap in
+ * format `format_code` (negative: BMP). Multi-page codes (IMG_FORMAT_TIFF,
+ * _TIFF_MH, _TIFF_G3, _TIFF_G4, _DCX, _TIFF_PACKBITS) write all pages into
+ * the file `name`, started afresh; other codes write "<name>%08d.img"
+ * (pages counted from 0; "%08d.img" when name is NULL), replacing files of
+ * those names. 0, or the first negative status (feeder statuses as
+ * IMG_ERR_SCAN_REFUSED, save statuses, transfer statuses). Pages written
+ * before a failure stay. */
+TESSLIN_API int32_t IMG_scan_pages(intptr_t parent, const char *name, int32_t format_code,
+                                   int32_t show_ui);
+TESSLIN_API int32_t IMG_scan_pages_fast(intptr_t parent, const char *name, int32_t format_code,
+                                        int32_t show_ui, int32_t duplex);
+/* End the connection: disable and close the source, close and unload the
+ * manager. 0. */
+TESSLIN_API int32_t IMG_scan_feeder_close(void);
 
 #ifdef __cplusplus
 }

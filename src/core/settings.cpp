@@ -41,6 +41,11 @@ Settings& settings() {
     return s;
 }
 
+std::mutex& text_lock() {
+    static std::mutex m;
+    return m;
+}
+
 int32_t auto_detect_index(int32_t code) {
     switch (code) {
         case IMG_FORMAT_TIFF_MH: case IMG_FORMAT_TIFF_G3: case IMG_FORMAT_TIFF_LZW:
@@ -202,6 +207,7 @@ TESSLIN_API int32_t IMGLOW_set_pdf_output(int32_t width, int32_t height) {
 }
 
 TESSLIN_API int32_t IMGLOW_set_bitmap_name(const char* notice, const char* date) {
+    std::lock_guard<std::mutex> hold(text_lock());
     if (notice) copy_text(settings().notice, notice, 199);
     if (date) {
         std::memset(settings().date, 0, sizeof settings().date);
@@ -211,6 +217,7 @@ TESSLIN_API int32_t IMGLOW_set_bitmap_name(const char* notice, const char* date)
 }
 
 TESSLIN_API int32_t IMGLOW_get_bitmap_name(char* notice, char* date) {
+    std::lock_guard<std::mutex> hold(text_lock());
     if (notice) copy_text(notice, settings().notice, 199);
     if (date) copy_text(date, settings().date, 10);
     return 0;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 #include "tesslin/tesslin.h"
 
@@ -47,6 +48,11 @@ struct Settings {
 };
 
 Settings& settings();
+
+// Guards Settings::date and Settings::notice: TIFF decodes on any thread
+// refresh them and saves read them, so every access holds this lock and no
+// one sees a half-written string.
+std::mutex& text_lock();
 
 // Maps a format code to the detection switch it acts on: TIFF variants to 0,
 // compressed BMP to 1. -1 for a code outside 0..78.

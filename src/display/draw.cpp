@@ -1,6 +1,7 @@
 // Drawing a bitmap into a device context (the platform layer's software
 // surfaces): the crop rectangle stretched, nearest neighbour, over the
-// display rectangle; a negative width or height mirrors the picture.
+// display rectangle, turned by the display angle; a negative width or
+// height mirrors the picture.
 //
 //   IMG_display_bitmap   stores the display rectangle and draws
 //   IMG_bitmap_palette   realises the bitmap's palette (nothing to do on a
@@ -8,7 +9,8 @@
 //
 // Every depth is drawn: 1, 4 and 8 bits through the palette, 16 bits as
 // 5-5-5, 24 bits, 32 bits with alpha (alpha ignored) or CMYK, and bilevel
-// pages held as run records.
+// pages held as run records. The bitmap's raster operation
+// (IMGLOW_set_rop) combines the picture with the surface.
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -22,18 +24,15 @@
 #include "platform/surface.h"
 
 namespace tesslin::display {
-namespace {
 
-// Marks a bitmap busy for the length of a drawing (IMG_delete_bitmap waits).
-struct BusyMark {
-    explicit BusyMark(BitmapObject* obj) : flag(obj->display_busy) {
-        flag.store(1, std::memory_order_release);
-    }
-    ~BusyMark() { flag.store(0, std::memory_order_release); }
-    std::atomic_ref<int32_t> flag;
-};
+int32_t magnitude(int32_t v) { return v >= 0 ? v : v == INT32_MIN ? INT32_MAX : -v; }
 
-}  // namespace
+BusyMark::BusyMark(BitmapObject* obj) : obj_(obj) {
+    std::atomic_ref<int32_t>(obj_->display_busy).store(1, std::memory_order_release);
+}
+BusyMark::~BusyMark() {
+    std::atomic_ref<int32_t>(obj_->display_busy).store(0, std::memory_order_release);
+}
 
 void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* out,
                 std::vector<uint8_t>& scratch) {
@@ -49,30 +48,47 @@ void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* ou
         row = obj->plain_row(y);
     }
     const bool alpha = obj->header()->biCompression == IMG_COMPRESSION_ALPHA;
-    for (int32_t i = 0; i < n; ++i) {
-        const uint32_t x = uint32_t(x0 + i);
-        uint8_t* o = out + size_t(i) * 3;
-        switch (bits) {
-            case 1: case 4: case 8: {
-                uint32_t index;
-                if (bits == 8) index = row[x];
-                else if (bits == 4) index = (row[x / 2] >> ((x & 1) ? 0 : 4)) & 15;
-                else index = (row[x / 8] >> (7 - (x & 7))) & 1;
-                o[0] = pal[index].rgbRed, o[1] = pal[index].rgbGreen, o[2] = pal[index].rgbBlue;
-                break;
+    const auto put = [](uint8_t* o, const RgbQuad& c) {
+        o[0] = c.rgbRed, o[1] = c.rgbGreen, o[2] = c.rgbBlue;
+    };
+    // One loop per depth, so that the depth is not tested per pixel.
+    switch (bits) {
+        case 1:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
+                put(out + size_t(i) * 3, pal[(row[x / 8] >> (7 - (x & 7))) & 1]);
             }
-            case 16: {
+            break;
+        case 4:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
+                put(out + size_t(i) * 3, pal[(row[x / 2] >> ((x & 1) ? 0 : 4)) & 15]);
+            }
+            break;
+        case 8:
+            for (int32_t i = 0; i < n; ++i) put(out + size_t(i) * 3, pal[row[x0 + i]]);
+            break;
+        case 16:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint32_t x = uint32_t(x0 + i);
                 const uint32_t v = uint32_t(row[2 * x]) | uint32_t(row[2 * x + 1]) << 8;
                 const uint32_t r = (v >> 10) & 31, g = (v >> 5) & 31, b = v & 31;
+                uint8_t* o = out + size_t(i) * 3;
                 o[0] = uint8_t(r << 3 | r >> 2), o[1] = uint8_t(g << 3 | g >> 2),
                 o[2] = uint8_t(b << 3 | b >> 2);
-                break;
             }
-            case 24:
-                o[0] = row[3 * x + 2], o[1] = row[3 * x + 1], o[2] = row[3 * x];
-                break;
-            default: {  // 32
-                const uint8_t* p = row + 4 * x;
+            break;
+        case 24:
+            for (int32_t i = 0; i < n; ++i) {
+                const uint8_t* p = row + 3 * size_t(x0 + i);
+                uint8_t* o = out + size_t(i) * 3;
+                o[0] = p[2], o[1] = p[1], o[2] = p[0];
+            }
+            break;
+        default:  // 32
+            for (int32_t i = 0; i < n; ++i) {
+                const uint8_t* p = row + 4 * size_t(x0 + i);
+                uint8_t* o = out + size_t(i) * 3;
                 if (alpha) {
                     o[0] = p[2], o[1] = p[1], o[2] = p[0];
                 } else {
@@ -81,48 +97,36 @@ void row_to_rgb(BitmapObject* obj, int32_t y, int32_t x0, int32_t n, uint8_t* ou
                     o[0] = uint8_t((255 - p[0]) * k / 255), o[1] = uint8_t((255 - p[1]) * k / 255),
                     o[2] = uint8_t((255 - p[2]) * k / 255);
                 }
-                break;
             }
-        }
+            break;
     }
 }
 
 int32_t draw_crop(BitmapObject* obj, intptr_t dc, int32_t x, int32_t y, int32_t width,
-                  int32_t height) {
+                  int32_t height, const Blend& how) {
     platform::Surface s;
     if (!platform::dc_surface(dc, &s)) return IMG_ERR_BAD_IMAGE;
     if (!obj->dib) return IMG_ERR_MEMORY;
-    const bool mirror_x = width < 0, mirror_y = height < 0;
-    const int64_t w = mirror_x ? -int64_t(width) : width;
-    const int64_t h = mirror_y ? -int64_t(height) : height;
-    if (w < 1 || h < 1) return IMG_ERR_DISPLAY_RECT;
-    const int32_t cw = obj->crop_width, ch = obj->crop_height;
-    if (cw < 1 || ch < 1) return IMG_ERR_DISPLAY_RECT;
+    BitmapSource source(obj);
+    Placement where;
+    where.x = x, where.y = y, where.width = width, where.height = height;
+    where.angle = obj->display_angle;
+    return render(source, dc, where, how);
+}
 
-    // Only the part of the rectangle that lies on the surface is drawn.
-    const int64_t left = std::max<int64_t>(x, 0), right = std::min<int64_t>(x + w, s.width);
-    const int64_t top = std::max<int64_t>(y, 0), bottom = std::min<int64_t>(y + h, s.height);
-    if (left >= right || top >= bottom) return 0;
+int32_t draw_crop(BitmapObject* obj, intptr_t dc, int32_t x, int32_t y, int32_t width,
+                  int32_t height) {
+    Blend how;
+    how.rop = obj->rop;
+    return draw_crop(obj, dc, x, y, width, height, how);
+}
 
-    std::vector<int32_t> column(size_t(right - left));
-    for (int64_t dx = left; dx < right; ++dx) {
-        const int64_t i = mirror_x ? w - 1 - (dx - x) : dx - x;
-        column[size_t(dx - left)] = int32_t(i * cw / w);
-    }
-    std::vector<uint8_t> source(size_t(cw) * 3), scratch;
-    int32_t loaded = -1;
-    for (int64_t dy = top; dy < bottom; ++dy) {
-        const int64_t j = mirror_y ? h - 1 - (dy - y) : dy - y;
-        const int32_t sy = obj->crop_y + int32_t(j * ch / h);
-        if (sy != loaded) {
-            row_to_rgb(obj, sy, obj->crop_x, cw, source.data(), scratch);
-            loaded = sy;
-        }
-        uint8_t* out = s.rgb + (size_t(dy) * size_t(s.width) + size_t(left)) * 3;
-        for (size_t k = 0; k < column.size(); ++k)
-            std::memcpy(out + 3 * k, source.data() + 3 * size_t(column[k]), 3);
-    }
-    return 0;
+int32_t ask_display_callback(BitmapObject* obj) {
+    const Settings& st = settings();
+    if (!st.dispfunc || !obj->dib) return 1;
+    const int32_t go =
+        st.dispfunc(reinterpret_cast<const IMG_BITMAPINFOHEADER*>(obj->dib), st.dispfunc_user);
+    return go < 1 ? go : 1;
 }
 
 int32_t display_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y, int32_t width,
@@ -132,14 +136,9 @@ int32_t display_bitmap(int32_t handle, intptr_t dc, int32_t x, int32_t y, int32_
     BusyMark busy(obj);
     obj->display_rect[0] = x;
     obj->display_rect[1] = y;
-    obj->display_rect[2] = width < 0 ? -width : width;
-    obj->display_rect[3] = height < 0 ? -height : height;
-    const Settings& st = settings();
-    if (st.dispfunc && obj->dib) {
-        const int32_t go = st.dispfunc(reinterpret_cast<const IMG_BITMAPINFOHEADER*>(obj->dib),
-                                       st.dispfunc_user);
-        if (go < 1) return go;
-    }
+    obj->display_rect[2] = magnitude(width);
+    obj->display_rect[3] = magnitude(height);
+    if (const int32_t go = ask_display_callback(obj); go < 1) return go;
     return draw_crop(obj, dc, x, y, width, height);
 }
 

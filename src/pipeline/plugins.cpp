@@ -11,7 +11,9 @@
 #include <string>
 
 #include "core/api.h"
+#include "core/entry.h"
 #include "core/stream.h"
+#include "pipeline/detect.h"
 
 namespace tesslin::plugins {
 namespace {
@@ -34,7 +36,14 @@ constexpr Spec kSpecs[kSlotCount] = {
 };
 
 // Entry point positions in the table above.
-enum Entry { kDecode = 0, kSetInput = 1, kPages = 2, kJp2Encode = 1, kJp2Parameters = 2 };
+enum Entry {
+    kDecode = 0,
+    kSetInput = 1,
+    kPages = 2,
+    kText = 3,  // pdf_search_text, apdf_extract_text
+    kJp2Encode = 1,
+    kJp2Parameters = 2
+};
 
 // Signatures of the entry points and of the functions handed to modules.
 using ReadFn = int32_t (*)(int32_t, void*, uint32_t);
@@ -49,6 +58,8 @@ using PagesFn = int32_t (*)(int32_t);
 using PagesFileFn = int32_t (*)(const char*);
 using SetInputFn = int32_t (*)(int32_t, int32_t);
 using SetValueFn = int32_t (*)(int32_t);
+using SearchTextFn = int32_t (*)(int32_t, int32_t, const char*, int32_t);
+using ExtractTextFn = int32_t (*)(const char*, char**, int32_t);
 using AbicFn = int32_t (*)(int32_t, int32_t, int32_t, int32_t, uint8_t*, SeekFn, ReadFn);
 using DecompressMemFn = int32_t (*)(const void*, int32_t);
 using DeleteFn = int32_t (*)(int32_t);
@@ -245,9 +256,60 @@ TESSLIN_API int32_t IMG_unload_plugins(void) {
 
 TESSLIN_API int32_t IMGLOW_set_pdf_input(int32_t a, int32_t b) {
     return api_call([&]() -> int32_t {
-        if (auto fn = get<SetInputFn>(kApdf, kSetInput)) return fn(a, b);
-        if (auto fn = get<SetInputFn>(kPdf, kSetInput)) return fn(a, b);
-        return IMG_ERR_PLUGIN;
+        // Both modules render pages (the stream one for the decode entry
+        // points, the file-name one for pages when the stream one is
+        // absent), so both get the setting; apdfmod's answer is returned.
+        const auto by_name = get<SetInputFn>(kApdf, kSetInput);
+        const auto by_stream = get<SetInputFn>(kPdf, kSetInput);
+        if (!by_name && !by_stream) return IMG_ERR_PLUGIN;
+        const int32_t r = by_name ? by_name(a, b) : by_stream(a, b);
+        if (by_name && by_stream) by_stream(a, b);
+        return r;
+    });
+}
+
+TESSLIN_API int32_t IMGLOW_extract_text(const char* file, char** text, int32_t* length,
+                                        int32_t flag) {
+    return api_call([&]() -> int32_t {
+        if (!text || !length) return IMG_ERR_BAD_IMAGE;
+        *text = nullptr;
+        *length = 0;
+        const int32_t is_pdf =
+            with_file(file, [](int32_t s) -> int32_t { return detect_format(s).is("pdf"); });
+        if (is_pdf < 0) return is_pdf;
+        if (!is_pdf) return IMG_ERR_UNSUPPORTED;
+        auto fn = get<ExtractTextFn>(kApdf, kText);
+        if (!fn) return IMG_ERR_PLUGIN;
+        char* module_text = nullptr;
+        const int32_t n = fn(file, &module_text, flag);
+        if (n < 0 || !module_text) {
+            std::free(module_text);
+            return n < 0 ? n : IMG_ERR_TEXT_NOT_FOUND;
+        }
+        // Handed over in a library block, freed with tesslin_block_free.
+        auto* block = static_cast<char*>(tesslin_block_alloc(uint32_t(n) + 1));
+        if (!block) {
+            std::free(module_text);
+            return IMG_ERR_MEMORY;
+        }
+        std::memcpy(block, module_text, size_t(n));
+        block[n] = 0;
+        std::free(module_text);
+        *text = block;
+        *length = n;
+        return 0;
+    });
+}
+
+TESSLIN_API int32_t IMGLOW_search_text(const char* file, int32_t page, const char* text,
+                                       int32_t flag) {
+    return api_call([&]() -> int32_t {
+        if (!text || !*text) return IMG_ERR_BAD_IMAGE;
+        return with_file(file, [&](int32_t s) -> int32_t {
+            if (!detect_format(s).is("pdf")) return IMG_ERR_UNSUPPORTED;
+            auto fn = get<SearchTextFn>(kPdf, kText);
+            return fn ? fn(s, page, text, flag) : IMG_ERR_PLUGIN;
+        });
     });
 }
 

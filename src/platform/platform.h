@@ -46,4 +46,19 @@ int32_t mutex_unlock();
 // handlers found are restored when no guarded call is running.
 int64_t run_guarded(int64_t (*fn)(void*), void* context, int64_t fault_result);
 
+// ---- Loadable modules -----------------------------------------------
+// A shared object loaded by path (dlopen, local symbols, resolved at once)
+// and its entry points looked up by name. Each returns null on failure;
+// module_unload ignores null.
+void* module_load(const char* path);
+void* module_symbol(void* module, const char* name);
+void module_unload(void* module);
+
+// The path of the scanner's data source manager module:
+// $TESSLIN_TWAIN_DSM when set and not empty, else "libtesslin-twain.so" in
+// the directory of the library itself. False when the file does not exist
+// (or the path does not fit in size bytes); the path is written either way
+// when it fits.
+bool twain_manager_path(char* out, size_t size);
+
 }  // namespace tesslin::platform

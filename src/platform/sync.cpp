@@ -4,25 +4,36 @@
 
 #include <chrono>
 #include <mutex>
+#include <thread>
 
 #include "platform/platform.h"
 
 namespace tesslin::platform {
 
 // ---- The library mutex ------------------------------------------------
-// One process-wide timed mutex stands for the named mutex "Tesslin_mutex";
-// on Linux one loaded copy of the library serves the process.
+// One process-wide mutex stands for the named mutex "Tesslin_mutex"; on
+// Linux one loaded copy of the library serves the process. Waiting is
+// bounded to 5 seconds by polling try_lock with growing pauses rather than
+// std::timed_mutex: its try_lock_for goes through pthread_mutex_clocklock,
+// which ThreadSanitizer does not see, so every unlock looked unmatched. It
+// is held only for a table search, so a waiter rarely polls more than once.
 
 namespace {
-std::timed_mutex& library_mutex() {
-    static std::timed_mutex m;
+std::mutex& library_mutex() {
+    static std::mutex m;
     return m;
 }
 thread_local bool t_holds_mutex = false;
 }  // namespace
 
 int32_t mutex_lock() {
-    if (!library_mutex().try_lock_for(std::chrono::milliseconds(5000))) return -1;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(5000);
+    auto pause = std::chrono::microseconds(1);
+    while (!library_mutex().try_lock()) {
+        if (std::chrono::steady_clock::now() >= deadline) return -1;
+        if (pause.count() < 1000) pause *= 2;
+        std::this_thread::sleep_for(pause);
+    }
     t_holds_mutex = true;
     return 0;
 }

@@ -1,5 +1,8 @@
 #include "process/new_image.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "platform/platform.h"
 
 namespace tesslin::process {
@@ -23,6 +26,23 @@ int32_t NewImage::create(const DibHeader* like, int32_t width, int32_t height, i
 
 int32_t NewImage::append_record(const uint32_t* record, uint32_t length) {
     return run_store_append(&work_, record, length) == 0 ? 0 : IMG_ERR_MEMORY;
+}
+
+void NewImage::reverse_records() {
+    const int32_t n = work_.runs_stored;
+    if (!work_.run_encoded || n < 2) return;
+    // Reversing every word reverses the order of the records and the words
+    // inside each; each record's words are then turned back.
+    uint32_t* offsets = work_.line_offsets;
+    auto* words = reinterpret_cast<uint32_t*>(work_.pixels());
+    std::reverse(words, words + offsets[n] / 4);
+    // Record k of the new order is record n - 1 - k of the old one.
+    std::vector<uint32_t> lengths(static_cast<size_t>(n));
+    for (int32_t k = 0; k < n; ++k) lengths[static_cast<size_t>(k)] = offsets[n - k] - offsets[n - 1 - k];
+    for (int32_t k = 0; k < n; ++k) {
+        offsets[k + 1] = offsets[k] + lengths[static_cast<size_t>(k)];
+        std::reverse(words + offsets[k] / 4, words + offsets[k + 1] / 4);
+    }
 }
 
 int32_t NewImage::install(BitmapObject* obj) {

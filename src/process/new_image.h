@@ -38,6 +38,10 @@ public:
     // Run store: appends the record of the next row (top row first). 0 or
     // IMG_ERR_MEMORY.
     int32_t append_record(const uint32_t* record, uint32_t length);
+    // Run store: turns the records appended so far upside down in place
+    // (the first becomes the last), for operations that make their rows
+    // bottom row first. Needs no memory.
+    void reverse_records();
 
     // Replaces the object's image by this one: frees the old DIB and line
     // offsets, resets the crop rectangle to the whole new image and keeps the

@@ -341,7 +341,9 @@ inline Bytes save_mem(int32_t handle, int32_t code, int32_t* status = nullptr, u
         IMG_bitmap_info(handle, &w, &h, &bits);
         capacity = std::max(row_bytes(uint32_t(w), uint32_t(bits)) * uint32_t(h) * 2 + 65536, 8u << 20);
     }
+    // A cleared block: a TIFF left in a reused block would be appended to.
     void* block = tesslin_block_alloc(capacity);
+    std::memset(block, 0, capacity);
     const int32_t n = IMG_save_bitmap_mem(handle, block, code);
     if (status) *status = n;
     Bytes out;

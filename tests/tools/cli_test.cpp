@@ -279,8 +279,14 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
         IMG_delete_bitmap(a);
         IMG_delete_bitmap(b);
     }
-    // Converting again replaces the file instead of appending to it.
-    ASSERT_EQ(run_cli("convert " + quote(src) + " " + quote(out) + " --page 2").status, 0);
+    // Converting again is refused without --overwrite (the file stays as it
+    // was), and with it replaces the file instead of appending to it.
+    const std::string before = slurp(out);
+    CliRun again = run_cli("convert " + quote(src) + " " + quote(out) + " --page 2");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_NE(again.err.find("exists; give --overwrite"), std::string::npos) << again.err;
+    EXPECT_TRUE(slurp(out) == before);
+    ASSERT_EQ(run_cli("convert " + quote(src) + " " + quote(out) + " --page 2 --overwrite").status, 0);
     EXPECT_EQ(IMGLOW_get_pages(out.c_str()), 1);
     unlink(out.c_str());
 }

@@ -11,6 +11,7 @@ namespace cli {
 
 extern const char* const convert_help =
     "usage: tesslin convert INPUT OUTPUT [--page N | --all-pages] [--format F] [--quality Q]\n"
+    "                       [--overwrite]\n"
     "       tesslin convert --raw-fax MODE --width W [--height H] [--fill-order 1|2]\n"
     "                       INPUT OUTPUT [--format F]\n"
     "\n"
@@ -24,6 +25,8 @@ extern const char* const convert_help =
     "                 format follows the output's extension, and .tif/.tiff gives\n"
     "                 Group 4 for bilevel pages and LZW for others\n"
     "  --quality Q    JPEG quality 1..100 (default: the library's tables)\n"
+    "  --overwrite    replace OUTPUT (or OUTPUT-N) when it exists; without it an\n"
+    "                 existing output is refused and left as it was\n"
     "\n"
     "Raw fax data (no header) is decoded with the geometry given:\n"
     "  --raw-fax MODE    2: Group 3 two-dimensional, 3: Group 3 one-dimensional with\n"

@@ -260,6 +260,10 @@ Taken PageJob::accept(Args& a) {
     if (a.is("--quality"))
         return a.number(&quality, 1, 100, "--quality needs a value from 1 to 100") ? Taken::kYes
                                                                                     : Taken::kBad;
+    if (a.is("--overwrite")) {
+        overwrite = true;
+        return Taken::kYes;
+    }
     if (summary && a.is("--quiet")) {
         quiet = true;
         return Taken::kYes;
@@ -353,6 +357,16 @@ public:
             }
             const bool one_file = appends(code) || first == last;
             const std::string final_name = one_file ? job_.output : numbered(job_.output, page);
+            // An existing output is replaced only when asked: the library
+            // would append to some files and replace others, and the rename
+            // below always replaces.
+            if ((target.empty() || !one_file) && !job_.overwrite && access(final_name.c_str(), F_OK) == 0) {
+                IMG_delete_bitmap(handle);
+                failed_ = true;
+                std::fprintf(stderr, "tesslin: %s: exists; give --overwrite to replace it\n",
+                             final_name.c_str());
+                return 1;
+            }
             if (target.empty() || !one_file) {
                 target = temporary_beside(final_name);
                 if (target.empty()) {

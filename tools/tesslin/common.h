@@ -185,6 +185,7 @@ struct PageJob {
     PageChoice pages;
     std::string format;  // --format; empty: from the output's extension
     int32_t quality = -1;  // JPEG quality set before saving; -1: leave it
+    bool overwrite = false;  // --overwrite: an existing output may be replaced
 
     // The transform's verb, for "cannot rotate page 3: ..." and the progress
     // label "rotating page 3 of 5".
@@ -205,7 +206,7 @@ struct PageJob {
 
     // Takes the current argument when it is one of the options every page
     // command shares: --page, --all-pages, --format, --quality and (with a
-    // summary) --quiet.
+    // summary) --quiet, and --overwrite.
     Taken accept(Args& a);
     // After the arguments: exactly two names (input, output) and a consistent
     // page choice; usage error otherwise.
@@ -216,7 +217,8 @@ struct PageJob {
 // and saves the result into job.output: every page into the one file when
 // the output format holds several pages, else page N of several into
 // OUTPUT-N.ext. The format is job.format or follows the output's extension
-// (TIFF's compression from the first output page's depth). Everything is
+// (TIFF's compression from the first output page's depth). An output that
+// exists already is refused (exit 1) unless job.overwrite. Everything is
 // written to temporaries beside the output and renamed once complete, so a
 // failure leaves no output and an existing output untouched. Progress goes
 // to a terminal; the summary line to stdout. Returns the exit status: 0, 1

@@ -17,6 +17,16 @@ namespace cli {
     ROW(convert, "INPUT OUTPUT [options]", "decode pages and save them in another format")       \
     ROW(formats, "", "every format code and what the library does with it")                      \
     ROW(tags, "FILE [--page N]", "the TIFF tags of a page")                                      \
+    ROW(threshold, "INPUT OUTPUT [--level N]", "pages to bilevel by a threshold (or auto)")       \
+    ROW(dither, "INPUT OUTPUT [--method M]", "pages to bilevel by dithering")                      \
+    ROW(reduce, "INPUT OUTPUT [options]", "pages to 16 or 256 colours")                          \
+    ROW(gray, "INPUT OUTPUT", "pages to 8-bit grey")                                               \
+    ROW(promote, "INPUT OUTPUT --bits B", "pages to 8, 24 or 32 bits")                            \
+    ROW(rotate, "INPUT OUTPUT --angle DEG", "turn pages by an angle in degrees")                 \
+    ROW(flip, "INPUT OUTPUT -x|-y", "mirror pages left-right or top-bottom")                     \
+    ROW(invert, "INPUT OUTPUT", "complement every pixel value")                                  \
+    ROW(resize, "INPUT OUTPUT --width W --height H", "scale pages (nearest, interp, area, grey)") \
+    ROW(scan, "OUT [options]", "pages from the scanner into a file or numbered files")           \
     ROW(deskew, "INPUT OUTPUT [--range LO,HI]", "measure and remove the skew of bilevel pages") \
     ROW(despeckle, "INPUT OUTPUT [--level N]", "remove specks from bilevel pages")              \
     ROW(autocrop, "INPUT OUTPUT [--margin N]", "crop the white borders of bilevel pages")       \

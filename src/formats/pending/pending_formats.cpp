@@ -49,13 +49,6 @@ bool is_sct(const Probe& p) {
     return p.read_at(80, b, 3) && b[0] == 'C' && b[1] == 'T' && b[2] == 0;
 }
 bool is_cod(const Probe& p) { return p.starts_with("RSD"); }
-bool is_txt(const Probe& p) {
-    for (uint32_t i = 0; i < kProbeBytes; ++i) {
-        const uint8_t c = p.bytes[i];
-        if (!((c >= 32 && c <= 126) || (c >= 9 && c <= 13) || c == 26)) return false;
-    }
-    return true;
-}
 bool is_pct(const Probe& p) {
     uint8_t b[10];
     return p.read_at(522, b, 10) && (b[0] == 0x11 || b[1] == 0x11);
@@ -133,8 +126,6 @@ constexpr CodeRow kPclCodes[] = {
 constexpr CodeRow kSctCodes[] = {
     {IMG_FORMAT_SCITEX, "scitex", "Scitex CT", "sct", nullptr, 0, RowSupply::kPacked, false, true}};
 constexpr CodeRow kCodCodes[] = {{IMG_FORMAT_COD, "cod", "COD", "cod"}};
-constexpr CodeRow kTxtCodes[] = {
-    {IMG_FORMAT_TEXT, "text", "plain text rendered as an image", "txt"}};
 constexpr CodeRow kPctCodes[] = {
     {IMG_FORMAT_PICT, "pict", "Macintosh PICT", "pct", nullptr, 0, RowSupply::kPacked, false,
      true}};
@@ -200,8 +191,6 @@ extern const FormatDescriptor kSct = {
 extern const FormatDescriptor kCod = {
     .tag = "cod", .detect_switch = IMG_FORMAT_COD, .signature = is_cod,
     .known_in_memory = false, .codes = kCodCodes};
-extern const FormatDescriptor kTxt = {
-    .tag = "txt", .detect_switch = IMG_FORMAT_TEXT, .signature = is_txt, .codes = kTxtCodes};
 extern const FormatDescriptor kPct = {
     .tag = "pct", .detect_switch = IMG_FORMAT_PICT, .signature = is_pct, .codes = kPctCodes};
 extern const FormatDescriptor kCim = {

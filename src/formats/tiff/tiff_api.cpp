@@ -34,15 +34,21 @@ int32_t query_directory(TiffFile& f, int32_t page, std::vector<Field>* fields) {
 // The library's date and name strings take the DateTime and Artist of the
 // page read, so that a page written afterwards carries them on.
 void keep_date_and_artist(TiffFile& f, const Directory& d) {
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t> date, artist;
     Settings& s = settings();
-    if (d.date.present() && f.bytes(d.date, sizeof s.date, &bytes) && !bytes.empty()) {
+    // Read from the file first, then copied in under the lock.
+    const bool has_date = d.date.present() && f.bytes(d.date, sizeof s.date, &date) && !date.empty();
+    const bool has_artist =
+        d.artist.present() && f.bytes(d.artist, sizeof s.notice - 1, &artist) && !artist.empty();
+    if (!has_date && !has_artist) return;
+    std::lock_guard<std::mutex> hold(text_lock());
+    if (has_date) {
         std::memset(s.date, 0, sizeof s.date);
-        std::memcpy(s.date, bytes.data(), bytes.size());
+        std::memcpy(s.date, date.data(), date.size());
     }
-    if (d.artist.present() && f.bytes(d.artist, sizeof s.notice - 1, &bytes) && !bytes.empty()) {
+    if (has_artist) {
         std::memset(s.notice, 0, sizeof s.notice);
-        std::memcpy(s.notice, bytes.data(), bytes.size());
+        std::memcpy(s.notice, artist.data(), artist.size());
     }
 }
 
@@ -304,6 +310,7 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER* header,
                 r = w.finish();
             }
         }
+        if (r < 0) w.abandon();
         platform::file_close(fd);
         return r;
     });

@@ -195,14 +195,46 @@ int32_t PageWriter::append(const uint8_t* head, uint32_t have) {
     const int32_t end = stream::seek(stream_, 0, 2);
     if (end < 0 || uint32_t(end) < base_) return IMG_ERR_BAD_IMAGE;
     ifd_ = uint32_t(end) - base_;
-    int32_t r = patch(next_field, ifd_);
-    if (r == 0 && indexed) {
-        r = patch(16, pages + 1);
-        // Pages beyond the index's room are reached along the chain.
-        if (r == 0 && pages < room) r = patch(20 + 4 * pages, ifd_);
+    // Nothing of the existing file is touched until link(): the new page is
+    // written behind its old end first.
+    appending_ = true;
+    old_end_ = uint32_t(end);
+    next_field_ = next_field;
+    indexed_ = indexed;
+    pages_ = pages;
+    room_ = room;
+    return 0;
+}
+
+// Links the finished page into the file: the index entry (beyond the
+// index's count, so unseen until the count changes), the count, and last
+// the chain's next pointer, which is a single 4-byte write. A failure puts
+// back what was changed as far as the stream allows.
+int32_t PageWriter::link() {
+    if (!appending_) return 0;
+    const bool entry = indexed_ && pages_ < room_;  // later pages: along the chain only
+    uint8_t old_entry[4] = {};
+    if (entry && (stream::seek(stream_, int32_t(base_ + 20 + 4 * pages_), 0) < 0 ||
+                  stream::read(stream_, old_entry, 4) != 4))
+        return IMG_ERR_WRITE;
+    int32_t r = entry ? patch(20 + 4 * pages_, ifd_) : 0;
+    if (r == 0 && indexed_) r = patch(16, pages_ + 1);
+    if (r == 0) r = patch(next_field_, ifd_);
+    if (r == 0) {
+        appending_ = false;  // committed: nothing to undo any more
+        return 0;
     }
-    if (r < 0) return r;
-    return stream::seek(stream_, end, 0) < 0 ? IMG_ERR_WRITE : 0;
+    if (indexed_) patch(16, pages_);
+    if (entry) patch(20 + 4 * pages_, load_le32(old_entry));
+    return r;
+}
+
+void PageWriter::abandon() {
+    if (!appending_) return;
+    // What the writer still buffers is dropped with it (it never flushes on
+    // destruction).
+    stream::truncate(stream_, old_end_);
+    appending_ = false;
 }
 
 int32_t PageWriter::directory(const PageSpec& spec) {
@@ -301,9 +333,12 @@ int32_t PageWriter::directory(const PageSpec& spec) {
     } else {
         for (uint32_t i = 0; i < samples && samples > 1; ++i) put16(b, 8);
     }
-    const Settings& s = settings();
-    b.insert(b.end(), s.date, s.date + 40);
-    b.insert(b.end(), s.notice, s.notice + 200);
+    {
+        const Settings& s = settings();
+        std::lock_guard<std::mutex> hold(text_lock());
+        b.insert(b.end(), s.date, s.date + 40);
+        b.insert(b.end(), s.notice, s.notice + 200);
+    }
     if (strips_ > 1) b.resize(b.size() + 8 * size_t(strips_), 0);
     out_.write(b.data(), uint32_t(b.size()));
     return out_.status();
@@ -338,6 +373,7 @@ int32_t PageWriter::finish() {
         const int32_t w = stream::write(stream_, arrays.data(), uint32_t(arrays.size()));
         r = w < 0 ? w : uint32_t(w) == arrays.size() ? 0 : IMG_ERR_WRITE;
     }
+    if (r == 0) r = link();
     if (r < 0) return r;
     return stream::seek(stream_, end, 0) < 0 ? IMG_ERR_WRITE : 0;
 }
@@ -413,6 +449,9 @@ int32_t write_packbits(PageWriter& w, Rows& rows, uint32_t first, uint32_t count
     return 0;
 }
 
+int32_t encode_page(PageWriter& w, const PageSpec& spec, int32_t code, IMG_SUPPLY_CALLBACK supply,
+                    intptr_t user);
+
 }  // namespace
 
 int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supply, intptr_t user,
@@ -420,7 +459,7 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     if (!header || !supply) return IMG_ERR_BAD_IMAGE;
     if (header->biWidth < 1 || header->biHeight < 1) return IMG_ERR_BAD_IMAGE;
     const uint32_t bits = header->biBitCount;
-    const uint32_t width = uint32_t(header->biWidth), height = uint32_t(header->biHeight);
+    const uint32_t width = uint32_t(header->biWidth);
     const bool strips_on = settings().tiff_save_strips != 0;
     if (code == IMG_FORMAT_TIFF_G4_FILL1 && strips_on) code = IMG_FORMAT_TIFF_G4_STRIPS;
 
@@ -470,7 +509,20 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     PageWriter w(stream);
     int32_t r = w.begin();
     if (r < 0) return r;
-    r = w.directory(spec);
+    r = encode_page(w, spec, code, supply, user);
+    if (r < 0) w.abandon();
+    return r;
+}
+
+namespace {
+
+int32_t encode_page(PageWriter& w, const PageSpec& spec, int32_t code, IMG_SUPPLY_CALLBACK supply,
+                    intptr_t user) {
+    const DibHeader* header = spec.header;
+    const int32_t stream = w.stream();
+    const uint32_t bits = header->biBitCount;
+    const uint32_t width = uint32_t(header->biWidth), height = uint32_t(header->biHeight);
+    int32_t r = w.directory(spec);
     if (r < 0) return r;
 
     Rows rows{supply, user, width, bits, spec.alpha, {}};
@@ -503,5 +555,7 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     }
     return w.finish();
 }
+
+}  // namespace
 
 }  // namespace tesslin::tiff

@@ -55,8 +55,12 @@ public:
     // on the stream or in `out`).
     uint32_t position();  // offset of the next byte, relative to the TIFF's start
     void strip_done(uint32_t strip, uint32_t start, uint32_t end);
-    // Patches the strip table; leaves the stream at the end of the page.
+    // Patches the strip table and, when appending, links the page into the
+    // existing file as the last step; leaves the stream at the end of the page.
     int32_t finish();
+    // After any failure: an append is undone by cutting the file back to
+    // its old end (the existing file was not touched before finish()).
+    void abandon();
 
     StreamWriter& out() { return out_; }
     int32_t stream() const { return stream_; }
@@ -64,6 +68,7 @@ public:
 
 private:
     int32_t append(const uint8_t* head, uint32_t have);
+    int32_t link();
     int32_t patch(uint32_t at, uint32_t value);
 
     int32_t stream_;
@@ -72,6 +77,9 @@ private:
     uint32_t strips_ = 1;
     uint32_t offsets_at_ = 0, counts_at_ = 0;  // value fields or arrays
     std::vector<uint32_t> strip_offsets_, strip_counts_;
+    // Append state: the old end, the next pointer to set, the index to update.
+    bool appending_ = false, indexed_ = false;
+    uint32_t old_end_ = 0, next_field_ = 0, pages_ = 0, room_ = 0;
     StreamWriter out_;
 };
 

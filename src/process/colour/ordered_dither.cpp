@@ -30,8 +30,9 @@ inline Bgr pixel(const uint8_t* src, const RgbQuad* pal, uint32_t x) {
         const RgbQuad& q = pal[src[x]];
         return {q.rgbBlue, q.rgbGreen, q.rgbRed};
     } else if constexpr (Bits == 16) {
-        const uint32_t v = load_le16(src + 2 * x);
-        return {int((v & 31) << 3), int(((v >> 5) & 31) << 3), int(((v >> 10) & 31) << 3)};
+        // 16-bit samples are grey levels: the palette entry of the high byte.
+        const RgbQuad& q = pal[src[2 * x + 1]];
+        return {q.rgbBlue, q.rgbGreen, q.rgbRed};
     } else {
         const uint8_t* p = src + x * (Bits / 8);
         return {p[0], p[1], p[2]};

@@ -6,8 +6,9 @@
 //   dither_row   one packed row to 8, 4 or 1 bits
 //
 // dither_row
-//   depths: source 1, 4, 8 (colours through the palette), 16 (5-5-5), 24
-//   and 32 (the first three bytes, blue, green, red); target 8, 4 or 1.
+//   depths: source 1, 4, 8 (colours through the palette), 16 (the palette
+//   entry of each sample's high byte), 24 and 32 (the first three bytes,
+//   blue, green, red); target 8, 4 or 1.
 //   statuses: none; callers pass only the depths above.
 #pragma once
 
@@ -32,7 +33,7 @@ extern const uint8_t kBayer[8][8];
 //      ((75 g + 14 b + 38 r) >> 7) - 40 exceeds threshold + 40 (the
 //      "dither" palette's order), first pixel in the high nibble;
 //   1: white when (59 g + 11 b + 30 r) / 100 exceeds the threshold.
-// `palette` serves 1-, 4- and 8-bit sources. `out` must hold
+// `palette` serves 1-, 4-, 8- and 16-bit sources. `out` must hold
 // row_bytes(width, target) bytes and must not overlap `src`.
 void dither_row(const uint8_t* src, uint32_t bits, const RgbQuad* palette, uint32_t width,
                 uint32_t target, int32_t row_number, uint8_t* out);

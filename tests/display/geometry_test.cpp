@@ -1,0 +1,268 @@
+// Display geometry: the documented mapping and fitting figures, drawings
+// checked against ImageMagick's rotations, flips and box scaling of the
+// same image, and the mapping checked against what the drawing put where.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "test_util.h"
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+namespace {
+
+Raster surface(intptr_t dc) {
+    Raster r;
+    tesslin_dc_size(dc, &r.width, &r.height);
+    r.channels = 3;
+    const uint8_t* p = tesslin_dc_pixels(dc);
+    r.px.assign(p, p + size_t(r.width) * size_t(r.height) * 3);
+    return r;
+}
+
+void write_ppm(const std::string& path, const Raster& r) {
+    const std::string head = "P6\n" + std::to_string(r.width) + " " + std::to_string(r.height) + "\n255\n";
+    Bytes b(head.begin(), head.end());
+    b.insert(b.end(), r.px.begin(), r.px.end());
+    write_file(path, b);
+}
+
+// ImageMagick's result of `ops` on the image, as RGB.
+Raster magick(const Raster& image, const std::string& ops) {
+    const std::string in = temp_path("geom_in.ppm"), out = temp_path("geom_out.ppm");
+    write_ppm(in, image);
+    Raster r;
+    if (run("/usr/bin/convert '" + in + "' " + ops + " '" + out + "'")) r = read_netpbm(out);
+    fs::remove(in);
+    fs::remove(out);
+    return r;
+}
+
+// 7 x 5, every pixel a different colour.
+int32_t colourful() {
+    return make_handle(7, 5, 24, [](uint8_t* row, uint32_t, int32_t r) {
+        for (int x = 0; x < 7; ++x) {
+            row[3 * x] = uint8_t(30 * r), row[3 * x + 1] = uint8_t(200 - 25 * x),
+            row[3 * x + 2] = uint8_t(36 * x + 5 * r);
+        }
+    });
+}
+
+}  // namespace
+
+TEST(DisplayGeometry, MappingFigures) {
+    const int32_t h = make_handle(200, 100, 8);
+    const intptr_t window = tesslin_window_create(400, 400);
+    struct Case {
+        int32_t angle, x, y, wx, wy;
+    } cases[] = {{0, 0, 0, 0, 100}, {0, 100, 50, 200, 200}, {90, 0, 0, 299, 0},
+                 {180, 0, 0, 399, 299}, {270, 0, 0, 100, 399}};
+    for (const Case& c : cases) {
+        ASSERT_EQ(IMG_set_display_angle(h, c.angle), 0);
+        int32_t x = c.x, y = c.y;
+        ASSERT_EQ(IMGLOW_map_image_to_wnd(h, window, &x, &y), 0);
+        EXPECT_EQ(x, c.wx) << c.angle;
+        EXPECT_EQ(y, c.wy) << c.angle;
+    }
+    // Window to image: shown at (0, 0) the picture starts at the corner;
+    // points outside it are clamped to the nearest edge.
+    IMG_set_display_angle(h, 0);
+    int32_t x = 200, y = 100;
+    ASSERT_EQ(IMGLOW_map_wnd_to_image(h, window, &x, &y), 0);
+    EXPECT_EQ(x, 100);
+    EXPECT_EQ(y, 50);
+    x = -40, y = 5000;
+    IMGLOW_map_wnd_to_image(h, window, &x, &y);
+    EXPECT_EQ(x, 0);
+    EXPECT_EQ(y, 99);
+    IMG_delete_bitmap(h);
+    tesslin_window_destroy(window);
+}
+
+TEST(DisplayGeometry, FitFigures) {
+    const int32_t h = make_handle(1000, 3000, 8);
+    const intptr_t dc = tesslin_dc_create(500, 500);
+    int32_t cx, cy, cw, ch, dx, dy, dw, dh;
+    EXPECT_EQ(IMG_display_fit_to_width(h, dc, 0, 0, 0, 500, 500), 50);
+    IMG_get_croprect(h, &cx, &cy, &cw, &ch);
+    EXPECT_EQ(cw, 1000);
+    EXPECT_EQ(ch, 1000);
+    IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
+    EXPECT_EQ(dw, 500);
+    EXPECT_EQ(dh, 500);
+    // By height the whole image fits: 167 columns wide, centred.
+    EXPECT_EQ(IMG_display_fit_to_height(h, dc, 0, 0, 0, 500, 500), 16);
+    IMG_get_croprect(h, &cx, &cy, &cw, &ch);
+    EXPECT_EQ(cw * 10000 + ch, 1000 * 10000 + 3000);
+    IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
+    EXPECT_EQ(dx, 166);
+    EXPECT_EQ(dw, 167);
+    // Turned a quarter, the image is 3000 wide: fitting the width shows it all.
+    IMG_set_display_angle(h, 90);
+    EXPECT_EQ(IMG_display_fit_to_width(h, dc, 0, 0, 0, 500, 500), 16);
+    IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
+    EXPECT_EQ(dy, 167);
+    EXPECT_EQ(dh, 166);
+    IMG_delete_bitmap(h);
+    tesslin_dc_destroy(dc);
+}
+
+// Drawn at 1:1 or 2:1 in each angle and mirroring, the surface holds what
+// ImageMagick makes of the same image.
+TEST(DisplayGeometry, DrawingMatchesImageMagick) {
+    if (!have_tool("/usr/bin/convert")) GTEST_SKIP() << "ImageMagick missing";
+    const int32_t h = colourful();
+    const Raster image = handle_raster(h);
+    struct Case {
+        int32_t angle, scale;
+        bool mirror_x, mirror_y;
+        const char* ops;
+    } cases[] = {{0, 2, false, false, "-sample 200%"}, {90, 1, false, false, "-rotate 90"},
+                 {180, 1, false, false, "-rotate 180"}, {270, 2, false, false, "-rotate 270 -sample 200%"},
+                 {0, 1, true, false, "-flop"}, {90, 1, false, true, "-flip -rotate 90"}};
+    for (const Case& c : cases) {
+        IMG_set_display_angle(h, c.angle);
+        const bool across = c.angle % 180 != 0;
+        const int32_t w = (across ? 5 : 7) * c.scale, hh = (across ? 7 : 5) * c.scale;
+        const intptr_t dc = tesslin_dc_create(w, hh);
+        ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, c.mirror_x ? -w : w, c.mirror_y ? -hh : hh), 0);
+        EXPECT_EQ(count_differences(surface(dc), magick(image, c.ops), 3), 0u) << c.ops;
+        tesslin_dc_destroy(dc);
+    }
+    // Anti-aliased and printed drawings average like ImageMagick's box scaling.
+    IMG_set_display_angle(h, 0);
+    const int32_t big = make_handle(64, 48, 24, [](uint8_t* row, uint32_t n, int32_t r) {
+        for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t((b * 37 + uint32_t(r) * 91) ^ (b >> 2));
+    });
+    const Raster want = magick(handle_raster(big), "-scale 25%");
+    for (int print = 0; print < 2; ++print) {
+        const intptr_t dc = tesslin_dc_create(16, 12);
+        ASSERT_EQ(print ? IMG_print_bitmap(big, dc, 0, 0, 0, 0) : IMG_display_bitmap_iac(big, dc, 0, 0, 16, 12), 0);
+        const Raster got = surface(dc);
+        ASSERT_EQ(got.px.size(), want.px.size());
+        for (size_t i = 0; i < got.px.size(); ++i) EXPECT_NEAR(got.px[i], want.px[i], 1) << i;
+        tesslin_dc_destroy(dc);
+    }
+    IMG_delete_bitmap(big);
+    IMG_delete_bitmap(h);
+}
+
+// The mappings agree with what the aspect drawing put where: an image
+// point maps to a window point showing its colour (at whole scales, 10:1
+// here, where pixel edges fall on window pixels), and every window point of
+// the picture maps back to the image pixel drawn there.
+TEST(DisplayGeometry, MappingAgreesWithDrawing) {
+    const int32_t h = colourful();
+    const Raster image = handle_raster(h);
+    const intptr_t window = tesslin_window_create(70, 70);
+    const intptr_t dc = tesslin_window_dc(window);
+    for (int32_t angle : {0, 90, 180, 270}) {
+        IMG_set_display_angle(h, angle);
+        ASSERT_EQ(IMG_display_bitmap_aspect(h, dc, 0, 0, 70, 70), 0);
+        const Raster shown = surface(dc);
+        for (int32_t iy = 0; iy < 5; ++iy)
+            for (int32_t ix = 0; ix < 7; ++ix) {
+                int32_t x = ix, y = iy;
+                ASSERT_EQ(IMGLOW_map_image_to_wnd(h, window, &x, &y), 0);
+                EXPECT_EQ(std::memcmp(shown.at(x, y), image.at(ix, iy), 3), 0) << angle << ": " << ix << "," << iy;
+            }
+        int32_t px, py, pw, ph;
+        IMGLOW_get_display_rect(h, &px, &py, &pw, &ph);
+        for (int32_t y = py; y < py + ph; ++y)
+            for (int32_t x = px; x < px + pw; ++x) {
+                int32_t ix = x, iy = y;
+                ASSERT_EQ(IMGLOW_map_wnd_to_image(h, window, &ix, &iy), 0);
+                ASSERT_EQ(std::memcmp(shown.at(x, y), image.at(ix, iy), 3), 0) << angle << ": " << x << "," << y;
+            }
+    }
+    IMG_delete_bitmap(h);
+    tesslin_window_destroy(window);
+}
+
+TEST(DisplayGeometry, CombiningWithTheSurface) {
+    // 4-bit grey ramp, index 3 transparent; a white surface painted black first.
+    const int32_t h = make_handle(4, 1, 4, [](uint8_t* row, uint32_t, int32_t) { row[0] = 0x23, row[1] = 0x45; });
+    const intptr_t dc = tesslin_dc_create(4, 1);
+    const int32_t black = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0, n); });
+    ASSERT_EQ(IMG_display_bitmap(black, dc, 0, 0, 4, 1), 0);
+    IMGLOW_set_transp_color(h, 0x1003);
+    ASSERT_EQ(IMG_display_bitmap_transp(h, dc, 0, 0, 4, 1), 0);
+    const uint8_t* p = tesslin_dc_pixels(dc);
+    EXPECT_EQ(p[0], 34);  // index 2
+    EXPECT_EQ(p[3], 0);   // index 3: transparent, the black stays
+    EXPECT_EQ(p[6], 68);
+    // Half over black; then white ANDed (source AND destination) leaves it.
+    ASSERT_EQ(IMG_merge_bitmap(h, dc, 0, 0, 4, 1, 50), 0);
+    EXPECT_EQ(p[3], 26);  // (51 + 0) / 2 rounded
+    const int32_t white = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0xFF, n); });
+    IMGLOW_set_rop(white, 0x008800C6);
+    ASSERT_EQ(IMG_display_bitmap(white, dc, 0, 0, 4, 1), 0);
+    EXPECT_EQ(p[3], 26);
+    int32_t entries[1] = {0};
+    EXPECT_EQ(IMG_get_bitmap_palette(h, nullptr), 16);
+    EXPECT_EQ(IMG_get_bitmap_palette(colourful(), reinterpret_cast<IMG_RGBQUAD*>(entries)), 0);
+    for (int32_t b : {h, black, white}) IMG_delete_bitmap(b);
+    tesslin_dc_destroy(dc);
+}
+
+TEST(DisplayGeometry, DeviceBitmaps) {
+    const int32_t h = colourful();
+    const intptr_t dc = tesslin_dc_create(14, 10);
+    const intptr_t ddb = IMG_dib_to_ddb(h, dc);
+    ASSERT_GT(ddb, 0);
+    const int32_t back = IMG_create_handle_ddb(ddb);
+    ASSERT_GE(back, 0);
+    EXPECT_EQ(count_differences(handle_raster(back), handle_raster(h), 3), 0u);
+    // A wipe ends with the same picture as drawing at once.
+    ASSERT_EQ(IMG_display_ddb(ddb, dc, 0, 0, 14, 10), 0);
+    const Raster at_once = surface(dc);
+    const intptr_t dc2 = tesslin_dc_create(14, 10);
+    for (int32_t effect : {1, 4}) {
+        ASSERT_EQ(IMG_display_ddb_effect(ddb, dc2, 0, 0, 14, 10, effect), 0);
+        EXPECT_EQ(count_differences(surface(dc2), at_once, 3), 0u) << effect;
+    }
+    EXPECT_EQ(IMG_display_ddb_effect(ddb, dc2, 0, 0, 14, 10, 9), IMG_ERR_UNSUPPORTED);
+    tesslin_dc_destroy(ddb);
+    EXPECT_EQ(IMG_display_ddb(ddb, dc, 0, 0, 14, 10), IMG_ERR_BAD_IMAGE);
+    IMG_delete_bitmap(h);
+    IMG_delete_bitmap(back);
+    tesslin_dc_destroy(dc);
+    tesslin_dc_destroy(dc2);
+}
+
+TEST(DisplayGeometry, BadArguments) {
+    const int32_t h = colourful();
+    const intptr_t window = tesslin_window_create(50, 50), dc = tesslin_window_dc(window);
+    int32_t x = 1, y = 1;
+    for (int32_t angle : {45, -90, 360, INT_MIN}) EXPECT_EQ(IMG_set_display_angle(h, angle), IMG_ERR_UNSUPPORTED);
+    IMG_set_display_angle(h, 180);
+    EXPECT_EQ(IMG_set_display_angle(h, 45), IMG_ERR_UNSUPPORTED);
+    x = 0, y = 0;
+    IMGLOW_map_image_to_wnd(h, window, &x, &y);
+    EXPECT_GT(x, 0);  // still turned: the image's corner is at the far side
+    EXPECT_EQ(tesslin_window_create(0, 10), 0);
+    struct Case {
+        const char* what;
+        int32_t got, want;
+    } cases[] = {
+        {"angle, bad handle", IMG_set_display_angle(-1, 0), IMG_ERR_HANDLE},
+        {"map, bad handle", IMGLOW_map_image_to_wnd(10000, window, &x, &y), IMG_ERR_HANDLE},
+        {"map, null window", IMGLOW_map_image_to_wnd(h, 0, &x, &y), IMG_ERR_BAD_IMAGE},
+        {"map, null point", IMGLOW_map_wnd_to_image(h, window, nullptr, &y), IMG_ERR_BAD_IMAGE},
+        {"fit, zero area", IMG_display_fit_to_width(h, dc, window, 0, 0, 0, 50), IMG_ERR_DISPLAY_RECT},
+        {"fit, null dc", IMG_display_fit_to_height(h, 0, window, 0, 0, 50, 50), IMG_ERR_BAD_IMAGE},
+        {"fit, dead window", IMG_display_fit_to_height(h, dc, 987654, 0, 0, 50, 50), IMG_ERR_BAD_IMAGE},
+        {"aspect, zero height", IMG_display_bitmap_aspect(h, dc, 0, 0, 5, 0), IMG_ERR_DISPLAY_RECT},
+        {"transp, bad handle", IMG_display_bitmap_transp(-5, dc, 0, 0, 5, 5), IMG_ERR_HANDLE},
+        {"iac, null dc", IMG_display_bitmap_iac(h, 0, 0, 0, 5, 5), IMG_ERR_BAD_IMAGE},
+        {"merge, 101 %", IMG_merge_bitmap(h, dc, 0, 0, 5, 5, 101), IMG_ERR_UNSUPPORTED},
+        {"print, zero width", IMG_print_bitmap_fast(h, dc, 0, 0, 0, 5), IMG_ERR_DISPLAY_RECT},
+        {"ddb, null dc", int32_t(IMG_dib_to_ddb(h, 0)), IMG_ERR_BAD_IMAGE},
+        {"ddb handle, null", IMG_create_handle_ddb(0), IMG_ERR_BAD_IMAGE},
+        {"palette, bad handle", IMG_get_bitmap_palette(-1, nullptr), IMG_ERR_HANDLE},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
+    IMG_delete_bitmap(h);
+    tesslin_window_destroy(window);
+}

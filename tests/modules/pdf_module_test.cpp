@@ -1,0 +1,206 @@
+// PDF input through pdfmod/apdfmod (poppler): scanned pages made by tiff2pdf
+// come back as the TIFF's pages, vector pages as pdftoppm renders them, text
+// as pdftotext gives it, and damaged or locked files are refused.
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+
+#include "module_test_util.h"
+
+using namespace tesslin::test;
+
+namespace {
+
+// Two pages of text and vector graphics; the second is black only.
+const char kVectorPs[] = R"(%!PS
+/Helvetica findfont 24 scalefont setfont
+72 700 moveto (Tesslin renders vector pages) show
+72 660 moveto (Second line of text 12345) show
+newpath 100 100 moveto 500 400 lineto 3 setlinewidth stroke
+0.2 0.5 0.8 setrgbcolor 300 300 100 0 360 arc fill
+showpage
+/Times-Roman findfont 30 scalefont setfont
+72 700 moveto (Black page with words) show
+72 600 moveto (vector lines below) show
+newpath 72 500 moveto 540 100 lineto 5 setlinewidth stroke
+newpath 100 200 200 0 360 arc 2 setlinewidth stroke
+showpage
+)";
+
+std::string vector_pdf() {
+    static std::string path;
+    if (path.empty()) {
+        const std::string ps = temp_path("modules_vector.ps");
+        write_file(ps, Bytes(kVectorPs, kVectorPs + sizeof kVectorPs - 1));
+        path = temp_path("modules_vector.pdf");
+        if (!run("ps2pdf '" + ps + "' '" + path + "'")) path = "-";
+    }
+    return path;
+}
+
+std::string collapse_spaces(const std::string& s) {
+    std::string out;
+    for (char c : s) {
+        const bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
+        if (space && (out.empty() || out.back() == ' ')) continue;
+        out += space ? ' ' : c;
+    }
+    return out;
+}
+
+class PdfModule : public ModuleTest {};
+
+}  // namespace
+
+// fontconfig, which poppler asks for fonts, keeps a cache for the life of
+// the process; LeakSanitizer (sanitizer builds) would report it at exit.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
+
+TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("tiff2pdf");
+    REQUIRE_TOOL("/usr/bin/convert");
+    // Three letter-size G4 pages at 300 dpi with text, lines and shapes.
+    const std::string tif = temp_path("modules_scan.tif"), pdf = temp_path("modules_scan.pdf");
+    std::string pages;
+    for (int p = 1; p <= 3; ++p)
+        pages += " '(' -size 2550x3300 xc:white -fill black -pointsize " + std::to_string(40 + 10 * p) +
+                 " -draw \"text 200," + std::to_string(300 * p) + " 'Scanned page " +
+                 std::to_string(p) + "'\" -draw 'line 100,100 2400," + std::to_string(1000 * p) +
+                 "' -draw 'ellipse 1200,1800 " + std::to_string(200 * p) + ",300 0,360' ')'";
+    ASSERT_TRUE(run("/usr/bin/convert" + pages +
+                    " -threshold 50% -type bilevel -units PixelsPerInch -density 300"
+                    " -compress group4 '" + tif + "'"));
+    ASSERT_TRUE(run("tiff2pdf -o '" + pdf + "' '" + tif + "'"));
+
+    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);
+    ASSERT_EQ(IMGLOW_set_pdf_input(300, 1), 0);
+    for (int p = 0; p < 3; ++p) {
+        const int32_t scan = IMG_decompress_bitmap_page(tif.c_str(), p);
+        const int32_t page = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        ASSERT_GE(scan, 0);
+        ASSERT_GE(page, 0) << p;
+        EXPECT_EQ(info_of(page).biBitCount, 1);
+        EXPECT_EQ(info_of(page).biXPelsPerMeter, 300);
+        const Raster a = handle_raster(scan), b = handle_raster(page);
+        const size_t differ = count_differences(a, b, 1);
+        ASSERT_NE(differ, size_t(-1));
+        const double equal = 100.0 * (1.0 - double(differ) / (double(a.width) * a.height));
+        std::cout << "[ figure   ] page " << p + 1 << ": " << equal << " % of pixels equal\n";
+        EXPECT_GE(equal, 99.5);
+        IMG_delete_bitmap(scan);
+        IMG_delete_bitmap(page);
+    }
+    EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 3), IMG_ERR_NO_PAGE);
+    IMGLOW_set_pdf_input(0, 0);
+    fs::remove(tif);
+    fs::remove(pdf);
+}
+
+TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("pdftoppm");
+    REQUIRE_TOOL("ps2pdf");
+    const std::string pdf = vector_pdf();
+    // (page, bits, pdftoppm option, extension, minimum PSNR in dB)
+    const struct {
+        int page, bits;
+        const char *option, *ext;
+        double psnr, equal;
+    } cases[] = {{1, 24, "", "ppm", 40, 99}, {1, 8, "-gray", "pgm", 40, 99},
+                 // pdftoppm -mono rasterises glyphs in its own bilevel mode;
+                 // ours are thresholded: edge pixels differ.
+                 {2, 1, "-mono", "pbm", 15, 98}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bits);
+        ASSERT_EQ(IMGLOW_set_pdf_input(100, c.bits), 0);
+        const std::string ref = temp_path("modules_ref");
+        ASSERT_TRUE(run("pdftoppm -r 100 " + std::string(c.option) + " -f " + std::to_string(c.page) +
+                        " -l " + std::to_string(c.page) + " -singlefile '" + pdf + "' '" + ref + "'"));
+        const Raster want = read_netpbm(ref + "." + c.ext);
+        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), c.page - 1);
+        ASSERT_GE(h, 0);
+        EXPECT_EQ(info_of(h).biBitCount, c.bits);
+        const Raster got = handle_raster(h);
+        const double db = psnr(got, want);
+        const double equal =
+            100.0 * (1.0 - double(count_differences(got, want, 3)) / (3.0 * want.width * want.height));
+        std::cout << "[ figure   ] " << c.bits << " bits: " << db << " dB, " << equal
+                  << " % of samples equal beside pdftoppm\n";
+        EXPECT_GE(db, c.psnr);
+        EXPECT_GE(equal, c.equal);
+        IMG_delete_bitmap(h);
+        fs::remove(ref + "." + c.ext);
+    }
+    // The whole-file decode goes through the stream module at the setting.
+    const int32_t h = IMG_decompress_bitmap(pdf.c_str());
+    ASSERT_GE(h, 0);
+    EXPECT_EQ(info_of(h).biWidth, 827);  // A4, 595 pt at 100 dpi
+    IMG_delete_bitmap(h);
+    IMGLOW_set_pdf_input(0, 0);
+}
+
+TEST_F(PdfModule, TextAsPdftotextGivesIt) {
+    REQUIRE_MODULE("apdfmod");
+    REQUIRE_TOOL("pdftotext");
+    REQUIRE_TOOL("ps2pdf");
+    const std::string pdf = vector_pdf();
+    std::string want;
+    ASSERT_TRUE(run("pdftotext '" + pdf + "' -", &want));
+    char* text = nullptr;
+    int32_t length = 0;
+    ASSERT_EQ(IMGLOW_extract_text(pdf.c_str(), &text, &length, 0), 0);
+    ASSERT_NE(text, nullptr);
+    const std::string got(text, size_t(length));
+    tesslin_block_free(text);
+    EXPECT_EQ(collapse_spaces(got), collapse_spaces(want));
+    EXPECT_EQ(std::count(got.begin(), got.end(), '\f'), 2);
+
+    // Search through the stream module.
+    if (module_built("pdfmod")) {
+        EXPECT_EQ(IMGLOW_search_text(pdf.c_str(), 0, "text", 0), 1);
+        EXPECT_EQ(IMGLOW_search_text(pdf.c_str(), 1, "BLACK", 1), 1);
+        EXPECT_EQ(IMGLOW_search_text(pdf.c_str(), 1, "BLACK", 0), IMG_ERR_TEXT_NOT_FOUND);
+        EXPECT_EQ(IMGLOW_search_text(pdf.c_str(), 5, "text", 0), IMG_ERR_NO_PAGE);
+    }
+    // Not a PDF.
+    const std::string other = temp_path("modules_not.pdf");
+    write_file(other, Bytes{'B', 'M', 0, 0, 0, 0});
+    EXPECT_EQ(IMGLOW_extract_text(other.c_str(), &text, &length, 0), IMG_ERR_UNSUPPORTED);
+    fs::remove(other);
+}
+
+TEST_F(PdfModule, DamagedAndLockedFilesAreRefused) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    const Bytes good = read_file(vector_pdf());
+    Bytes corrupt = good;
+    for (size_t i = 200; i + 100 < corrupt.size(); i += 37) corrupt[i] ^= 0x5A;
+    const std::string locked = temp_path("modules_locked.pdf");
+    const bool have_qpdf = have_tool("qpdf") &&
+                           run("qpdf --encrypt user owner 256 -- '" + vector_pdf() + "' '" + locked + "'");
+    const struct {
+        const char* name;
+        Bytes data;
+        int32_t status;
+    } cases[] = {
+        {"half", Bytes(good.begin(), good.begin() + long(good.size() / 2)), IMG_ERR_BAD_IMAGE},
+        {"tail cut", Bytes(good.begin(), good.end() - 200), IMG_ERR_BAD_IMAGE},
+        {"header only", Bytes(good.begin(), good.begin() + 16), IMG_ERR_BAD_IMAGE},
+        {"corrupt", corrupt, IMG_ERR_BAD_IMAGE},
+        {"locked", have_qpdf ? read_file(locked) : Bytes{}, IMG_ERR_VARIANT},
+    };
+    for (const auto& c : cases) {
+        if (c.data.empty()) continue;
+        SCOPED_TRACE(c.name);
+        const std::string path = temp_path("modules_bad.pdf");
+        write_file(path, c.data);
+        EXPECT_EQ(IMG_decompress_bitmap(path.c_str()), c.status);
+        EXPECT_EQ(decode_mem(c.data), c.status);
+        EXPECT_EQ(IMGLOW_get_pages(path.c_str()), c.status);
+        fs::remove(path);
+    }
+    fs::remove(locked);
+    EXPECT_EQ(IMGLOW_set_pdf_input(5, 24), IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(IMGLOW_set_pdf_input(200, 4), IMG_ERR_BAD_IMAGE);
+}

@@ -1,0 +1,282 @@
+// Flips, turns and inversion against numpy (rot90, fliplr, flipud) and
+// Pillow (any angle), on every depth with odd widths and on a run-encoded
+// 300-dpi Group 4 page; crop rectangles, progress cancelling, statuses.
+#include "numpy_check.h"
+
+namespace {
+
+using namespace tesslin;
+using namespace tesslin::test;
+
+const int kDepths[] = {1, 4, 8, 16, 24, 32};
+
+// Pseudo-random pixels (every byte of every row, fill bytes included).
+int32_t noise_handle(int32_t w, int32_t h, int bits) {
+    return make_handle(w, h, bits, [](uint8_t* row, uint32_t n, int32_t r) {
+        uint32_t v = uint32_t(r + 1) * 2654435761u;
+        for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t((v = v * 1103515245u + 12345u) >> 16);
+    });
+}
+
+struct Op {
+    const char* name;   // numpy's operation
+    int32_t (*apply)(int32_t);
+};
+const Op kOps[] = {
+    {"rot90cw", [](int32_t h) { return IMG_rotate_bitmap(h, 9000); }},
+    {"rot180", [](int32_t h) { return IMG_rotate_bitmap(h, 18000); }},
+    {"rot90ccw", [](int32_t h) { return IMG_rotate_bitmap(h, 27000); }},
+    {"rot90ccw", [](int32_t h) { return IMG_rotate_bitmap(h, -9000); }},
+    {"rot90cw", [](int32_t h) { return IMG_rotate_bitmap(h, -27000); }},
+    {"fliplr", IMG_flip_bitmapx},
+    {"flipud", IMG_flip_bitmapy},
+};
+
+TEST(Geometry, TurnsFlipsAndInversionMatchNumpyOnEveryDepth) {
+    if (!have_numpy()) GTEST_SKIP() << "numpy and Pillow for /usr/bin/python3";
+    NumpyChecks checks;
+    for (int bits : kDepths) {
+        // Odd sizes, the second large enough for the 16-row blocks of the
+        // bilevel transpose.
+        for (auto [w, ht] : {std::pair{37, 23}, {331, 41}}) {
+            for (const Op& op : kOps) {
+                const int32_t h = noise_handle(w, ht, bits);
+                const PixelArray before = pixels_of(h);
+                ASSERT_EQ(op.apply(h), 0) << op.name << " " << bits;
+                checks.add(op.name, before, pixels_of(h));
+                IMG_delete_bitmap(h);
+            }
+        }
+        const int32_t h = noise_handle(37, 23, bits);
+        const PixelArray before = pixels_of(h);
+        ASSERT_EQ(IMG_invert_bitmap(h), 0);
+        checks.add("invert " + std::to_string(bits <= 8 ? bits : 8), before, pixels_of(h));
+        IMG_delete_bitmap(h);
+    }
+    const auto results = checks.run();
+    for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(results[i], "ok") << checks.line(i);
+}
+
+TEST(Geometry, FourQuarterTurnsTwoFlipsAndTwoInversionsRestore) {
+    for (int bits : kDepths) {
+        for (int32_t w : {1, 7, 33, 64}) {
+            const int32_t h = noise_handle(w, 9, bits);
+            const PixelArray before = pixels_of(h);
+            for (int i = 0; i < 4; ++i) ASSERT_EQ(IMG_rotate_bitmap(h, 9000), 0);
+            EXPECT_EQ(pixels_of(h), before) << "quarter turns, " << bits << " bits, width " << w;
+            for (auto op : {IMG_flip_bitmapx, IMG_flip_bitmapx, IMG_flip_bitmapy, IMG_flip_bitmapy,
+                            IMG_invert_bitmap, IMG_invert_bitmap})
+                ASSERT_EQ(op(h), 0);
+            EXPECT_EQ(pixels_of(h), before) << "flips, " << bits << " bits, width " << w;
+            IMG_delete_bitmap(h);
+        }
+    }
+}
+
+// A letter page at 300 dpi in Group 4, made by ImageMagick from the corpus
+// page; decoded, it is held as run records.
+int32_t g4_page_300dpi() {
+    const std::string tif = temp_path("page300.tif");
+    if (!fs::exists(tif) &&
+        !run("/usr/bin/convert '" + corpus("refs/540397096c9b25d0.pbm") +
+             "' -sample 150% -density 300 -compress Group4 '" + tif + "'"))
+        return -1;
+    return IMG_decompress_bitmap(tif.c_str());
+}
+
+TEST(Geometry, RunEncodedPageStaysRunEncodedAndMatchesNumpy) {
+    if (!have_tool("/usr/bin/convert") || !have_numpy()) GTEST_SKIP() << "ImageMagick, numpy";
+    const int32_t page = g4_page_300dpi();
+    ASSERT_GE(page, 0);
+    ASSERT_EQ(info_of(page).biCompression, uint32_t(IMG_COMPRESSION_RUNS));
+    const PixelArray before = pixels_of(page);
+    NumpyChecks checks;
+    for (const Op& op : {kOps[0], kOps[5], kOps[6]}) {
+        const int32_t h = g4_page_300dpi();
+        ASSERT_EQ(op.apply(h), 0);
+        EXPECT_EQ(info_of(h).biCompression, uint32_t(IMG_COMPRESSION_RUNS)) << op.name;
+        checks.add(op.name, before, pixels_of(h));
+        IMG_delete_bitmap(h);
+    }
+    // The other operations on run records equal the same on packed rows.
+    for (auto op : {+[](int32_t h) { return IMG_rotate_bitmap(h, 27000); },
+                    +[](int32_t h) { return IMG_rotate_bitmap(h, 18000); },
+                    +[](int32_t h) { return IMG_invert_bitmap(h); },
+                    +[](int32_t h) { return IMG_rotate_bitmap(h, 1250); }}) {
+        const int32_t runs = g4_page_300dpi(), plain = g4_page_300dpi();
+        ASSERT_EQ(IMG_runs_to_dib(plain), 0);
+        ASSERT_EQ(op(runs), 0);
+        ASSERT_EQ(op(plain), 0);
+        EXPECT_EQ(info_of(runs).biCompression, uint32_t(IMG_COMPRESSION_RUNS));
+        EXPECT_TRUE(pixels_of(runs) == pixels_of(plain));
+        IMG_delete_bitmap(runs);
+        IMG_delete_bitmap(plain);
+    }
+    const auto results = checks.run();
+    for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(results[i], "ok") << checks.line(i);
+    IMG_delete_bitmap(page);
+    fs::remove(temp_path("page300.tif"));
+}
+
+TEST(Geometry, AnyAngleGrowsTheImageAndFillsTheCorners) {
+    for (int bits : {1, 8, 24}) {
+        const int32_t h = noise_handle(100, 100, bits);
+        ASSERT_EQ(IMG_rotate_bitmap(h, 4500), 0);
+        const PixelArray a = pixels_of(h);
+        EXPECT_EQ(a.width, 142);
+        EXPECT_EQ(a.height, 142);
+        const uint8_t background = bits == 1 ? 1 : 0;
+        for (int32_t corner : {0, 141, 142 * 141, 142 * 142 - 1})
+            EXPECT_EQ(a.px[size_t(corner) * size_t(a.k)], background) << bits << " bits";
+        int32_t x, y, cw, ch;
+        IMG_get_croprect(h, &x, &y, &cw, &ch);
+        EXPECT_EQ(std::vector<int32_t>({x, y, cw, ch}), std::vector<int32_t>({0, 0, 142, 142}));
+        IMG_delete_bitmap(h);
+    }
+    if (!have_numpy()) return;
+    // Direction and sampling against Pillow's nearest-neighbour rotate.
+    NumpyChecks checks;
+    for (int32_t angle : {4500, 1250, -3000, 20000, 31599}) {
+        const int32_t h = make_handle(61, 40, 8, [](uint8_t* row, uint32_t n, int32_t r) {
+            for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t(1 + (b / 6 + uint32_t(r) / 5) % 2 * 100 + b);
+        });
+        const PixelArray before = pixels_of(h);
+        ASSERT_EQ(IMG_rotate_bitmap(h, angle), 0);
+        checks.add("rotate " + std::to_string(angle / 100.0), before, pixels_of(h));
+        IMG_delete_bitmap(h);
+    }
+    const auto results = checks.run();
+    for (size_t i = 0; i < results.size(); ++i)
+        EXPECT_GE(std::atof(results[i].c_str() + 6), 0.97) << checks.line(i) << ": " << results[i];
+}
+
+TEST(Geometry, SmallCases) {
+    // 3 x 2, width 3: a quarter turn puts the top-left pixel top right,
+    // -9000 bottom left.
+    for (auto [angle, x, y] : {std::tuple{9000, 1, 0}, {-9000, 0, 2}, {27000, 0, 2}}) {
+        const int32_t h = make_handle(3, 2, 8, [](uint8_t* row, uint32_t, int32_t r) {
+            row[0] = r == 0 ? 200 : 0, row[1] = row[2] = 0;
+        });
+        ASSERT_EQ(IMG_rotate_bitmap(h, angle), 0);
+        const PixelArray a = pixels_of(h);
+        ASSERT_EQ(a.width, 2);
+        ASSERT_EQ(a.height, 3);
+        EXPECT_EQ(a.px[size_t(y * 2 + x)], 200) << angle;
+        IMG_delete_bitmap(h);
+    }
+    // Angle 0 and whole turns change nothing.
+    const int32_t h = noise_handle(5, 3, 4);
+    const PixelArray before = pixels_of(h);
+    EXPECT_EQ(IMG_rotate_bitmap(h, 0), 0);
+    EXPECT_EQ(IMG_rotate_bitmap(h, 36000), 0);
+    EXPECT_EQ(pixels_of(h), before);
+    IMG_delete_bitmap(h);
+}
+
+// A run-encoded row of width 10, from its change positions.
+int32_t runs_row(std::vector<uint32_t> positions) {
+    const int32_t h = make_handle(10, 1, 1, [&](uint8_t* row, uint32_t n, int32_t) {
+        std::vector<uint32_t> p = positions;
+        p.push_back(10);
+        runs::expand_changes(p.data(), 10, row, n);
+    });
+    IMG_dib_to_runs(h);
+    return h;
+}
+std::vector<uint32_t> changes_of(int32_t h) {
+    Bytes row = get_row(h, 0);
+    std::vector<uint32_t> p(12);
+    p.resize(runs::changes_from_packed(row.data(), 10, p.data()) - 1);
+    return p;
+}
+
+TEST(Geometry, RunRecordEdits) {
+    struct Case {
+        std::vector<uint32_t> in;
+        int32_t (*op)(int32_t);
+        std::vector<uint32_t> out;
+    } cases[] = {
+        {{2, 5}, IMG_flip_bitmapx, {5, 8}},
+        {{0, 3}, IMG_flip_bitmapx, {7}},
+        {{4}, IMG_flip_bitmapx, {0, 6}},
+        {{0}, IMG_invert_bitmap, {}},
+        {{}, IMG_invert_bitmap, {0}},
+        {{0, 3, 6}, IMG_invert_bitmap, {3, 6}},
+        {{2, 5}, IMG_invert_bitmap, {0, 2, 5}},
+    };
+    for (const Case& c : cases) {
+        const int32_t h = runs_row(c.in);
+        ASSERT_EQ(c.op(h), 0);
+        EXPECT_EQ(info_of(h).biCompression, uint32_t(IMG_COMPRESSION_RUNS));
+        EXPECT_EQ(changes_of(h), c.out) << c.in.size();
+        IMG_delete_bitmap(h);
+    }
+}
+
+TEST(Geometry, CropRectangleFollowsTheContent) {
+    // 100 x 50, black block under the crop (10, 5, 20, 30), white elsewhere;
+    // packed 8-bit and run-encoded bilevel.
+    struct Case {
+        int32_t (*op)(int32_t);
+        std::vector<int32_t> crop;
+    } cases[] = {
+        {IMG_flip_bitmapx, {70, 5, 20, 30}},
+        {IMG_flip_bitmapy, {10, 15, 20, 30}},
+        {[](int32_t h) { return IMG_rotate_bitmap(h, 18000); }, {70, 15, 20, 30}},
+        {[](int32_t h) { return IMG_rotate_bitmap(h, 9000); }, {15, 10, 30, 20}},
+        {[](int32_t h) { return IMG_rotate_bitmap(h, 27000); }, {5, 70, 30, 20}},
+    };
+    for (int bits : {1, 8}) {
+        for (const Case& c : cases) {
+            const int32_t h = make_handle(100, 50, bits, [&](uint8_t* row, uint32_t n, int32_t r) {
+                std::memset(row, 0xFF, n);
+                if (r >= 5 && r < 35 && bits == 1) runs::fill_bits(row, 10, 30, false);
+                if (r >= 5 && r < 35 && bits == 8) std::memset(row + 10, 0, 20);
+            });
+            if (bits == 1) {
+                ASSERT_EQ(IMG_dib_to_runs(h), 0);
+            }
+            ASSERT_EQ(IMG_set_croprect(h, 10, 5, 20, 30), 0);
+            ASSERT_EQ(c.op(h), 0);
+            std::vector<int32_t> crop(4);
+            IMG_get_croprect(h, &crop[0], &crop[1], &crop[2], &crop[3]);
+            EXPECT_EQ(crop, c.crop);
+            const PixelArray a = pixels_of(h);
+            size_t black = 0;
+            for (int32_t y = crop[1]; y < crop[1] + crop[3]; ++y)
+                for (int32_t x = crop[0]; x < crop[0] + crop[2]; ++x) black += a.px[size_t(y * a.width + x)] == 0;
+            EXPECT_EQ(black, 600u) << bits;
+            IMG_delete_bitmap(h);
+        }
+    }
+}
+
+int32_t stop_at_row_3(intptr_t, int32_t, int32_t row, uint32_t) { return row == 3 ? -77 : 0; }
+
+TEST(Geometry, CancelLeavesTheImageAndBadHandlesAreRefused) {
+    int32_t (*const ops[])(int32_t) = {
+        IMG_flip_bitmapx, IMG_flip_bitmapy, IMG_invert_bitmap,
+        [](int32_t h) { return IMG_rotate_bitmap(h, 9000); },
+        [](int32_t h) { return IMG_rotate_bitmap(h, 18000); },
+        [](int32_t h) { return IMG_rotate_bitmap(h, 27000); },
+        [](int32_t h) { return IMG_rotate_bitmap(h, 3000); },
+    };
+    for (bool runs : {false, true}) {
+        for (auto op : ops) {
+            const int32_t h = noise_handle(40, 20, runs ? 1 : 24);
+            if (runs) {
+                ASSERT_EQ(IMG_dib_to_runs(h), 0);
+            }
+            const PixelArray before = pixels_of(h);
+            IMG_set_statusbar(0, stop_at_row_3, 1);
+            EXPECT_EQ(op(h), -77);
+            IMG_set_statusbar(0, nullptr, 0);
+            EXPECT_EQ(pixels_of(h), before);
+            IMG_delete_bitmap(h);
+            EXPECT_EQ(op(h), IMG_ERR_HANDLE);
+        }
+    }
+    EXPECT_EQ(IMG_rotate_bitmap(-1, 0), IMG_ERR_HANDLE);
+}
+
+}  // namespace

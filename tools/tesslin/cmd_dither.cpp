@@ -1,0 +1,54 @@
+// tesslin dither: pages to bilevel by ordered dither or error diffusion.
+#include <string>
+#include <vector>
+
+#include "common.h"
+
+namespace cli {
+
+extern const char* const dither_help =
+    "usage: tesslin dither INPUT OUTPUT [--method bayer|halftone|diffusion]\n"
+    "                      [--page N | --all-pages] [--format F] [--quiet]\n"
+    "\n"
+    "Makes pages bilevel, keeping their local brightness:\n"
+    "  --method bayer      ordered dither with the 8 x 8 Bayer matrix\n"
+    "  --method halftone   ordered dither with an 8 x 8 clustered-dot screen\n"
+    "  --method diffusion  Stucki error diffusion (default)\n"
+    "Bilevel pages are kept as they are. A .tif OUTPUT gets Group 4.\n"
+    "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
+
+int run_dither(int argc, char** argv) {
+    PageJob job;
+    job.command = "dither";
+    job.action = "dither";
+    job.doing = "dithering";
+    int32_t (*method)(int32_t) = IMG_diffusion_mono;
+    std::vector<std::string> names;
+    Args a("dither", argc, argv);
+    while (a.next()) {
+        if (const Taken t = job.accept(a); t != Taken::kNo) {
+            if (t == Taken::kBad) return kUsageError;
+        } else if (a.is("--method")) {
+            std::string m;
+            if (!a.text(&m, "--method needs bayer, halftone or diffusion")) return kUsageError;
+            if (m == "bayer")
+                method = IMG_bayer_mono;
+            else if (m == "halftone")
+                method = IMG_halftone_mono;
+            else if (m == "diffusion")
+                method = IMG_diffusion_mono;
+            else
+                return a.usage("--method needs bayer, halftone or diffusion, not '" + m + "'");
+        } else if (!a.name(&names)) {
+            return kUsageError;
+        }
+    }
+    if (!job.take_names(a, names)) return kUsageError;
+    return run_pages(job, [method](int32_t handle) {
+        int32_t w = 0, h = 0, bits = 0;
+        IMG_bitmap_info(handle, &w, &h, &bits);
+        return bits == 1 ? 0 : method(handle);
+    });
+}
+
+}  // namespace cli
