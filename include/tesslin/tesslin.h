@@ -930,6 +930,57 @@ TESSLIN_API int32_t IMG_display_bitmap(int32_t handle, intptr_t dc, int32_t x, i
  * true colour: only the handles are checked). */
 TESSLIN_API int32_t IMG_bitmap_palette(int32_t handle, intptr_t dc);
 /* ------------------------------------------------------------------ */
+/* Document clean-up                                                    */
+/* ------------------------------------------------------------------ */
+
+/* The clean-up operations below (all but IMG_erase_rect) work on 1-bit
+ * pages kept as run records; a plain 1-bit image is encoded to run records
+ * first. Each returns 0, IMG_ERR_HANDLE, IMG_ERR_DEPTH for other depths,
+ * IMG_ERR_MEMORY, or the negative answer of the status-bar callback
+ * (IMG_set_statusbar) where noted; a failure leaves the image as it was.
+ * Rows and columns within a tenth of the width of the page's edges (pages
+ * wider than 100 pixels) take no part in skew and orientation detection. */
+
+/* Writes to *angle the skew correction in whole degrees: the slope angle a
+ * in lo .. hi - 1 whose line accumulator (fed with the edges of black runs)
+ * holds the largest count, negated, so that it can be passed to
+ * IMG_deskew_bitmap. A page with nothing that looks like a line (no count
+ * above 2) and an empty range (hi <= lo) give -lo. Calls the status-bar
+ * callback once per row. IMG_ERR_BAD_IMAGE for a null angle; IMG_ERR_MEMORY
+ * for a range whose accumulator the library will not hold. */
+TESSLIN_API int32_t IMG_get_deskew_angle(int32_t handle, int32_t *angle, int32_t lo, int32_t hi);
+/* Turns the page by `angle` whole degrees (positive = clockwise) about its
+ * middle by two shears; the page keeps its size, content pushed past an
+ * edge is cut there and white comes in. 0 does nothing. */
+TESSLIN_API int32_t IMG_deskew_bitmap(int32_t handle, int32_t angle);
+/* Writes 0 to *orientation when the text lines run across the page, 90 when
+ * they run down it (an upside-down page also gives 0). Calls the status-bar
+ * callback once per row. IMG_ERR_BAD_IMAGE for a null pointer. */
+TESSLIN_API int32_t IMG_auto_orient(int32_t handle, int32_t *orientation);
+/* Level 1 and above removes specks: a black pixel stays only when a black
+ * pixel lies above or below it or it is inside a horizontal run of at least
+ * 6 (levels 20 and above ask for more, up to 99). Level 0 and below thickens
+ * strokes by one pixel in the four directions. Pages of fewer than three
+ * rows are left unchanged. Calls the status-bar callback once per row. */
+TESSLIN_API int32_t IMG_despeckel_bitmap(int32_t handle, int32_t level);
+/* The same operation as IMG_despeckel_bitmap. */
+TESSLIN_API int32_t IMG_despeckle_bitmap(int32_t handle, int32_t level);
+/* Crops the page to the box of its black pixels widened by `margin` pixels
+ * on each side (kept inside the page; a negative margin counts as 0). A page
+ * without black pixels, or whose only black pixels are in its last row, is
+ * left unchanged. The crop rectangle becomes the whole new page. */
+TESSLIN_API int32_t IMG_autocrop_bitmap(int32_t handle, int32_t margin);
+/* Fills the rectangle x, y, width, height (0 = top; clipped to the image)
+ * with `colour` when inside is 1, else everything outside it. Values by
+ * depth: 1 bit: non-zero white, 0 black; 8 bits: the low byte; 16 bits: the
+ * bytes colour >> 8, then colour & 255; 24 bits: a COLORREF 0x00BBGGRR;
+ * 32 bits: the bytes colour >> 24, >> 16, >> 8, & 255 in that order. A 4-bit
+ * image is left unchanged. A 1-bit image comes back run-encoded. Any depth;
+ * 0, IMG_ERR_HANDLE, IMG_ERR_MEMORY. */
+TESSLIN_API int32_t IMG_erase_rect(int32_t handle, int32_t x, int32_t y, int32_t width,
+                                   int32_t height, uint32_t colour, int32_t inside);
+
+/* ------------------------------------------------------------------ */
 /* GIF animation                                                        */
 /* ------------------------------------------------------------------ */
 

@@ -33,6 +33,10 @@ namespace cli {
     ROW(equalize, "INPUT OUTPUT", "histogram equalisation of grey pages")                           \
     ROW(sharpen, "INPUT OUTPUT [--amount N]", "sharpen pages")                                      \
     ROW(smooth, "INPUT OUTPUT [--amount N]", "smooth pages")                                        \
+    ROW(deskew, "INPUT OUTPUT [--range LO,HI]", "measure and remove the skew of bilevel pages") \
+    ROW(despeckle, "INPUT OUTPUT [--level N]", "remove specks from bilevel pages")              \
+    ROW(autocrop, "INPUT OUTPUT [--margin N]", "crop the white borders of bilevel pages")       \
+    ROW(orient, "FILE [--page N]", "whether text lines run across (0) or down (90)")            \
     ROW(version, "", "library and interface versions")
 
 #define TESSLIN_DECLARE(name, args, summary) \

@@ -1,0 +1,36 @@
+// tesslin autocrop: crop the white borders of bilevel pages.
+#include "common.h"
+
+namespace cli {
+
+extern const char* const autocrop_help =
+    "usage: tesslin autocrop INPUT OUTPUT [--margin N] [page and output options]\n"
+    "\n"
+    "Crops each bilevel page to the box of its black pixels widened by a margin\n"
+    "(kept inside the page). White pages are left as they are.\n"
+    "  --margin N       pixels kept around the black pixels, 0 or more (default 0)\n"
+    "  --page N, --all-pages, --format NAME, --quality Q, --quiet  as in convert\n";
+
+int run_autocrop(int argc, char** argv) {
+    PageJob job;
+    job.command = "autocrop";
+    job.action = "crop";
+    job.doing = "cropping";
+    int32_t margin = 0;
+    std::vector<std::string> names;
+    Args a("autocrop", argc, argv);
+    while (a.next()) {
+        if (const Taken t = job.accept(a); t != Taken::kNo) {
+            if (t == Taken::kBad) return kUsageError;
+        } else if (a.is("--margin")) {
+            if (!a.number(&margin, 0, INT32_MAX, "--margin needs a number of pixels from 0"))
+                return kUsageError;
+        } else if (!a.name(&names)) {
+            return kUsageError;
+        }
+    }
+    if (!job.take_names(a, names)) return kUsageError;
+    return run_pages(job, [&](int32_t handle) { return IMG_autocrop_bitmap(handle, margin); });
+}
+
+}  // namespace cli

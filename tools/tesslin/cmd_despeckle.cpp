@@ -1,0 +1,37 @@
+// tesslin despeckle: remove specks from bilevel pages (or thicken strokes).
+#include "common.h"
+
+namespace cli {
+
+extern const char* const despeckle_help =
+    "usage: tesslin despeckle INPUT OUTPUT [--level N] [page and output options]\n"
+    "\n"
+    "Removes isolated black specks from each bilevel page: a black pixel stays when\n"
+    "a black pixel lies above or below it or it is inside a horizontal run of at\n"
+    "least 6 pixels. Level 0 or below thickens strokes by one pixel instead.\n"
+    "  --level N        -99 to 99 (default 10); 20 and above remove more\n"
+    "  --page N, --all-pages, --format NAME, --quality Q, --quiet  as in convert\n";
+
+int run_despeckle(int argc, char** argv) {
+    PageJob job;
+    job.command = "despeckle";
+    job.action = "despeckle";
+    job.doing = "despeckling";
+    int32_t level = 10;
+    std::vector<std::string> names;
+    Args a("despeckle", argc, argv);
+    while (a.next()) {
+        if (const Taken t = job.accept(a); t != Taken::kNo) {
+            if (t == Taken::kBad) return kUsageError;
+        } else if (a.is("--level")) {
+            if (!a.number(&level, -99, 99, "--level needs a whole number from -99 to 99"))
+                return kUsageError;
+        } else if (!a.name(&names)) {
+            return kUsageError;
+        }
+    }
+    if (!job.take_names(a, names)) return kUsageError;
+    return run_pages(job, [&](int32_t handle) { return IMG_despeckle_bitmap(handle, level); });
+}
+
+}  // namespace cli
