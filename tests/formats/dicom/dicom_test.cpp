@@ -120,7 +120,8 @@ TEST(Dicom, DecodesWhatPydicomAndDcmtkWrite) {
             EXPECT_TRUE(got == want);
         if (!c[6].empty()) {
             const Bytes pal = read_file(g.dir + "/" + c[6]);
-            const RgbQuad* q = dib_palette(header_of(h).data());
+            const Bytes block = header_of(h);  // kept alive while q is read
+            const RgbQuad* q = dib_palette(block.data());
             for (size_t i = 0; i < 256; ++i) {
                 EXPECT_EQ(q[i].rgbRed, pal[3 * i]);
                 EXPECT_EQ(q[i].rgbGreen, pal[3 * i + 1]);
