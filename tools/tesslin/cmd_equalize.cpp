@@ -19,16 +19,7 @@ int run_equalize(int argc, char** argv) {
     job.command = "equalize";
     job.action = "equalise";
     job.doing = "equalising";
-    std::vector<std::string> names;
-    Args a("equalize", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) { return IMG_histogram_equalize(handle); });
 }
 

@@ -18,16 +18,7 @@ int run_gray(int argc, char** argv) {
     job.command = "gray";
     job.action = "convert to grey";
     job.doing = "converting to grey";
-    std::vector<std::string> names;
-    Args a("gray", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) -> int32_t {
         int32_t w = 0, h = 0, bits = 0;
         IMG_bitmap_info(handle, &w, &h, &bits);

@@ -21,16 +21,7 @@ int run_invert(int argc, char** argv) {
     job.command = "invert";
     job.action = "invert";
     job.doing = "inverting";
-    std::vector<std::string> names;
-    Args a("invert", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) { return IMG_invert_bitmap(handle); });
 }
 

@@ -22,18 +22,12 @@ int run_smooth(int argc, char** argv) {
     job.action = "smooth";
     job.doing = "smoothing";
     int32_t amount = 0;
-    std::vector<std::string> names;
-    Args a("smooth", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--amount")) {
-            if (!a.number(&amount, 0, 128, "--amount needs a number from 0 to 128")) return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&amount](Args& a) {
+        if (!a.is("--amount")) return Taken::kNo;
+        return a.number(&amount, 0, 128, "--amount needs a number from 0 to 128") ? Taken::kYes
+                                                                                   : Taken::kBad;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [amount](int32_t handle) { return IMG_sharpen_bitmap(handle, -amount); });
 }
 

@@ -275,6 +275,18 @@ Taken PageJob::accept(Args& a) {
     return Taken::kNo;
 }
 
+bool PageJob::parse(int argc, char** argv, const std::function<Taken(Args&)>& own) {
+    std::vector<std::string> names;
+    Args a(command, argc, argv);
+    while (a.next()) {
+        Taken t = accept(a);
+        if (t == Taken::kNo && own) t = own(a);
+        if (t == Taken::kBad) return false;
+        if (t == Taken::kNo && !a.name(&names)) return false;
+    }
+    return take_names(a, names);
+}
+
 bool PageJob::take_names(const Args& a, const std::vector<std::string>& names) {
     if (names.size() != 2) {
         a.usage(std::string(a.command()) + " needs an input and an output");

@@ -227,6 +227,10 @@ struct PageJob {
     // After the arguments: exactly two names (input, output) and a consistent
     // page choice; usage error otherwise.
     bool take_names(const Args& a, const std::vector<std::string>& names);
+    // The whole command line of a page command: the shared options through
+    // accept, the command's own through `own` (when given), then the two
+    // names. False after a usage error (already printed).
+    bool parse(int argc, char** argv, const std::function<Taken(Args&)>& own = nullptr);
 };
 
 // Decodes each selected page of job.input, applies `transform` (when given)
