@@ -26,6 +26,9 @@
 #include <vector>
 
 #include "tesslin/tesslin.h"
+#include "test_util.h"
+
+namespace test = tesslin::test;
 
 namespace {
 
@@ -33,46 +36,18 @@ struct Row {
     std::string file;
     int pages = 0;
     int page = 0;
-    int width = 0, height = 0;
     std::string format_code;  // empty: no signature (raw data)
     std::string reference;
     std::string compare;
     std::string note;
 };
 
-std::vector<std::string> split(const std::string& line, char sep) {
-    std::vector<std::string> out;
-    std::string field;
-    std::istringstream in(line);
-    while (std::getline(in, field, sep)) out.push_back(field);
-    if (!line.empty() && line.back() == sep) out.emplace_back();
-    return out;
-}
-
 std::vector<Row> read_manifest(const std::string& path) {
-    std::ifstream in(path);
     std::vector<Row> rows;
-    std::string line;
-    bool header = true;
-    while (std::getline(in, line)) {
-        if (header) {
-            header = false;
-            continue;
-        }
-        if (line.empty()) continue;
-        auto f = split(line, '\t');
+    for (auto f : test::read_tsv(path)) {
+        if (f.empty()) continue;
         f.resize(9);
-        Row r;
-        r.file = f[0];
-        r.pages = std::atoi(f[1].c_str());
-        r.page = std::atoi(f[2].c_str());
-        r.width = std::atoi(f[3].c_str());
-        r.height = std::atoi(f[4].c_str());
-        r.format_code = f[5];
-        r.reference = f[6];
-        r.compare = f[7];
-        r.note = f[8];
-        rows.push_back(r);
+        rows.push_back({f[0], std::atoi(f[1].c_str()), std::atoi(f[2].c_str()), f[5], f[6], f[7], f[8]});
     }
     return rows;
 }
@@ -81,12 +56,11 @@ std::vector<Row> read_manifest(const std::string& path) {
 std::map<std::string, std::string> read_expected(const std::string& path) {
     std::map<std::string, std::string> out;
     std::ifstream in(path);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        auto f = split(line, '\t');
-        if (f.size() < 3) continue;
-        out[f[0] + "#" + f[1]] = f[2];
+    for (std::string line; std::getline(in, line);) {
+        std::vector<std::string> f;
+        std::istringstream cells(line);
+        for (std::string c; std::getline(cells, c, '\t');) f.push_back(c);
+        if (!line.empty() && line[0] != '#' && f.size() >= 3) out[f[0] + "#" + f[1]] = f[2];
     }
     return out;
 }
@@ -95,74 +69,25 @@ std::map<std::string, std::string> read_expected(const std::string& path) {
 
 enum class Form { Bilevel, Grey, Rgb, Rgba, Cmyk };
 
-struct Raster {
+// A reference raster (bilevel: 0 black, 255 white) and the form its netpbm
+// kind names: P4 bilevel, P5 grey, P6 RGB, P7 by its tuple type or depth.
+struct Reference {
     Form form = Form::Rgb;
-    int width = 0, height = 0, channels = 0;
-    std::vector<uint8_t> data;  // bilevel: 1 = black, one byte per pixel
+    test::Raster r;
 };
 
-bool read_token(std::istream& in, std::string& tok) {
-    tok.clear();
-    int c;
-    while ((c = in.get()) != EOF) {
-        if (c == '#') {
-            while ((c = in.get()) != EOF && c != '\n') {
-            }
-            continue;
-        }
-        if (!std::isspace(c)) {
-            tok.push_back(char(c));
-            break;
-        }
-    }
-    while ((c = in.peek()) != EOF && !std::isspace(c)) tok.push_back(char(in.get()));
-    return !tok.empty();
-}
-
-bool read_netpbm(const std::string& path, Raster& r) {
-    std::ifstream in(path, std::ios::binary);
-    std::string magic, tok;
-    if (!read_token(in, magic)) return false;
-    if (magic == "P7") {
-        int depth = 0;
-        std::string tupl;
-        while (read_token(in, tok) && tok != "ENDHDR") {
-            std::string v;
-            read_token(in, v);
-            if (tok == "WIDTH") r.width = std::atoi(v.c_str());
-            if (tok == "HEIGHT") r.height = std::atoi(v.c_str());
-            if (tok == "DEPTH") depth = std::atoi(v.c_str());
-            if (tok == "TUPLTYPE") tupl = v;
-        }
-        in.get();
-        r.channels = depth;
-        r.form = tupl == "CMYK" ? Form::Cmyk : tupl == "RGB_ALPHA" ? Form::Rgba
-                 : depth == 1   ? Form::Grey
-                                : Form::Rgb;
-    } else {
-        read_token(in, tok);
-        r.width = std::atoi(tok.c_str());
-        read_token(in, tok);
-        r.height = std::atoi(tok.c_str());
-        if (magic != "P4") read_token(in, tok);  // maxval
-        in.get();
-        r.form = magic == "P4" ? Form::Bilevel : magic == "P5" ? Form::Grey : Form::Rgb;
-        r.channels = magic == "P6" ? 3 : 1;
-    }
-    const size_t n = size_t(r.width) * r.height * r.channels;
-    if (r.form == Form::Bilevel) {
-        const size_t rb = (size_t(r.width) + 7) / 8;
-        std::vector<uint8_t> packed(rb * r.height);
-        in.read(reinterpret_cast<char*>(packed.data()), std::streamsize(packed.size()));
-        r.data.resize(n);
-        for (int y = 0; y < r.height; ++y)
-            for (int x = 0; x < r.width; ++x)
-                r.data[size_t(y) * r.width + x] = (packed[y * rb + x / 8] >> (7 - x % 8)) & 1;
-    } else {
-        r.data.resize(n);
-        in.read(reinterpret_cast<char*>(r.data.data()), std::streamsize(n));
-    }
-    return bool(in);
+bool read_reference(const std::string& path, Reference& ref) {
+    ref.r = test::read_netpbm(path);
+    const test::Bytes b = test::read_file(path);
+    const std::string head(b.begin(), b.begin() + long(std::min<size_t>(b.size(), 200)));
+    const char kind = head.size() > 1 ? head[1] : 0;
+    ref.form = kind == '4'                                    ? Form::Bilevel
+               : kind == '5'                                  ? Form::Grey
+               : kind == '7' && head.find("TUPLTYPE CMYK") != std::string::npos      ? Form::Cmyk
+               : kind == '7' && head.find("TUPLTYPE RGB_ALPHA") != std::string::npos ? Form::Rgba
+               : ref.r.channels == 1                          ? Form::Grey
+                                                              : Form::Rgb;
+    return !ref.r.px.empty();
 }
 
 // ---- Our bitmap in the reference's form -----------------------------------
@@ -201,7 +126,8 @@ std::string describe(const uint8_t* v, int n) {
     return s + ")";
 }
 
-Result compare(int handle, const Raster& ref, const std::string& rule) {
+Result compare(int handle, const Reference& reference, const std::string& rule) {
+    const test::Raster& ref = reference.r;
     int32_t w = 0, h = 0, bits = 0;
     intptr_t hdr = IMG_bitmap_info(handle, &w, &h, &bits);
     if (hdr < 0) return {false, "no bitmap"};
@@ -222,9 +148,9 @@ Result compare(int handle, const Raster& ref, const std::string& rule) {
         for (int x = 0; x < w; ++x) {
             Pixel p = pixel_of(row.data(), x, bits, pal);
             uint8_t got[4];
-            switch (ref.form) {
+            switch (reference.form) {
                 case Form::Bilevel:
-                    got[0] = (int(p.c[0]) + p.c[1] + p.c[2]) < 384 ? 1 : 0;
+                    got[0] = (int(p.c[0]) + p.c[1] + p.c[2]) < 384 ? 0 : 255;
                     break;
                 case Form::Grey:
                     got[0] = (p.c[0] == p.c[1] && p.c[1] == p.c[2])
@@ -256,7 +182,7 @@ Result compare(int handle, const Raster& ref, const std::string& rule) {
                     }
                     break;
             }
-            const uint8_t* want = ref.data.data() + (size_t(y) * w + x) * n;
+            const uint8_t* want = ref.at(x, y);
             if (exact) {
                 if (std::memcmp(got, want, size_t(n)) != 0)
                     return {false, "first difference at (" + std::to_string(x) + "," +
@@ -330,9 +256,9 @@ Result run_row(const std::string& corpus, const Row& row) {
     if (h < 0)
         return {false, std::string("decode failed: ") + IMG_status_name(h) + " (" +
                            std::to_string(h) + ")"};
-    Raster ref;
+    Reference ref;
     Result r;
-    if (!read_netpbm(corpus + "/" + row.reference, ref))
+    if (!read_reference(corpus + "/" + row.reference, ref))
         r = {false, "cannot read reference " + row.reference};
     else
         r = compare(h, ref, row.compare);
@@ -342,9 +268,9 @@ Result run_row(const std::string& corpus, const Row& row) {
 
 // Format name for the table: the corpus directory and, for suites, the suite.
 std::string family(const Row& row) {
-    auto parts = split(row.file, '/');
-    if (parts.size() >= 3 && parts[0] == "suites") return "suites/" + parts[1];
-    return parts.empty() ? "?" : parts[0];
+    const size_t slash = row.file.find('/');
+    if (row.file.rfind("suites/", 0) == 0) return row.file.substr(0, row.file.find('/', slash + 1));
+    return row.file.substr(0, slash);
 }
 
 std::string make_doc(const std::map<std::string, std::vector<int>>& table) {

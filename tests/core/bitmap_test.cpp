@@ -1,8 +1,6 @@
 // Bitmap table, bitmap object and the row operations on handles.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 #include <vector>
 
 #include "core/bitmap.h"
@@ -59,33 +57,6 @@ TEST(BitmapTable, BadHandlesGiveMinus13FromEveryOperation) {
         EXPECT_EQ(IMG_dib_to_runs(h), IMG_ERR_HANDLE);
         EXPECT_EQ(IMG_runs_to_dib(h), IMG_ERR_HANDLE);
     }
-}
-
-TEST(BitmapTable, EightThreadsNeverShareALiveHandle) {
-    constexpr int kThreads = 8;
-    constexpr int kRounds = 100000;
-    std::vector<std::atomic<int>> owner(kTableSlots);
-    std::atomic<int> clashes{0}, failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 1; t <= kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            DibHeader header{40, 8, 8, 1, 24, 0, 0, 0, 0, 0, 0};  // no palette follows
-            for (int i = 0; i < kRounds; ++i) {
-                Handle h = IMG_create_handle_shell(&header);
-                if (h < 0) {
-                    failures++;
-                    continue;
-                }
-                if (owner[h].exchange(t) != 0) clashes++;
-                owner[h].store(0);
-            }
-        });
-    }
-    for (auto& th : threads) th.join();
-    EXPECT_EQ(clashes.load(), 0);
-    EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(make_handle(1, 1, 8), 100) << "every handle was returned";
-    IMG_delete_bitmap(100);
 }
 
 TEST(BitmapObject, CreateKeepWrapsTheCallersDibAndChecksIt) {

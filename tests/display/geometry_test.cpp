@@ -130,7 +130,7 @@ TEST(DisplayGeometry, DrawingMatchesImageMagick) {
     }
     // Anti-aliased and printed drawings average like ImageMagick's box scaling.
     IMG_set_display_angle(h, 0);
-    const int32_t big = make_handle(64, 48, 24, [](uint8_t* row, uint32_t n, int32_t r) {
+    const Handle big = make_handle(64, 48, 24, [](uint8_t* row, uint32_t n, int32_t r) {
         for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t((b * 37 + uint32_t(r) * 91) ^ (b >> 2));
     });
     const Raster want = magick(handle_raster(big), "-scale 25%");
@@ -142,7 +142,6 @@ TEST(DisplayGeometry, DrawingMatchesImageMagick) {
         for (size_t i = 0; i < got.px.size(); ++i) EXPECT_NEAR(got.px[i], want.px[i], 1) << i;
         tesslin_dc_destroy(dc);
     }
-    IMG_delete_bitmap(big);
 }
 
 // The mappings agree with what the aspect drawing put where: an image
@@ -178,9 +177,9 @@ TEST(DisplayGeometry, MappingAgreesWithDrawing) {
 
 TEST(DisplayGeometry, CombiningWithTheSurface) {
     // 4-bit grey ramp, index 3 transparent; a white surface painted black first.
-    const int32_t h = make_handle(4, 1, 4, [](uint8_t* row, uint32_t, int32_t) { row[0] = 0x23, row[1] = 0x45; });
+    const Handle h = make_handle(4, 1, 4, [](uint8_t* row, uint32_t, int32_t) { row[0] = 0x23, row[1] = 0x45; });
     const intptr_t dc = tesslin_dc_create(4, 1);
-    const int32_t black = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0, n); });
+    const Handle black = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0, n); });
     ASSERT_EQ(IMG_display_bitmap(black, dc, 0, 0, 4, 1), 0);
     IMGLOW_set_transp_color(h, 0x1003);
     ASSERT_EQ(IMG_display_bitmap_transp(h, dc, 0, 0, 4, 1), 0);
@@ -191,14 +190,13 @@ TEST(DisplayGeometry, CombiningWithTheSurface) {
     // Half over black; then white ANDed (source AND destination) leaves it.
     ASSERT_EQ(IMG_merge_bitmap(h, dc, 0, 0, 4, 1, 50), 0);
     EXPECT_EQ(p[3], 26);  // (51 + 0) / 2 rounded
-    const int32_t white = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0xFF, n); });
+    const Handle white = make_handle(4, 1, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0xFF, n); });
     IMGLOW_set_rop(white, 0x008800C6);
     ASSERT_EQ(IMG_display_bitmap(white, dc, 0, 0, 4, 1), 0);
     EXPECT_EQ(p[3], 26);
     int32_t entries[1] = {0};
     EXPECT_EQ(IMG_get_bitmap_palette(h, nullptr), 16);
-    EXPECT_EQ(IMG_get_bitmap_palette(colourful(), reinterpret_cast<IMG_RGBQUAD*>(entries)), 0);
-    for (int32_t b : {h, black, white}) IMG_delete_bitmap(b);
+    EXPECT_EQ(IMG_get_bitmap_palette(Handle(colourful()), reinterpret_cast<IMG_RGBQUAD*>(entries)), 0);
     tesslin_dc_destroy(dc);
 }
 
@@ -235,7 +233,6 @@ TEST(DisplayGeometry, BadArguments) {
     x = 0, y = 0;
     IMGLOW_map_image_to_wnd(h, window, &x, &y);
     EXPECT_GT(x, 0);  // still turned: the image's corner is at the far side
-    EXPECT_EQ(tesslin_window_create(0, 10), 0);
     struct Case {
         const char* what;
         int32_t got, want;
@@ -255,7 +252,19 @@ TEST(DisplayGeometry, BadArguments) {
         {"ddb, null dc", int32_t(IMG_dib_to_ddb(h, 0)), IMG_ERR_BAD_IMAGE},
         {"ddb handle, null", IMG_create_handle_ddb(0), IMG_ERR_BAD_IMAGE},
         {"palette, bad handle", IMG_get_bitmap_palette(-1, nullptr), IMG_ERR_HANDLE},
+        {"draw, zero width", IMG_display_bitmap(h, dc, 0, 0, 0, 4), IMG_ERR_DISPLAY_RECT},
+        {"draw, unknown dc", IMG_display_bitmap(h, 12345678, 0, 0, 4, 4), IMG_ERR_BAD_IMAGE},
+        {"draw, bad handle", IMG_display_bitmap(-1, dc, 0, 0, 4, 4), IMG_ERR_HANDLE},
+        {"dc, zero width", int32_t(tesslin_dc_create(0, 5)), 0},
+        {"window, zero width", int32_t(tesslin_window_create(0, 10)), 0},
+        {"window, negative height", int32_t(tesslin_window_create(5, -1)), 0},
     };
     for (const Case& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    tesslin_window_destroy(window);
+    // A window's own surface goes with the window; a surface is destroyed once.
+    EXPECT_EQ(tesslin_dc_destroy(dc), IMG_ERR_BAD_IMAGE);
+    EXPECT_EQ(tesslin_window_destroy(window), 0);
+    EXPECT_EQ(tesslin_dc_pixels(dc), nullptr);
+    const intptr_t own = tesslin_dc_create(4, 4);
+    EXPECT_EQ(tesslin_dc_destroy(own), 0);
+    EXPECT_EQ(tesslin_dc_destroy(own), IMG_ERR_BAD_IMAGE);
 }

@@ -57,7 +57,7 @@ TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
     REQUIRE_TOOL("tiff2pdf");
     REQUIRE_TOOL("/usr/bin/convert");
     // Three letter-size G4 pages at 300 dpi with text, lines and shapes.
-    const std::string tif = temp_path("modules_scan.tif"), pdf = temp_path("modules_scan.pdf");
+    const Scratch tif("modules_scan.tif"), pdf("modules_scan.pdf");
     std::string pages;
     for (int p = 1; p <= 3; ++p)
         pages += " '(' -size 2550x3300 xc:white -fill black -pointsize " + std::to_string(40 + 10 * p) +
@@ -66,14 +66,14 @@ TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
                  "' -draw 'ellipse 1200,1800 " + std::to_string(200 * p) + ",300 0,360' ')'";
     ASSERT_TRUE(run("/usr/bin/convert" + pages +
                     " -threshold 50% -type bilevel -units PixelsPerInch -density 300"
-                    " -compress group4 '" + tif + "'"));
-    ASSERT_TRUE(run("tiff2pdf -o '" + pdf + "' '" + tif + "'"));
+                    " -compress group4 '" + tif.path + "'"));
+    ASSERT_TRUE(run("tiff2pdf -o '" + pdf.path + "' '" + tif.path + "'"));
 
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);
     ASSERT_EQ(IMGLOW_set_pdf_input(300, 1), 0);
     for (int p = 0; p < 3; ++p) {
-        const int32_t scan = IMG_decompress_bitmap_page(tif.c_str(), p);
-        const int32_t page = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        const Handle scan = IMG_decompress_bitmap_page(tif.c_str(), p);
+        const Handle page = IMG_decompress_bitmap_page(pdf.c_str(), p);
         ASSERT_GE(scan, 0);
         ASSERT_GE(page, 0) << p;
         EXPECT_EQ(info_of(page).biBitCount, 1);
@@ -84,13 +84,9 @@ TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
         const double equal = 100.0 * (1.0 - double(differ) / (double(a.width) * a.height));
         std::cout << "[ figure   ] page " << p + 1 << ": " << equal << " % of pixels equal\n";
         EXPECT_GE(equal, 99.5);
-        IMG_delete_bitmap(scan);
-        IMG_delete_bitmap(page);
     }
     EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 3), IMG_ERR_NO_PAGE);
     IMGLOW_set_pdf_input(0, 0);
-    fs::remove(tif);
-    fs::remove(pdf);
 }
 
 TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
@@ -110,11 +106,11 @@ TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.bits);
         ASSERT_EQ(IMGLOW_set_pdf_input(100, c.bits), 0);
-        const std::string ref = temp_path("modules_ref");
-        ASSERT_TRUE(run("pdftoppm -r 100 " + std::string(c.option) + " -f " + std::to_string(c.page) +
-                        " -l " + std::to_string(c.page) + " -singlefile '" + pdf + "' '" + ref + "'"));
-        const Raster want = read_netpbm(ref + "." + c.ext);
-        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), c.page - 1);
+        const Scratch ref(std::string("modules_ref.") + c.ext);
+        ASSERT_TRUE(run("pdftoppm -r 100 " + std::string(c.option) + " -f " + std::to_string(c.page) + " -l " +
+                        std::to_string(c.page) + " -singlefile '" + pdf + "' '" + temp_path("modules_ref") + "'"));
+        const Raster want = read_netpbm(ref);
+        const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), c.page - 1);
         ASSERT_GE(h, 0);
         EXPECT_EQ(info_of(h).biBitCount, c.bits);
         const Raster got = handle_raster(h);
@@ -125,14 +121,9 @@ TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
                   << " % of samples equal beside pdftoppm\n";
         EXPECT_GE(db, c.psnr);
         EXPECT_GE(equal, c.equal);
-        IMG_delete_bitmap(h);
-        fs::remove(ref + "." + c.ext);
     }
     // The whole-file decode goes through the stream module at the setting.
-    const int32_t h = IMG_decompress_bitmap(pdf.c_str());
-    ASSERT_GE(h, 0);
-    EXPECT_EQ(info_of(h).biWidth, 827);  // A4, 595 pt at 100 dpi
-    IMG_delete_bitmap(h);
+    EXPECT_EQ(info_of(Handle(IMG_decompress_bitmap(pdf.c_str()))).biWidth, 827);  // A4, 595 pt at 100 dpi
     IMGLOW_set_pdf_input(0, 0);
 }
 
@@ -160,10 +151,9 @@ TEST_F(PdfModule, TextAsPdftotextGivesIt) {
         EXPECT_EQ(IMGLOW_search_text(pdf.c_str(), 5, "text", 0), IMG_ERR_NO_PAGE);
     }
     // Not a PDF.
-    const std::string other = temp_path("modules_not.pdf");
+    const Scratch other("modules_not.pdf");
     write_file(other, Bytes{'B', 'M', 0, 0, 0, 0});
     EXPECT_EQ(IMGLOW_extract_text(other.c_str(), &text, &length, 0), IMG_ERR_UNSUPPORTED);
-    fs::remove(other);
 }
 
 TEST_F(PdfModule, DamagedAndLockedFilesAreRefused) {
@@ -172,9 +162,9 @@ TEST_F(PdfModule, DamagedAndLockedFilesAreRefused) {
     const Bytes good = read_file(vector_pdf());
     Bytes corrupt = good;
     for (size_t i = 200; i + 100 < corrupt.size(); i += 37) corrupt[i] ^= 0x5A;
-    const std::string locked = temp_path("modules_locked.pdf");
+    const Scratch locked("modules_locked.pdf");
     const bool have_qpdf = have_tool("qpdf") &&
-                           run("qpdf --encrypt user owner 256 -- '" + vector_pdf() + "' '" + locked + "'");
+                           run("qpdf --encrypt user owner 256 -- '" + vector_pdf() + "' '" + locked.path + "'");
     const struct {
         const char* name;
         Bytes data;
@@ -189,14 +179,12 @@ TEST_F(PdfModule, DamagedAndLockedFilesAreRefused) {
     for (const auto& c : cases) {
         if (c.data.empty()) continue;
         SCOPED_TRACE(c.name);
-        const std::string path = temp_path("modules_bad.pdf");
+        const Scratch path("modules_bad.pdf");
         write_file(path, c.data);
         EXPECT_EQ(IMG_decompress_bitmap(path.c_str()), c.status);
         EXPECT_EQ(decode_mem(c.data), c.status);
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), c.status);
-        fs::remove(path);
     }
-    fs::remove(locked);
     EXPECT_EQ(IMGLOW_set_pdf_input(5, 24), IMG_ERR_BAD_IMAGE);
     EXPECT_EQ(IMGLOW_set_pdf_input(200, 4), IMG_ERR_BAD_IMAGE);
 }

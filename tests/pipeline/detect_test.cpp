@@ -12,11 +12,10 @@ using namespace tesslin::test;
 
 namespace {
 
-std::string write_temp(const std::string& name, const Bytes& data) {
-    const std::string path = temp_path(name);
-    write_file(path, data);
-    return path;
-}
+// A scratch file holding `data`.
+struct TempFile : Scratch {
+    TempFile(const std::string& name, const Bytes& data) : Scratch(name) { write_file(path, data); }
+};
 
 // A little-endian TIFF with one directory of the given tags.
 Bytes tiff_with(std::initializer_list<std::pair<uint16_t, uint32_t>> tags) {
@@ -107,9 +106,7 @@ TEST(Detect, SignatureOrderAndSwitches) {
     // Tags the memory query does not know.
     const Bytes jp2 = {0, 0, 0, 0x0C, 'j', 'P', ' ', ' ', 0x0D, 0x0A};
     EXPECT_EQ(filetype_mem(jp2), IMG_ERR_UNSUPPORTED);
-    const std::string path = write_temp("x.jp2", jp2);
-    EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), 70);
-    std::filesystem::remove(path);
+    EXPECT_EQ(IMGLOW_get_filetype(TempFile("x.jp2", jp2).c_str()), 70);
 }
 
 TEST(Detect, RefinementsOfTiffBmpAndGif) {
@@ -144,19 +141,14 @@ TEST(Detect, PageCounts) {
     EXPECT_EQ(IMGLOW_get_pages(corpus("doc/multipage-g4-bigendian.tif").c_str()), 3);
     EXPECT_EQ(IMGLOW_get_pages(corpus("doc/g4.tif").c_str()), 1);
     EXPECT_EQ(IMGLOW_get_pages(corpus("jpeg/444.jpg").c_str()), 1);
-    const Bytes unknown(64, 0x01);
-    const std::string path = write_temp("unknown.bin", unknown);
-    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 1);
-    std::filesystem::remove(path);
+    EXPECT_EQ(IMGLOW_get_pages(TempFile("unknown.bin", Bytes(64, 0x01)).c_str()), 1);
     void* b = to_block(read_file(corpus("doc/multipage-g4.tif")));
     EXPECT_EQ(IMGLOW_get_pages_mem(b), 3);
     tesslin_block_free(b);
     // PDF without its modules: no pages from a stream, the module's status
     // from memory.
     const Bytes pdf = {'%', 'P', 'D', 'F', '-', '1', '.', '4', '\n', '%', '\n'};
-    const std::string pdf_path = write_temp("doc.pdf", pdf);
-    EXPECT_EQ(IMGLOW_get_pages(pdf_path.c_str()), 0);
-    std::filesystem::remove(pdf_path);
+    EXPECT_EQ(IMGLOW_get_pages(TempFile("doc.pdf", pdf).c_str()), 0);
     b = to_block(pdf);
     EXPECT_EQ(IMGLOW_get_pages_mem(b), IMG_ERR_PLUGIN);
     tesslin_block_free(b);
@@ -166,9 +158,9 @@ TEST(Detect, PageCounts) {
 
 TEST(Detect, Orientation) {
     // The orientation walk wants directories of 3 entries or more.
-    const std::string t6 = write_temp("o6.tif", tiff_with({{256, 8}, {259, 1}, {274, 6}}));
-    const std::string t8 = write_temp("o8.tif", tiff_with({{256, 8}, {257, 8}, {274, 8}}));
-    const std::string t5 = write_temp("o5.tif", tiff_with({{256, 8}, {257, 8}, {274, 5}}));
+    const TempFile t6("o6.tif", tiff_with({{256, 8}, {259, 1}, {274, 6}}));
+    const TempFile t8("o8.tif", tiff_with({{256, 8}, {257, 8}, {274, 8}}));
+    const TempFile t5("o5.tif", tiff_with({{256, 8}, {257, 8}, {274, 5}}));
     EXPECT_EQ(IMGLOW_get_image_orientation(t6.c_str()), 90);
     EXPECT_EQ(IMGLOW_get_image_orientation(t8.c_str()), 270);
     EXPECT_EQ(IMGLOW_get_image_orientation(t5.c_str()), 5);
@@ -180,13 +172,10 @@ TEST(Detect, Orientation) {
     // Photo CD: the low two bits of byte 3586.
     Bytes pcd(4096, 0xFF);
     pcd[3586] = 0x01;
-    const std::string pcd_path = write_temp("x.pcd", pcd);
-    EXPECT_EQ(IMGLOW_get_image_orientation(pcd_path.c_str()), 270);
+    EXPECT_EQ(IMGLOW_get_image_orientation(TempFile("x.pcd", pcd).c_str()), 270);
     // CALS: the digits at offset 905.
     Bytes cal(1024, ' ');
     std::memcpy(cal.data(), "srcdocid: x", 11);
     std::memcpy(&cal[896], "rorient: 090,270", 16);
-    const std::string cal_path = write_temp("x.cal", cal);
-    EXPECT_EQ(IMGLOW_get_image_orientation(cal_path.c_str()), 270);
-    for (const std::string& p : {t6, t8, t5, pcd_path, cal_path}) std::filesystem::remove(p);
+    EXPECT_EQ(IMGLOW_get_image_orientation(TempFile("x.cal", cal).c_str()), 270);
 }

@@ -17,17 +17,15 @@ namespace {
 
 const std::string kModules = TESSLIN_TEST_PLUGINS;
 
-// A synthetic document file the test modules serve.
-std::string pdf_file(const std::string& name, int pages, int width, int height, int bits,
-                     size_t junk = 0) {
-    std::string text(junk, 'j');
-    text += "%PDF-1.4 tesslin-test pages=" + std::to_string(pages) + " width=" +
-            std::to_string(width) + " height=" + std::to_string(height) +
-            " bits=" + std::to_string(bits) + "\n%%EOF\n";
-    const std::string path = temp_path(name);
-    write_file(path, Bytes(text.begin(), text.end()));
-    return path;
-}
+// A synthetic document file the test modules serve, removed with the object.
+struct PdfFile : Scratch {
+    PdfFile(const std::string& name, int pages, int width, int height, int bits, size_t junk = 0) : Scratch(name) {
+        const std::string text = std::string(junk, 'j') + "%PDF-1.4 tesslin-test pages=" + std::to_string(pages) +
+                                 " width=" + std::to_string(width) + " height=" + std::to_string(height) +
+                                 " bits=" + std::to_string(bits) + "\n%%EOF\n";
+        write_file(path, Bytes(text.begin(), text.end()));
+    }
+};
 
 // Calls a query function of a loaded test module.
 template <typename R, typename... A>
@@ -55,10 +53,9 @@ protected:
 }  // namespace
 
 TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
-    const std::string empty = temp_path("empty");
-    fs::create_directories(empty);
-    use(empty);
-    const std::string pdf = pdf_file("absent.pdf", 2, 8, 8, 8);
+    const TempDir empty("empty");
+    use(empty.path);
+    const PdfFile pdf("absent.pdf", 2, 8, 8, 8);
     EXPECT_EQ(IMGLOW_get_filetype(pdf.c_str()), 59);  // detection needs no module
     EXPECT_EQ(IMG_decompress_bitmap(pdf.c_str()), IMG_ERR_PLUGIN);
     EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 1), IMG_ERR_PLUGIN);
@@ -74,26 +71,20 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
     for (const auto& [data, decode, pages] : {Case{pcl, IMG_ERR_PLUGIN, IMG_ERR_PCL_PLUGIN},
                                               Case{fpx, IMG_ERR_DOC_PLUGIN, IMG_ERR_DOC_PLUGIN},
                                               Case{jp2, IMG_ERR_JP2_PLUGIN, 1}}) {
-        const std::string path = temp_path("absent.bin");
+        const Scratch path("absent.bin");
         write_file(path, data);
         EXPECT_EQ(IMG_decompress_bitmap(path.c_str()), decode);
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), pages);
-        fs::remove(path);
     }
-    const Handle h = make_handle(8, 8, 24);
-    void* out = tesslin_block_alloc(4096);
-    EXPECT_EQ(IMG_save_bitmap_mem(h, out, 70), IMG_ERR_JP2_PLUGIN);
-    tesslin_block_free(out);
-    fs::remove(pdf);
+    EXPECT_EQ(save_status(24, 70), IMG_ERR_JP2_PLUGIN);
 }
 
 TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
     use(kModules + "/pdfmod");
-    const std::string pdf = pdf_file("doc.pdf", 3, 21, 13, 8);
+    const PdfFile pdf("doc.pdf", 3, 21, 13, 8);
     EXPECT_EQ(IMGLOW_get_filetype(pdf.c_str()), 59);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);  // apdfmod absent: pdfmod answers
-    const Bytes bytes = read_file(pdf);
-    void* block = to_block(bytes);
+    void* block = to_block(read_file(pdf));
     EXPECT_EQ(IMGLOW_get_pages_mem(block), 3);
     tesslin_block_free(block);
     for (int page : {0, 2}) {
@@ -118,12 +109,11 @@ TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {
     EXPECT_EQ(query<int>("pdfmod", "testmod_callbacks"), -999);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);
     EXPECT_EQ(query<int>("pdfmod", "testmod_callbacks"), 1);
-    fs::remove(pdf);
 }
 
 TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
     use(kModules + "/pdfmod");
-    const std::string pdf = pdf_file("offset.pdf", 4, 8, 4, 8, 100);
+    const PdfFile pdf("offset.pdf", 4, 8, 4, 8, 100);
     const int32_t fd = platform::file_open(pdf.c_str(), 0);
     ASSERT_GE(fd, 0);
     const Handle h = IMG_decompress_bitmap_fd(fd, 100, 3);
@@ -135,12 +125,11 @@ TEST_F(Plugins, PageArgumentReachesTheDecoderWithTheStreamAtTheOffset) {
     EXPECT_GE(first, 0);
     EXPECT_EQ(query<uint32_t>("pdfmod", "testmod_position"), 100u);
     platform::file_close(fd);
-    fs::remove(pdf);
 }
 
 TEST_F(Plugins, BilevelPagesFromAModuleAreRunEncodedTopFirst) {
     use(kModules + "/pdfmod");
-    const std::string pdf = pdf_file("mono.pdf", 2, 40, 12, 1);
+    const PdfFile pdf("mono.pdf", 2, 40, 12, 1);
     const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
     ASSERT_GE(h, 0);
     const Raster r = handle_raster(h);
@@ -148,12 +137,11 @@ TEST_F(Plugins, BilevelPagesFromAModuleAreRunEncodedTopFirst) {
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 40; ++x) bad += (r.at(x, y)[0] == 0) != ((x / 4 + y / 4 + 1) % 2 == 0);
     EXPECT_EQ(bad, 0u);
-    fs::remove(pdf);
 }
 
 TEST_F(Plugins, FileNamePdfModuleWhenTheStreamModuleIsAbsent) {
     use(kModules + "/apdfmod");
-    const std::string pdf = pdf_file("named.pdf", 2, 16, 5, 8);
+    const PdfFile pdf("named.pdf", 2, 16, 5, 8);
     EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 102);  // the file-name module's answer
     const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), 1);
     ASSERT_GE(h, 0);
@@ -161,15 +149,12 @@ TEST_F(Plugins, FileNamePdfModuleWhenTheStreamModuleIsAbsent) {
     EXPECT_EQ(query<uint32_t>("apdfmod", "testmod_position"), 1u);  // page without bit 31
     EXPECT_EQ(IMGLOW_set_pdf_input(3, 4), 17);
     EXPECT_EQ(query<int32_t>("apdfmod", "testmod_input", 0), 3);
-    fs::remove(pdf);
 }
 
 TEST_F(Plugins, DirectoryFromTheEnvironment) {
     IMG_unload_plugins();
     tesslin_set_plugin_dir(nullptr);
     setenv("TESSLIN_PLUGIN_DIR", (kModules + "/pdfmod").c_str(), 1);
-    const std::string pdf = pdf_file("env.pdf", 5, 8, 8, 8);
-    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 5);
+    EXPECT_EQ(IMGLOW_get_pages(PdfFile("env.pdf", 5, 8, 8, 8).c_str()), 5);
     unsetenv("TESSLIN_PLUGIN_DIR");
-    fs::remove(pdf);
 }

@@ -45,11 +45,6 @@ private:
     std::vector<Saved> saved_;
 };
 
-bool exists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
-}
-
 // ---- The scripted module -----------------------------------------------------
 
 // What the scripted source draws: see scripted_dsm.cpp.
@@ -71,6 +66,12 @@ Raster scripted_page(int n, int width, int height, int bits) {
             }
         }
     return r;
+}
+
+// Samples of a scanned page (the handle is deleted) that differ from page n
+// of the scripted source; size_t(-1) when there is no page.
+size_t scripted_diff(int32_t handle, int n, int width, int height, int bits) {
+    return count_differences(handle_raster(Handle(handle)), scripted_page(n, width, height, bits), bits == 24 ? 3 : 1);
 }
 
 class Scripted : public ::testing::Test {
@@ -105,10 +106,7 @@ TEST_F(Scripted, SettingsRecordIsImposedAndTheFeederSwitchedOff) {
     IMG_SCAN_SETTINGS s = {8, 0, 0, 8.5, 11, 150, 200};
     ASSERT_EQ(IMG_scan_set_caps(&s), 0);
     ASSERT_EQ(IMG_scan_set_cap(0, CAP_FEEDERENABLED, 1), 0);  // left on by an earlier call
-    const int32_t h = IMG_scan_acquire(0, 0);
-    ASSERT_GE(h, 0) << IMG_status_name(h);
-    EXPECT_EQ(count_differences(handle_raster(h), scripted_page(0, 40, 30, 8), 1), 0u);
-    IMG_delete_bitmap(h);
+    EXPECT_EQ(scripted_diff(IMG_scan_acquire(0, 0), 0, 40, 30, 8), 0u);
     for (const char* line : {"SET 0101 1 type 4", "SET 112b 8 type 4", "SET 0102 0 type 4",
                              "SET 1118 150 type 4", "SET 1119 200 type 4",
                              "LAYOUT 0 0 0 0 8 32768 11 0"})
@@ -120,12 +118,7 @@ TEST_F(Scripted, SettingsRecordIsImposedAndTheFeederSwitchedOff) {
 
 TEST_F(Scripted, FeederPagesOneCallEach) {
     script("pages=3;bits=24;width=20;height=10");
-    for (int n = 0; n < 3; ++n) {
-        const int32_t h = IMG_scan_acquire_feeder(0, 0);
-        ASSERT_GE(h, 0) << "page " << n << " " << IMG_status_name(h);
-        EXPECT_EQ(count_differences(handle_raster(h), scripted_page(n, 20, 10, 24), 3), 0u);
-        IMG_delete_bitmap(h);
-    }
+    for (int n = 0; n < 3; ++n) EXPECT_EQ(scripted_diff(IMG_scan_acquire_feeder(0, 0), n, 20, 10, 24), 0u) << n;
     const auto lines = log();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "OPENDS"), 1);  // opened once ...
     EXPECT_EQ(lines.back(), "CLOSEDSM");  // ... and closed after the last page
@@ -136,12 +129,8 @@ TEST_F(Scripted, FeederPagesOneCallEach) {
 // more than that).
 TEST_F(Scripted, Group4MemoryTransferMatchesNative) {
     script("pages=2;g4=1;width=1000;height=1000;preferred=0");
-    for (int n = 0; n < 2; ++n) {
-        const int32_t h = IMG_scan_acquire_feeder_fast(0, 0, 1);
-        ASSERT_GE(h, 0) << IMG_status_name(h);
-        EXPECT_EQ(count_differences(handle_raster(h), scripted_page(n, 1000, 1000, 1), 1), 0u);
-        IMG_delete_bitmap(h);
-    }
+    for (int n = 0; n < 2; ++n)
+        EXPECT_EQ(scripted_diff(IMG_scan_acquire_feeder_fast(0, 0, 1), n, 1000, 1000, 1), 0u) << n;
     EXPECT_GE(find("MEMORY 0 length 100000 flags 9"), 0);
     EXPECT_GE(find("SET 0100 5"), 0);
     EXPECT_GE(find("SET 1013 1 type 6"), 0);  // duplex as a boolean
@@ -150,28 +139,20 @@ TEST_F(Scripted, Group4MemoryTransferMatchesNative) {
 
 TEST_F(Scripted, PagesIntoOneTiffOrNumberedFiles) {
     script("pages=3;width=64;height=48");
-    const std::string tif = temp_path("pages.tif");
+    const Scratch tif("pages.tif");
     write_file(tif, Bytes(100, 'x'));  // an old file is replaced, not appended to
     ASSERT_EQ(IMG_scan_pages(0, tif.c_str(), IMG_FORMAT_TIFF_G4, 0), 0);
     ASSERT_EQ(IMGLOW_get_pages(tif.c_str()), 3);
-    for (int n = 0; n < 3; ++n) {
-        const int32_t h = IMG_decompress_bitmap_page(tif.c_str(), n);
-        ASSERT_GE(h, 0);
-        EXPECT_EQ(count_differences(handle_raster(h), scripted_page(n, 64, 48, 1), 1), 0u);
-        IMG_delete_bitmap(h);
-    }
-    std::remove(tif.c_str());
+    for (int n = 0; n < 3; ++n)
+        EXPECT_EQ(scripted_diff(IMG_decompress_bitmap_page(tif.c_str(), n), n, 64, 48, 1), 0u) << n;
 
     const std::string prefix = temp_path("pg");
     ASSERT_EQ(IMG_scan_pages(0, prefix.c_str(), IMG_FORMAT_BMP, 0), 0);
     for (int n = 0; n < 3; ++n) {
         char name[32];
         std::snprintf(name, sizeof name, "%08d.img", n);
-        const int32_t h = IMG_decompress_bitmap((prefix + name).c_str());
-        ASSERT_GE(h, 0) << name;
-        EXPECT_EQ(count_differences(handle_raster(h), scripted_page(n, 64, 48, 1), 1), 0u);
-        IMG_delete_bitmap(h);
-        std::remove((prefix + name).c_str());
+        EXPECT_EQ(scripted_diff(IMG_decompress_bitmap((prefix + name).c_str()), n, 64, 48, 1), 0u) << name;
+        fs::remove(prefix + name);
     }
 }
 
@@ -192,19 +173,18 @@ TEST_F(Scripted, BatchFailures) {
         {"pages=3;open_fail=1", IMG_ERR_SCAN_REFUSED, -1},
         {"pages=0", IMG_ERR_STOP, -1},
     };
-    const std::string tif = temp_path("batch.tif");
+    const Scratch tif("batch.tif");
     for (const Case& c : cases) {
         script(c.script);
-        std::remove(tif.c_str());
+        fs::remove(tif.path);
         EXPECT_EQ(IMG_scan_pages_fast(0, tif.c_str(), IMG_FORMAT_TIFF_G4, 0, 0), c.status)
             << c.script;
         if (c.pages < 0)
-            EXPECT_FALSE(exists(tif)) << c.script;
+            EXPECT_FALSE(fs::exists(tif.path)) << c.script;
         else
             EXPECT_EQ(IMGLOW_get_pages(tif.c_str()), c.pages) << c.script;
         EXPECT_EQ(log().back(), "CLOSEDSM") << c.script;
     }
-    std::remove(tif.c_str());
 }
 
 // Refusals by the source, each seen by the operation that asks.
@@ -236,10 +216,9 @@ TEST_F(Scripted, CapabilityRefusals) {
 // A source without a feeder still gives its one page to the feeder call.
 TEST_F(Scripted, NoFeederAndCentimetres) {
     script("pages=1;no_feeder=1;units=1;res=118");
-    const int32_t h = IMG_scan_acquire_feeder(0, 0);
+    const Handle h = IMG_scan_acquire_feeder(0, 0);
     ASSERT_GE(h, 0) << IMG_status_name(h);
     EXPECT_EQ(info_of(h).biXPelsPerMeter, 300);  // 118 per cm is 300 per inch
-    IMG_delete_bitmap(h);
     EXPECT_LT(find("GET 1007"), 0);  // autofeed is not asked about without a feeder
 }
 
@@ -305,11 +284,10 @@ TEST_F(Sane, TenFeederPagesIntoOneGroup4TiffLikeScanimage) {
     const Raster ref = reference("Gray", 1, 300, 3, 4);
     ASSERT_GT(ref.width, 0);
     for (int page : {0, 9}) {
-        const int32_t h = IMG_decompress_bitmap_page(tif.c_str(), page);
+        const Handle h = IMG_decompress_bitmap_page(tif.c_str(), page);
         ASSERT_GE(h, 0);
         EXPECT_EQ(count_differences(handle_raster(h), ref, 1), 0u) << "page " << page + 1;
         EXPECT_EQ(info_of(h).biXPelsPerMeter, 300);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -323,30 +301,25 @@ TEST_F(Sane, GreyAndColourPagesLikeScanimage) {
     for (const Case& c : cases) {
         IMG_SCAN_SETTINGS s = {c.bits, 0, 0, 2, 1.5, 100, 100};
         IMG_scan_set_caps(&s);
-        const int32_t h = IMG_scan_acquire(0, 0);
+        const Handle h = IMG_scan_acquire(0, 0);
         ASSERT_GE(h, 0) << IMG_status_name(h);
         const Raster ref = reference(c.mode, 8, 100, 2, 1.5, "Color pattern");
         EXPECT_EQ(count_differences(handle_raster(h), ref, c.channels), 0u) << c.mode;
         EXPECT_EQ(info_of(h).biXPelsPerMeter, 100) << c.mode;  // dots per inch
-        IMG_delete_bitmap(h);
     }
 }
 
 TEST_F(Sane, Group4MemoryTransferGivesTheNativePixels) {
     IMG_SCAN_SETTINGS s = {1, 0, 0, 2, 2, 200, 200};
     IMG_scan_set_caps(&s);
-    std::vector<Raster> native, fast;
-    for (int32_t h; (h = IMG_scan_acquire_feeder(0, 0)) >= 0;) {
-        native.push_back(handle_raster(h));
-        IMG_delete_bitmap(h);
-        if (native.size() == 10) break;
-    }
-    IMG_scan_feeder_close();
-    for (int32_t h; (h = IMG_scan_acquire_feeder_fast(0, 0, 0)) >= 0;) {
-        fast.push_back(handle_raster(h));
-        IMG_delete_bitmap(h);
-        if (fast.size() == 10) break;
-    }
+    auto ten_pages = [](int32_t (*acquire)()) {
+        std::vector<Raster> pages;
+        for (int32_t h; pages.size() < 10 && (h = acquire()) >= 0;) pages.push_back(handle_raster(Handle(h)));
+        IMG_scan_feeder_close();
+        return pages;
+    };
+    const std::vector<Raster> native = ten_pages([] { return IMG_scan_acquire_feeder(0, 0); }),
+                              fast = ten_pages([] { return IMG_scan_acquire_feeder_fast(0, 0, 0); });
     ASSERT_EQ(native.size(), 10u);
     ASSERT_EQ(fast.size(), 10u);
     for (size_t i = 0; i < 10; ++i) EXPECT_EQ(count_differences(native[i], fast[i], 1), 0u);
@@ -356,11 +329,11 @@ TEST_F(Sane, AbsentDeviceOrModuleLeavesNoFile) {
     const std::string tif = dir_ + "/none.tif";
     env_.set("TESSLIN_SANE_DEVICE", "test:99");
     EXPECT_EQ(IMG_scan_pages(0, tif.c_str(), IMG_FORMAT_TIFF_G4, 0), IMG_ERR_SCAN_REFUSED);
-    EXPECT_FALSE(exists(tif));
+    EXPECT_FALSE(fs::exists(tif));
     env_.set("TESSLIN_TWAIN_DSM", dir_ + "/no-such-module.so");
     EXPECT_EQ(IMG_scan_pages(0, tif.c_str(), IMG_FORMAT_TIFF_G4, 0), IMG_ERR_SCAN_MANAGER);
     EXPECT_EQ(IMG_scan_acquire_feeder(0, 0), IMG_ERR_SCAN_REFUSED);
-    EXPECT_FALSE(exists(tif));
+    EXPECT_FALSE(fs::exists(tif));
 }
 
 }  // namespace

@@ -33,15 +33,4 @@ inline Raster magick(const std::string& path, int channels = 3, const std::strin
     return r;
 }
 
-// A scratch directory, emptied and removed with the object.
-struct TempDir {
-    std::string path;
-    explicit TempDir(const std::string& name) : path(temp_path(name)) {
-        fs::remove_all(path);
-        fs::create_directories(path);
-    }
-    ~TempDir() { fs::remove_all(path); }
-    std::string operator/(const std::string& file) const { return path + "/" + file; }
-};
-
 }  // namespace tesslin::test

@@ -33,6 +33,29 @@ inline PixelArray pixels_of(int32_t handle) {
     return a;
 }
 
+// Pseudo-random pixels (every byte of every row, fill bytes included).
+inline int32_t noise_handle(int32_t w, int32_t h, int bits) {
+    return make_handle(w, h, bits, [](uint8_t* row, uint32_t n, int32_t r) {
+        uint32_t v = uint32_t(r + 1) * 2654435761u;
+        for (uint32_t b = 0; b < n; ++b) row[b] = uint8_t((v = v * 1103515245u + 12345u) >> 16);
+    });
+}
+
+// A progress callback that cancels at row 3 with status -77.
+inline int32_t stop_at_row_3(intptr_t, int32_t, int32_t row, uint32_t) { return row == 3 ? -77 : 0; }
+
+// A letter page at 300 dpi in Group 4, made by ImageMagick from a corpus
+// page (kept in $TMPDIR as page300.tif for the next call); decoded, it is
+// held as run records. -1 when ImageMagick is missing.
+inline int32_t g4_page_300dpi() {
+    const std::string tif = temp_path("page300.tif");
+    if (!fs::exists(tif) &&
+        !run("/usr/bin/convert '" + corpus("refs/540397096c9b25d0.pbm") +
+             "' -sample 150% -density 300 -compress Group4 '" + tif + "'"))
+        return -1;
+    return IMG_decompress_bitmap(tif.c_str());
+}
+
 // 24- and 32-bit pixels as red, green, blue (for Pillow).
 inline PixelArray rgb_of(const PixelArray& a) {
     if (a.k < 3) return a;

@@ -149,6 +149,17 @@ struct Scratch {
     const char* c_str() const { return path.c_str(); }
 };
 
+// A scratch directory, emptied and removed with the object.
+struct TempDir {
+    std::string path;
+    explicit TempDir(const std::string& name) : path(temp_path(name)) {
+        fs::remove_all(path);
+        fs::create_directories(path);
+    }
+    ~TempDir() { fs::remove_all(path); }
+    std::string operator/(const std::string& file) const { return path + "/" + file; }
+};
+
 // Row r (0 = top) of a handle, as IMGLOW_get_raster gives it.
 inline Bytes get_row(int32_t handle, int32_t r) {
     int32_t w = 0, h = 0, bits = 0;

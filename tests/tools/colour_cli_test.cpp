@@ -2,32 +2,10 @@
 // library operation on the same page, and bad values are usage errors that
 // write nothing.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <string>
-
-#include "test_util.h"
+#include "cli.h"
 
 using namespace tesslin::test;
-
-namespace {
-
-struct CliResult {
-    int status = -1;
-    std::string err;
-};
-
-CliResult tesslin_cli(const std::string& args) {
-    const std::string err = temp_path("colour-cli.err");
-    const int raw = std::system(("'" + std::string(TESSLIN_CLI) + "' " + args + " >/dev/null 2>'" + err + "'").c_str());
-    const Bytes e = read_file(err);
-    fs::remove(err);
-    return CliResult{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, std::string(e.begin(), e.end())};
-}
-
-std::string q(const std::string& s) { return "'" + s + "'"; }
-
-}  // namespace
 
 // Each command's output file holds what the library operation makes of the
 // page (compared pixel by pixel after decoding both).
@@ -49,21 +27,18 @@ TEST(ColourCli, CommandsWriteWhatTheOperationsMake) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
-        const std::string out = temp_path(std::string("colour-cli.") + c.ext);
-        ASSERT_EQ(tesslin_cli(std::string(c.args) + " " + q(photo) + " " + q(out)).status, 0);
-        const int32_t ours = IMG_decompress_bitmap(out.c_str());
-        const int32_t want = IMG_decompress_bitmap(photo.c_str());
+        const Scratch out(std::string("colour-cli.") + c.ext);
+        ASSERT_EQ(run_cli(std::string(c.args) + " " + quote(photo) + " " + quote(out)).status, 0);
+        const Handle ours = IMG_decompress_bitmap(out.c_str()), want = IMG_decompress_bitmap(photo.c_str());
         ASSERT_GE(ours, 0);
         ASSERT_GE(c.op(want), 0);
         EXPECT_EQ(count_differences(handle_raster(ours), handle_raster(want), 3), 0u);
-        IMG_delete_bitmap(ours);
-        IMG_delete_bitmap(want);
-        fs::remove(out);
     }
 }
 
 TEST(ColourCli, BadValuesAreUsageErrors) {
-    const std::string photo = corpus("png/rgb.png"), out = temp_path("colour-cli-bad.png");
+    const std::string photo = corpus("png/rgb.png");
+    const Scratch out("colour-cli-bad.png");
     struct Case {
         const char* args;
         const char* message;
@@ -79,31 +54,31 @@ TEST(ColourCli, BadValuesAreUsageErrors) {
         {"promote", "promote needs --bits 8, 24 or 32"},
     };
     for (const Case& c : cases) {
-        const CliResult r = tesslin_cli(std::string(c.args) + " " + q(photo) + " " + q(out));
+        const CliRun r = run_cli(std::string(c.args) + " " + quote(photo) + " " + quote(out));
         EXPECT_EQ(r.status, 2) << c.args;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.args << ": " << r.err;
-        EXPECT_FALSE(fs::exists(out)) << c.args;
+        EXPECT_FALSE(fs::exists(out.path)) << c.args;
     }
     // A depth the page cannot be promoted to is a failed operation.
-    const CliResult r = tesslin_cli("promote --bits 8 " + q(photo) + " " + q(out));
+    const CliRun r = run_cli("promote --bits 8 " + quote(photo) + " " + quote(out));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("IMG_ERR_UNSUPPORTED"), std::string::npos);
-    EXPECT_FALSE(fs::exists(out));
+    EXPECT_FALSE(fs::exists(out.path));
 }
 
 // gray matches Pillow's luma within 3 levels; a bilevel page becomes 0/255.
 TEST(ColourCli, GrayBesidePillow) {
-    const std::string photo = corpus("png/rgb.png"), out = temp_path("colour-cli-gray.png");
+    const std::string photo = corpus("png/rgb.png");
+    const Scratch out("colour-cli-gray.png");
     const Raster luma = pillow(photo, "L");
     if (luma.px.empty()) GTEST_SKIP() << "Pillow missing";
-    ASSERT_EQ(tesslin_cli("gray " + q(photo) + " " + q(out)).status, 0);
+    ASSERT_EQ(run_cli("gray " + quote(photo) + " " + quote(out)).status, 0);
     const Raster ours = pillow(out, "L");
     ASSERT_EQ(ours.px.size(), luma.px.size());
     int worst = 0;
     for (size_t i = 0; i < ours.px.size(); ++i) worst = std::max(worst, std::abs(ours.px[i] - luma.px[i]));
     EXPECT_LE(worst, 3);
-    ASSERT_EQ(tesslin_cli("gray " + q(corpus("bmp/mono.bmp")) + " " + q(out) + " --overwrite").status, 0);
+    ASSERT_EQ(run_cli("gray " + quote(corpus("bmp/mono.bmp")) + " " + quote(out) + " --overwrite").status, 0);
     const Raster page = pillow(out, "L"), want = read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm"));
     EXPECT_EQ(count_differences(page, want, 1), 0u);
-    fs::remove(out);
 }

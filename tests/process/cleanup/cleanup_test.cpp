@@ -75,7 +75,7 @@ TEST(CleanupPages, SkewMeasuredAndRemoved) {
         SCOPED_TRACE(degrees);
         const std::string file = text_page("skew", degrees);
         if (file.empty()) GTEST_SKIP() << "ImageMagick missing";
-        const int32_t h = IMG_decompress_bitmap(file.c_str());
+        const Handle h = IMG_decompress_bitmap(file.c_str());
         ASSERT_GE(h, 0);
         int32_t w0 = 0, h0 = 0, bits = 0;
         IMG_bitmap_info(h, &w0, &h0, &bits);
@@ -87,7 +87,6 @@ TEST(CleanupPages, SkewMeasuredAndRemoved) {
         EXPECT_EQ(w1, w0);
         EXPECT_EQ(h1, h0);
         EXPECT_LE(std::abs(measure(h)), 1);
-        IMG_delete_bitmap(h);
     }
 }
 
@@ -95,27 +94,25 @@ TEST(CleanupPages, OrientationAndBlankPages) {
     for (auto [degrees, expected] : {std::pair{0.0, 0}, {90.0, 90}, {-90.0, 90}, {180.0, 0}}) {
         const std::string file = text_page("orient", degrees);
         if (file.empty()) GTEST_SKIP() << "ImageMagick missing";
-        const int32_t h = IMG_decompress_bitmap(file.c_str());
+        const Handle h = IMG_decompress_bitmap(file.c_str());
         int32_t orientation = -1;
         EXPECT_EQ(IMG_auto_orient(h, &orientation), 0);
         EXPECT_EQ(orientation, expected) << degrees;
-        IMG_delete_bitmap(h);
     }
     // Blank and nearly blank pages: nothing to vote for a line.
     for (const Pixels& dots : {Pixels{}, Pixels{{500, 700}, {1200, 1900}}}) {
-        const int32_t h = page_with(2550, 3300, dots);
+        const Handle h = page_with(2550, 3300, dots);
         EXPECT_EQ(measure(h, -5, 5), 5);
         int32_t orientation = -1;
         EXPECT_EQ(IMG_auto_orient(h, &orientation), 0);
         EXPECT_EQ(orientation, 0);
-        IMG_delete_bitmap(h);
     }
 }
 
 TEST(CleanupPages, DespeckleRemovesDotsKeepsText) {
     const std::string file = text_page("speck", 0);
     if (file.empty()) GTEST_SKIP() << "ImageMagick missing";
-    const int32_t h = IMG_decompress_bitmap(file.c_str());
+    const Handle h = IMG_decompress_bitmap(file.c_str());
     ASSERT_GE(h, 0);
     const Pixels text = black_pixels(h);
     // 2,000 lone dots in white space (nothing black within 3 pixels).
@@ -137,8 +134,7 @@ TEST(CleanupPages, DespeckleRemovesDotsKeepsText) {
         ink[size_t(y) * size_t(w) + size_t(x)] = 2;
         dots.push_back({x, y});
     }
-    IMG_delete_bitmap(h);
-    const int32_t specked = page_with(w, ht, [&] {
+    const Handle specked = page_with(w, ht, [&] {
         Pixels all = text;
         all.insert(all.end(), dots.begin(), dots.end());
         return all;
@@ -153,13 +149,12 @@ TEST(CleanupPages, DespeckleRemovesDotsKeepsText) {
     }
     EXPECT_LE(dots_left, dots.size() / 100);
     EXPECT_GE(text_kept * 100, text.size() * 97);
-    IMG_delete_bitmap(specked);
 }
 
 TEST(CleanupPages, AutocropKeepsInkAndMargin) {
     const std::string file = text_page("crop", 0);
     if (file.empty()) GTEST_SKIP() << "ImageMagick missing";
-    const int32_t h = IMG_decompress_bitmap(file.c_str());
+    const Handle h = IMG_decompress_bitmap(file.c_str());
     const Pixels before = black_pixels(h);
     int32_t x0 = INT32_MAX, y0 = INT32_MAX, x1 = 0, y1 = 0;
     for (auto [x, y] : before) {
@@ -176,7 +171,6 @@ TEST(CleanupPages, AutocropKeepsInkAndMargin) {
         EXPECT_EQ(after[i].first, before[i].first - x0 + 20);
         EXPECT_EQ(after[i].second, before[i].second - y0 + 20);
     }
-    IMG_delete_bitmap(h);
 }
 
 // The small cases: exact pixels after each operation.
@@ -209,7 +203,7 @@ TEST(CleanupRows, ExactResults) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const bool big = std::string(c.what).rfind("crop", 0) == 0;
-        const int32_t h = page_with(big ? 100 : 40, big ? 80 : 30, c.in);
+        const Handle h = page_with(big ? 100 : 40, big ? 80 : 30, c.in);
         ASSERT_EQ(c.op(h), 0);
         int32_t w = 0, ht = 0, bits = 0;
         IMG_bitmap_info(h, &w, &ht, &bits);
@@ -222,12 +216,11 @@ TEST(CleanupRows, ExactResults) {
                     if (!(y == 10 && (x == 10 || x == 11))) expected.push_back({x, y});
         std::sort(expected.begin(), expected.end(), [](auto a, auto b) { return std::pair(a.second, a.first) < std::pair(b.second, b.first); });
         EXPECT_EQ(black_pixels(h), expected);
-        IMG_delete_bitmap(h);
     }
 }
 
 TEST(CleanupRows, StatusesAndColourFill) {
-    const int32_t grey = make_handle(8, 8, 8);
+    const Handle grey = make_handle(8, 8, 8);
     int32_t out = 0;
     EXPECT_EQ(IMG_get_deskew_angle(grey, &out, -5, 5), IMG_ERR_DEPTH);
     EXPECT_EQ(IMG_auto_orient(grey, &out), IMG_ERR_DEPTH);
@@ -236,7 +229,6 @@ TEST(CleanupRows, StatusesAndColourFill) {
     EXPECT_EQ(IMG_autocrop_bitmap(grey, 0), IMG_ERR_DEPTH);
     EXPECT_EQ(IMG_autocrop_bitmap(99, 0), IMG_ERR_HANDLE);
     EXPECT_EQ(IMG_erase_rect(99, 0, 0, 1, 1, 0, 1), IMG_ERR_HANDLE);
-    IMG_delete_bitmap(grey);
 
     // A COLORREF of 0x000000FF paints red on 24 bits; 16 and 32 bits take
     // the bytes high first.
@@ -244,17 +236,15 @@ TEST(CleanupRows, StatusesAndColourFill) {
                                        {16, 0x1234u, Bytes{0x12, 0x34}},
                                        {32, 0x11223344u, Bytes{0x11, 0x22, 0x33, 0x44}},
                                        {8, 0x1FFu, Bytes{0xFF}}}) {
-        const int32_t h = make_handle(6, 4, bits);
+        const Handle h = make_handle(6, 4, bits);
         ASSERT_EQ(IMG_erase_rect(h, 2, 1, 2, 2, colour, 1), 0);
         const size_t n = bytes.size();
         const Bytes inside = get_row(h, 2), outside = get_row(h, 0);
         EXPECT_EQ(Bytes(inside.begin() + 3 * n, inside.begin() + 4 * n), bytes) << bits;
         EXPECT_NE(Bytes(outside.begin() + 3 * n, outside.begin() + 4 * n), bytes) << bits;
-        IMG_delete_bitmap(h);
     }
     // A page shorter than three rows is left as it is.
-    const int32_t thin = page_with(10, 2, {{3, 0}});
+    const Handle thin = page_with(10, 2, {{3, 0}});
     EXPECT_EQ(IMG_despeckle_bitmap(thin, 10), 0);
     EXPECT_EQ(black_pixels(thin).size(), 1u);
-    IMG_delete_bitmap(thin);
 }

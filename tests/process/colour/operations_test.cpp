@@ -70,7 +70,7 @@ TEST(ColourOperations, DepthsStatusesAndTheImageLeftOnFailure) {
         EXPECT_EQ(op.run(9999), IMG_ERR_HANDLE) << op.name;
         for (int i = 0; i < 6; ++i) {
             SCOPED_TRACE(testing::Message() << op.name << " on " << kDepths[i] << " bits");
-            const int32_t h = source(kDepths[i]);
+            const Handle h = source(kDepths[i]);
             ASSERT_EQ(IMG_set_croprect(h, 2, 1, 7, 5), 0);
             const Snapshot before = snapshot(h);
             const int32_t r = op.run(h);
@@ -90,7 +90,7 @@ TEST(ColourOperations, DepthsStatusesAndTheImageLeftOnFailure) {
                 EXPECT_EQ(x * 1000 + y * 100 + w * 10 + hh, 2175);
                 // Cancelled on the fourth progress call: status returned,
                 // image untouched.
-                const int32_t again = source(kDepths[i]);
+                const Handle again = source(kDepths[i]);
                 const Snapshot kept = snapshot(again);
                 g_calls = 0;
                 IMG_set_statusbar(0, cancel_on_fourth, 1);
@@ -98,9 +98,7 @@ TEST(ColourOperations, DepthsStatusesAndTheImageLeftOnFailure) {
                 IMG_set_statusbar(0, nullptr, 0);
                 EXPECT_EQ(g_calls, 4);
                 EXPECT_TRUE(snapshot(again) == kept);
-                IMG_delete_bitmap(again);
             }
-            IMG_delete_bitmap(h);
         }
     }
 }
@@ -117,7 +115,7 @@ TEST(ColourOperations, ImageTooLargeForMemoryLeavesThePage) {
     Bytes g4(size_t(height + 7) / 8 + 200000, 0);
     std::fill(g4.begin(), g4.begin() + (height + 7) / 8, 0xFF);
     void* block = to_block(g4);
-    const int32_t h = IMG_decompress_fax_mem(block, width, height, 4, 1);
+    const Handle h = IMG_decompress_fax_mem(block, width, height, 4, 1);
     tesslin_block_free(block);
     ASSERT_GE(h, 0);
     const Bytes header = header_of(h);
@@ -128,5 +126,4 @@ TEST(ColourOperations, ImageTooLargeForMemoryLeavesThePage) {
         EXPECT_EQ(get_row(h, height - 1), last);
     }
     EXPECT_EQ(IMG_dib_to_runs(h), IMG_ERR_UNSUPPORTED);  // still run records
-    IMG_delete_bitmap(h);
 }

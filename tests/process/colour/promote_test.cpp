@@ -22,14 +22,13 @@ TEST(Promote, KeepsEveryPaletteColour) {
         } const targets[] = {{IMG_promote_8, 8}, {IMG_promote_24, 24}, {IMG_promote_32, 32}};
         for (auto [op, bits] : targets) {
             SCOPED_TRACE(testing::Message() << file << " to " << bits);
-            const int32_t h = IMG_decompress_bitmap(corpus(file).c_str());
+            const Handle h = IMG_decompress_bitmap(corpus(file).c_str());
             ASSERT_GE(h, 0);
             ASSERT_EQ(op(h), 0);
             EXPECT_EQ(bits_of(h), bits);
             EXPECT_EQ(info_of(h).biCompression, bits == 32 ? uint32_t(IMG_COMPRESSION_ALPHA) : 0u);
             EXPECT_EQ(IMG_runs_to_dib(h), IMG_ERR_UNSUPPORTED);  // plain rows now
             EXPECT_EQ(count_differences(handle_raster(h), want, 3), 0u);
-            IMG_delete_bitmap(h);
         }
     }
 }
@@ -44,7 +43,7 @@ TEST(Promote, SixteenBitSamplesGiveTheirHighByte) {
         dib_palette(dib)[100] = RgbQuad{1, 2, 3, 0};  // a non-grey entry nobody may use
         return IMG_create_handle_keep(dib);
     };
-    const int32_t h = make(), h8 = make(), h32 = make();
+    const Handle h = make(), h8 = make(), h32 = make();
     ASSERT_EQ(IMG_promote_24(h), 0);
     ASSERT_EQ(IMG_promote_8(h8), 0);
     ASSERT_EQ(IMG_promote_32(h32), 0);
@@ -58,7 +57,6 @@ TEST(Promote, SixteenBitSamplesGiveTheirHighByte) {
         }
     }
     EXPECT_EQ(dib_palette(header_of(h8).data())[100].rgbRed, 3);
-    for (int32_t k : {h, h8, h32}) IMG_delete_bitmap(k);
 }
 
 // 32-bit to 24-bit: CMYK through the conversion formula, alpha-marked
@@ -75,7 +73,7 @@ TEST(Promote, CmykAndAlphaToRgb) {
     };
     for (const Case& c : cases) {
         for (auto op : {IMG_cmyk_to_rgb, IMG_promote_24}) {
-            const int32_t h = quad_handle(3, 2, c.bytes, c.compression);
+            const Handle h = quad_handle(3, 2, c.bytes, c.compression);
             ASSERT_EQ(op(h), 0);
             ASSERT_EQ(bits_of(h), 24);
             EXPECT_EQ(info_of(h).biCompression, 0u);
@@ -83,7 +81,6 @@ TEST(Promote, CmykAndAlphaToRgb) {
             EXPECT_EQ(row[6], c.b) << std::hex << c.bytes;
             EXPECT_EQ(row[7], c.g) << std::hex << c.bytes;
             EXPECT_EQ(row[8], c.r) << std::hex << c.bytes;
-            IMG_delete_bitmap(h);
         }
     }
 }
