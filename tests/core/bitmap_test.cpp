@@ -1,6 +1,7 @@
 // Bitmap table, bitmap object and the row operations on handles.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "core/bitmap.h"
@@ -130,16 +131,14 @@ TEST(BitmapObject, ShellMakesAPlainImageOfTheHeader) {
 
 TEST(BitmapObject, CropRectangleIsClampedIntoTheImage) {
     Handle h = make_handle(640, 480, 8);
-    int32_t x, y, w, ht;
-    ASSERT_EQ(IMG_set_croprect(h, -5, 3, 0, 0), 0);
-    IMG_get_croprect(h, &x, &y, &w, &ht);
-    EXPECT_EQ(std::vector<int32_t>({x, y, w, ht}), std::vector<int32_t>({0, 3, 1, 1}));
-    ASSERT_EQ(IMG_set_croprect(h, 600, 0, 100, 480), 0);
-    IMG_get_croprect(h, &x, &y, &w, &ht);
-    EXPECT_EQ(std::vector<int32_t>({x, y, w, ht}), std::vector<int32_t>({600, 0, 40, 480}));
-    ASSERT_EQ(IMG_set_croprect(h, 10, 700, 20, 1000), 0);
-    IMG_get_croprect(h, &x, &y, &w, &ht);
-    EXPECT_EQ(std::vector<int32_t>({x, y, w, ht}), std::vector<int32_t>({10, 0, 20, 480}));
+    for (const auto& [set, want] : {std::pair{std::array{-5, 3, 0, 0}, std::array{0, 3, 1, 1}},
+                                    {{600, 0, 100, 480}, {600, 0, 40, 480}},
+                                    {{10, 700, 20, 1000}, {10, 0, 20, 480}}}) {
+        ASSERT_EQ(IMG_set_croprect(h, set[0], set[1], set[2], set[3]), 0);
+        std::array<int32_t, 4> got{};
+        IMG_get_croprect(h, &got[0], &got[1], &got[2], &got[3]);
+        EXPECT_EQ(got, want) << set[0] << "," << set[1];
+    }
 }
 
 TEST(BitmapObject, HeaderAndPaletteCopiesFollowTheBitCount) {

@@ -37,6 +37,19 @@ std::vector<uint8_t> pattern(size_t n) {
 
 using test::temp_path;
 
+// A memory stream over a library block of `size` bytes, released with the
+// object.
+struct MemStream {
+    uint8_t* block;
+    int32_t s;
+    explicit MemStream(uint32_t size, void* memory = nullptr)
+        : block(static_cast<uint8_t*>(memory ? memory : tesslin_block_alloc(size))), s(stream::mem_create(block)) {}
+    ~MemStream() {
+        stream::mem_release(s);
+        tesslin_block_free(block);
+    }
+};
+
 int32_t g_hook_reads = 0;
 int32_t counting_read(int32_t, void* buffer, uint32_t count) {
     ++g_hook_reads;
@@ -60,8 +73,9 @@ TEST_F(Streams, MemoryWriteStopsAtTheEndOfTheBlock) {
     for (int key_on : {0, 1}) {
         SCOPED_TRACE(key_on);
         IMG_set_encrypt(key_on, 0x01020304);
-        auto* block = static_cast<uint8_t*>(tesslin_block_alloc(140));
-        int32_t s = stream::mem_create(block);
+        const MemStream m(140);
+        const int32_t s = m.s;
+        uint8_t* block = m.block;
         ASSERT_LT(s, 0) << "memory streams never look like descriptors";
         ASSERT_EQ(stream::seek(s, 100, 0), 100);
         std::vector<uint8_t> data = pattern(100), copy = data;
@@ -75,8 +89,6 @@ TEST_F(Streams, MemoryWriteStopsAtTheEndOfTheBlock) {
         stream::seek(s, 100, 0);
         EXPECT_EQ(stream::read(s, back.data(), 100), 40);
         EXPECT_TRUE(std::equal(back.begin(), back.end(), data.begin()));
-        stream::mem_release(s);
-        tesslin_block_free(block);
     }
 }
 
@@ -96,10 +108,7 @@ TEST_F(Streams, MemoryReadsEndAtTheSizeAndSeeksAreNotClamped) {
     EXPECT_FALSE(stream::is_memory(s)) << "a released handle is gone";
     EXPECT_EQ(stream::read(s, buf, 1), 0);
     tesslin_block_free(block);
-}
-
-TEST_F(Streams, HandleZeroIsNothing) {
-    uint8_t buf[4];
+    // Handle 0 is nothing.
     EXPECT_EQ(stream::read(0, buf, 4), 0);
     EXPECT_EQ(stream::write(0, buf, 4), 0);
     EXPECT_EQ(stream::seek(0, 5, 0), 0);
@@ -149,14 +158,10 @@ TEST_F(Streams, KeyScramblesFilesBothWays) {
 TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {
     auto key_byte = [](int32_t key) {
         IMG_set_encrypt(1, key);
-        uint8_t zero = 0;
-        auto* block = static_cast<uint8_t*>(tesslin_block_alloc(1));
-        int32_t s = stream::mem_create(block);
-        stream::write(s, &zero, 1);
-        stream::mem_release(s);
-        uint8_t k = block[0];
-        tesslin_block_free(block);
-        return k;
+        const uint8_t zero = 0;
+        const MemStream m(1);
+        stream::write(m.s, &zero, 1);
+        return m.block[0];
     };
     EXPECT_EQ(key_byte(0x01020304), 10);
     EXPECT_EQ(key_byte(0x000000FF), 0xFF);
@@ -167,9 +172,8 @@ TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {
 }
 
 TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
-    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(16));
-    std::memset(block, 1, 16);
-    int32_t s = stream::mem_create(block);
+    const MemStream m(16);
+    const int32_t s = m.s;
     IMGLOW_set_fileio(counting_read, nullptr, nullptr);
     IMG_set_encrypt(1, 5);
     g_hook_reads = 0;
@@ -179,9 +183,7 @@ TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
     EXPECT_EQ(g_hook_reads, 1);
     EXPECT_EQ(stream::seek(s, 3, 0), 3) << "seeks still reach the memory stream";
     EXPECT_EQ(stream::write(s, buf, 1), 1);
-    EXPECT_EQ(block[3], 0x42 ^ 5);
-    stream::mem_release(s);
-    tesslin_block_free(block);
+    EXPECT_EQ(m.block[3], 0x42 ^ 5);
 }
 
 TEST_F(Streams, FaultsInHooksBecomeStatus38) {
@@ -240,9 +242,8 @@ TEST_F(Streams, FaultGuardRestoresTheHandlersItFound) {
 
 TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
     std::vector<uint8_t> data = pattern(70000);
-    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(70000));
-    std::memcpy(block, data.data(), 70000);
-    int32_t s = stream::mem_create(block);
+    const MemStream m(70000, test::to_block(data));
+    const int32_t s = m.s;
     {
         StreamReader in(s);
         EXPECT_EQ(in.u8(), 1);
@@ -273,14 +274,12 @@ TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
         EXPECT_EQ(in.le32(), 0u);
         EXPECT_EQ(in.status(), IMG_ERR_READ);
     }
-    stream::mem_release(s);
-    tesslin_block_free(block);
 }
 
 TEST_F(Streams, WriterReportsShortWrites) {
-    auto* block = static_cast<uint8_t*>(tesslin_block_alloc(100));
-    int32_t s = stream::mem_create(block);
-    StreamWriter out(s, 64);
+    const MemStream m(100);
+    uint8_t* block = m.block;
+    StreamWriter out(m.s, 64);
     std::vector<uint8_t> data = pattern(90);
     EXPECT_TRUE(out.write(data.data(), 90));
     EXPECT_TRUE(out.be32(0x01020304));
@@ -291,8 +290,6 @@ TEST_F(Streams, WriterReportsShortWrites) {
     EXPECT_TRUE(out.le32(6));
     EXPECT_FALSE(out.flush());
     EXPECT_EQ(out.status(), IMG_ERR_WRITE);
-    stream::mem_release(s);
-    tesslin_block_free(block);
 }
 
 TEST(Platform, TemporaryFilesAreMadeWithThePrefix) {

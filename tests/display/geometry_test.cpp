@@ -30,13 +30,9 @@ void write_ppm(const std::string& path, const Raster& r) {
 
 // ImageMagick's result of `ops` on the image, as RGB.
 Raster magick(const Raster& image, const std::string& ops) {
-    const std::string in = temp_path("geom_in.ppm"), out = temp_path("geom_out.ppm");
+    const Scratch in("geom_in.ppm"), out("geom_out.ppm");
     write_ppm(in, image);
-    Raster r;
-    if (run("/usr/bin/convert '" + in + "' " + ops + " '" + out + "'")) r = read_netpbm(out);
-    fs::remove(in);
-    fs::remove(out);
-    return r;
+    return run("/usr/bin/convert '" + in.path + "' " + ops + " '" + out.path + "'") ? read_netpbm(out) : Raster{};
 }
 
 // 7 x 5, every pixel a different colour.
@@ -62,20 +58,17 @@ TEST(DisplayGeometry, MappingFigures) {
         ASSERT_EQ(IMG_set_display_angle(h, c.angle), 0);
         int32_t x = c.x, y = c.y;
         ASSERT_EQ(IMGLOW_map_image_to_wnd(h, window, &x, &y), 0);
-        EXPECT_EQ(x, c.wx) << c.angle;
-        EXPECT_EQ(y, c.wy) << c.angle;
+        EXPECT_EQ(std::pair(x, y), std::pair(c.wx, c.wy)) << c.angle;
     }
     // Window to image: shown at (0, 0) the picture starts at the corner;
     // points outside it are clamped to the nearest edge.
     IMG_set_display_angle(h, 0);
     int32_t x = 200, y = 100;
     ASSERT_EQ(IMGLOW_map_wnd_to_image(h, window, &x, &y), 0);
-    EXPECT_EQ(x, 100);
-    EXPECT_EQ(y, 50);
+    EXPECT_EQ(std::pair(x, y), std::pair(100, 50));
     x = -40, y = 5000;
     IMGLOW_map_wnd_to_image(h, window, &x, &y);
-    EXPECT_EQ(x, 0);
-    EXPECT_EQ(y, 99);
+    EXPECT_EQ(std::pair(x, y), std::pair(0, 99));
     tesslin_window_destroy(window);
 }
 
@@ -85,24 +78,20 @@ TEST(DisplayGeometry, FitFigures) {
     int32_t cx, cy, cw, ch, dx, dy, dw, dh;
     EXPECT_EQ(IMG_display_fit_to_width(h, dc, 0, 0, 0, 500, 500), 50);
     IMG_get_croprect(h, &cx, &cy, &cw, &ch);
-    EXPECT_EQ(cw, 1000);
-    EXPECT_EQ(ch, 1000);
+    EXPECT_EQ(std::pair(cw, ch), std::pair(1000, 1000));
     IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
-    EXPECT_EQ(dw, 500);
-    EXPECT_EQ(dh, 500);
+    EXPECT_EQ(std::pair(dw, dh), std::pair(500, 500));
     // By height the whole image fits: 167 columns wide, centred.
     EXPECT_EQ(IMG_display_fit_to_height(h, dc, 0, 0, 0, 500, 500), 16);
     IMG_get_croprect(h, &cx, &cy, &cw, &ch);
     EXPECT_EQ(cw * 10000 + ch, 1000 * 10000 + 3000);
     IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
-    EXPECT_EQ(dx, 166);
-    EXPECT_EQ(dw, 167);
+    EXPECT_EQ(std::pair(dx, dw), std::pair(166, 167));
     // Turned a quarter, the image is 3000 wide: fitting the width shows it all.
     IMG_set_display_angle(h, 90);
     EXPECT_EQ(IMG_display_fit_to_width(h, dc, 0, 0, 0, 500, 500), 16);
     IMGLOW_get_display_rect(h, &dx, &dy, &dw, &dh);
-    EXPECT_EQ(dy, 167);
-    EXPECT_EQ(dh, 166);
+    EXPECT_EQ(std::pair(dy, dh), std::pair(167, 166));
     tesslin_dc_destroy(dc);
 }
 

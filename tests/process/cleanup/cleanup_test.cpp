@@ -77,15 +77,11 @@ TEST(CleanupPages, SkewMeasuredAndRemoved) {
         if (file.empty()) GTEST_SKIP() << "ImageMagick missing";
         const Handle h = IMG_decompress_bitmap(file.c_str());
         ASSERT_GE(h, 0);
-        int32_t w0 = 0, h0 = 0, bits = 0;
-        IMG_bitmap_info(h, &w0, &h0, &bits);
+        const DibHeader before = info_of(h);
         const int32_t angle = measure(h);
         EXPECT_LE(std::abs(angle + degrees), 1.0);
         ASSERT_EQ(IMG_deskew_bitmap(h, angle), 0);
-        int32_t w1 = 0, h1 = 0;
-        IMG_bitmap_info(h, &w1, &h1, &bits);
-        EXPECT_EQ(w1, w0);
-        EXPECT_EQ(h1, h0);
+        EXPECT_EQ(std::pair(info_of(h).biWidth, info_of(h).biHeight), std::pair(before.biWidth, before.biHeight));
         EXPECT_LE(std::abs(measure(h)), 1);
     }
 }
@@ -161,10 +157,7 @@ TEST(CleanupPages, AutocropKeepsInkAndMargin) {
         x0 = std::min(x0, x), y0 = std::min(y0, y), x1 = std::max(x1, x), y1 = std::max(y1, y);
     }
     ASSERT_EQ(IMG_autocrop_bitmap(h, 20), 0);
-    int32_t w = 0, ht = 0, bits = 0;
-    IMG_bitmap_info(h, &w, &ht, &bits);
-    EXPECT_EQ(w, x1 - x0 + 1 + 40);
-    EXPECT_EQ(ht, y1 - y0 + 1 + 40);
+    EXPECT_EQ(std::pair(info_of(h).biWidth, info_of(h).biHeight), std::pair(x1 - x0 + 1 + 40, y1 - y0 + 1 + 40));
     Pixels after = black_pixels(h);
     ASSERT_EQ(after.size(), before.size());
     for (size_t i = 0; i < after.size(); i += 97) {
@@ -205,10 +198,7 @@ TEST(CleanupRows, ExactResults) {
         const bool big = std::string(c.what).rfind("crop", 0) == 0;
         const Handle h = page_with(big ? 100 : 40, big ? 80 : 30, c.in);
         ASSERT_EQ(c.op(h), 0);
-        int32_t w = 0, ht = 0, bits = 0;
-        IMG_bitmap_info(h, &w, &ht, &bits);
-        EXPECT_EQ(w, c.width);
-        EXPECT_EQ(ht, c.height);
+        EXPECT_EQ(std::pair(info_of(h).biWidth, info_of(h).biHeight), std::pair(c.width, c.height));
         Pixels expected = c.out;
         if (std::string(c.what) == "erase outside")  // everything but the 2 x 1 rectangle is black
             for (int32_t y = 0; y < 30; ++y)
