@@ -116,7 +116,7 @@ TEST_F(Streams, MemoryReadsEndAtTheSizeAndSeeksAreNotClamped) {
 }
 
 TEST_F(Streams, FileLengthKeepsThePosition) {
-    std::string path = temp_path("len");
+    const test::Scratch path("len");
     int32_t fd = platform::file_open(path.c_str(), 2);
     ASSERT_GT(fd, 0);
     std::vector<uint8_t> data = pattern(1000);
@@ -137,7 +137,7 @@ TEST_F(Streams, FileLengthKeepsThePosition) {
 }
 
 TEST_F(Streams, KeyScramblesFilesBothWays) {
-    std::string path = temp_path("key");
+    const test::Scratch path("key");
     IMG_set_encrypt(1, 0x30);
     int32_t fd = platform::file_open(path.c_str(), 2);
     std::vector<uint8_t> data = pattern(20000), copy = data;
@@ -152,7 +152,6 @@ TEST_F(Streams, KeyScramblesFilesBothWays) {
     ASSERT_EQ(stream::read(fd, back.data(), 1), 1);
     EXPECT_EQ(back[0], 1 ^ 0x30);
     platform::file_close(fd);
-    platform::file_delete(path.c_str());
 }
 
 TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {

@@ -38,7 +38,7 @@ TEST(DisplayAnimate, DrawsEveryFrameAndSleepsThroughTheDelay) {
     std::vector<GifFrame> frames;
     for (uint8_t i = 1; i <= 3; ++i)
         frames.push_back({.width = 6, .height = 5, .indices = std::vector<uint8_t>(30, i), .delay = i == 1 ? 8 : -1});
-    const std::string path = temp_path("anim.gif");
+    const Scratch path("anim.gif");
     write_file(path, gif_file(6, 5, 2, frames));
     const intptr_t window = tesslin_window_create(20, 20);
     ASSERT_NE(window, 0);
@@ -64,7 +64,7 @@ TEST(DisplayAnimate, DrawsEveryFrameAndSleepsThroughTheDelay) {
     frames[0].delay = -1;
     write_file(path, gif_file(6, 5, 2, frames));
     EXPECT_EQ(IMG_animate(window, path.c_str(), 0, 0, 0, 0), IMG_ERR_GIF_BLOCK);
-    fs::remove(path);
+    fs::remove(path.path);
     EXPECT_EQ(IMG_animate(window, path.c_str(), 0, 0, 0, 0), IMG_ERR_OPEN);
     tesslin_window_destroy(window);
 }

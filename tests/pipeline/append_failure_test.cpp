@@ -56,19 +56,15 @@ TEST(AppendFailure, EveryFailurePointLeavesTheFileAsItWas) {
     constexpr int32_t kHeight = 40;
     for (const Case& c : kCases) {
         SCOPED_TRACE(std::string(c.name) + " code " + std::to_string(c.code));
-        const std::string path = temp_path(std::string("append_fail.") + c.name);
-        fs::remove(path);
-        int32_t pages[3];
-        for (int i = 0; i < 3; ++i) {
-            pages[i] = make_handle(48 + 8 * i, kHeight, c.bits, fill);
-            ASSERT_EQ(IMG_save_bitmap(pages[i], path.c_str(), c.code), 0);
-        }
+        const Scratch path(std::string("append_fail.") + c.name);
+        for (int i = 0; i < 3; ++i)
+            ASSERT_EQ(IMG_save_bitmap(Handle(make_handle(48 + 8 * i, kHeight, c.bits, fill)), path.c_str(), c.code), 0);
         const int32_t counted = IMGLOW_get_pages(path.c_str());
         if (c.code != IMG_FORMAT_PDF) {
             EXPECT_EQ(counted, 3);
         }
         const Bytes before = read_file(path);
-        const int32_t extra = make_handle(64, kHeight, c.bits, fill);
+        const Handle extra = make_handle(64, kHeight, c.bits, fill);
 
         // A successful append, to learn how far the file grows.
         ASSERT_EQ(IMG_save_bitmap(extra, path.c_str(), c.code), 0);
@@ -105,8 +101,5 @@ TEST(AppendFailure, EveryFailurePointLeavesTheFileAsItWas) {
         if (counted >= 0) {
             EXPECT_EQ(IMGLOW_get_pages(path.c_str()), counted);
         }
-        for (int32_t h : pages) IMG_delete_bitmap(h);
-        IMG_delete_bitmap(extra);
-        fs::remove(path);
     }
 }

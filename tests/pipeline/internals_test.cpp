@@ -13,10 +13,9 @@ TEST(AbicFallback, StatusesWithoutTheModuleOrItsParameters) {
     void* block = to_block({'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0});
     void* other = to_block({'X', 'Y', 1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
     const int32_t s = stream::mem_create(block), o = stream::mem_create(other);
-    const std::string empty = temp_path("no-modules");
-    fs::create_directories(empty);
+    const TempDir empty("no-modules");
     IMG_unload_plugins();
-    tesslin_set_plugin_dir(empty.c_str());
+    tesslin_set_plugin_dir(empty.path.c_str());
     EXPECT_EQ(abic_decode_image(s, AbicParams{20, 6, 1, 300, 300}), IMG_ERR_ABIC_PLUGIN);
     // Data no container describes stays undecoded.
     EXPECT_EQ(abic_fallback(o, 0), IMG_ERR_COMPRESSION);
