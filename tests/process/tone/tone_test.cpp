@@ -40,6 +40,26 @@ TEST(ToneTable, HandWorkedEntries) {
     }
 }
 
+// What is drawn carries the tone settings: 16-bit samples through the
+// window/level table as grey, and every channel through the tone table.
+TEST(WindowLevel, DisplayDrawsThroughTheTables) {
+    const Handle h16 = make_handle(2, 1, 16, [](uint8_t* row, uint32_t, int32_t) {
+        store_le16(row, 1200), store_le16(row + 2, 2000);
+    });
+    ASSERT_EQ(IMG_window_level(h16, 1000, 1400, 1), 0);
+    const intptr_t dc = tesslin_dc_create(2, 1);
+    ASSERT_EQ(IMG_display_bitmap(h16, dc, 0, 0, 2, 1), 0);
+    const uint8_t* px = tesslin_dc_pixels(dc);
+    EXPECT_EQ(Bytes(px, px + 6), (Bytes{128, 128, 128, 255, 255, 255}));
+    const Handle rgb = make_handle(1, 1, 24, [](uint8_t* row, uint32_t, int32_t) {
+        row[0] = 50, row[1] = 128, row[2] = 200;  // blue, green, red
+    });
+    ASSERT_EQ(IMG_set_lut(rgb, 50, 0), 0);
+    ASSERT_EQ(IMG_display_bitmap(rgb, dc, 0, 0, 1, 1), 0);
+    EXPECT_EQ(Bytes(px, px + 3), (Bytes{229, 128, 19}));  // the contrast-50 entries
+    tesslin_dc_destroy(dc);
+}
+
 TEST(WindowLevel, SixteenAndEightBitTables) {
     const int32_t h16 = make_handle(4, 2, 16, [](uint8_t* row, uint32_t, int32_t r) {
         for (int x = 0; x < 4; ++x) store_le16(row + 2 * x, uint16_t(1000 + 500 * x + r));
