@@ -257,6 +257,11 @@ bool PageChoice::check(const Args& a) const {
     return true;
 }
 
+Taken number_option(Args& a, const char* name, int32_t* value, int32_t lo, int32_t hi, const char* need) {
+    if (!a.is(name)) return Taken::kNo;
+    return a.number(value, lo, hi, need) ? Taken::kYes : Taken::kBad;
+}
+
 Taken PageJob::accept(Args& a) {
     if (const Taken t = pages.accept(a); t != Taken::kNo) return t;
     if (a.is("--format"))
