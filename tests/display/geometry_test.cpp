@@ -1,6 +1,7 @@
-// Display geometry: the documented mapping and fitting figures, drawings
-// checked against ImageMagick's rotations, flips and box scaling of the
-// same image, and the mapping checked against what the drawing put where.
+// Drawing into the software surfaces and display geometry: stretching,
+// mirroring and clipping, the documented mapping and fitting figures,
+// drawings checked against ImageMagick's rotations, flips and box scaling of
+// the same image, and the mapping checked against what the drawing put where.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -46,6 +47,51 @@ int32_t colourful() {
 }
 
 }  // namespace
+
+// Drawing: the crop rectangle, stretched nearest-neighbour, mirrored as
+// asked and clipped to the surface.
+TEST(DisplayDraw, StretchesMirrorsAndClips) {
+    const Handle h = colourful();
+    const Raster image = handle_raster(h);
+    const intptr_t dc = tesslin_dc_create(16, 12);
+    ASSERT_NE(dc, 0);
+    // Twice the size at (1, 1): each image pixel becomes a 2 x 2 block.
+    ASSERT_EQ(IMG_display_bitmap(h, dc, 1, 1, 14, 10), 0);
+    Raster shown = surface(dc);
+    for (int32_t y = 0; y < 10; ++y)
+        for (int32_t x = 0; x < 14; ++x)
+            EXPECT_EQ(std::memcmp(shown.at(x + 1, y + 1), image.at(x / 2, y / 2), 3), 0) << x << "," << y;
+    EXPECT_EQ(Bytes(shown.at(0, 0), shown.at(0, 0) + 3), Bytes(3, 255));  // untouched
+    int32_t rx, ry, rw, rh;
+    IMGLOW_get_display_rect(h, &rx, &ry, &rw, &rh);
+    EXPECT_EQ(std::pair(rw, rh), std::pair(14, 10));
+    // Mirrored both ways at 1:1, partly off the surface to the right.
+    ASSERT_EQ(IMG_display_bitmap(h, dc, 12, 0, -7, -5), 0);
+    shown = surface(dc);
+    EXPECT_EQ(std::memcmp(shown.at(12, 0), image.at(6, 4), 3), 0);
+    EXPECT_EQ(std::memcmp(shown.at(15, 4), image.at(3, 0), 3), 0);
+    // The crop rectangle is what is drawn.
+    IMG_set_croprect(h, 2, 1, 1, 1);
+    ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, 3, 3), 0);
+    EXPECT_EQ(std::memcmp(surface(dc).at(2, 2), image.at(2, 1), 3), 0);
+    tesslin_dc_destroy(dc);
+}
+
+TEST(DisplayDraw, BilevelRunRecordsAndPalettes) {
+    // Column x is black when x is odd.
+    const Handle h = make_handle(9, 2, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0xAA, n); });
+    const intptr_t dc = tesslin_dc_create(9, 2);
+    for (int pass = 0; pass < 2; ++pass) {
+        ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, 9, 2), 0);
+        for (int32_t x = 0; x < 9; ++x)
+            EXPECT_EQ(surface(dc).at(x, 1)[0], x % 2 ? 0 : 255) << "pass " << pass << " x " << x;
+        // The same page in the other storage (packed rows or run records).
+        if (IMG_dib_to_runs(h) != 0) {
+            ASSERT_EQ(IMG_runs_to_dib(h), 0);
+        }
+    }
+    tesslin_dc_destroy(dc);
+}
 
 TEST(DisplayGeometry, MappingFigures) {
     const Handle h = make_handle(200, 100, 8);

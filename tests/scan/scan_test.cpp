@@ -224,11 +224,8 @@ TEST_F(Scripted, NoFeederAndCentimetres) {
 
 // ---- SANE, test backend -------------------------------------------------------
 
-// SANE's dll and test backends keep allocations past sane_exit, from code
-// that is unloaded by then (no stack to suppress them by). In sanitizer
-// builds the leak checker ignores what these tests allocate (the scripted
-// tests above cover the library's own paths), and the tool's child process
-// does not check at all.
+// SANE's backends keep allocations past sane_exit from code unloaded by
+// then: the leak checker ignores what these tests allocate.
 extern "C" void __lsan_disable() __attribute__((weak));
 extern "C" void __lsan_enable() __attribute__((weak));
 
@@ -238,9 +235,7 @@ protected:
         if (!*TESSLIN_TWAIN_SANE) GTEST_SKIP() << "SANE module not built";
         if (!have_tool("scanimage")) GTEST_SKIP() << "scanimage missing";
 #if defined(__SANITIZE_ADDRESS__)
-        // SANE's backends leak from threads and code unloaded by sane_exit,
-        // which the leak checker can neither attribute nor suppress; the
-        // scripted tests cover the library's paths in sanitizer builds.
+        // (The scripted tests cover the library's paths in sanitizer builds.)
         GTEST_SKIP() << "SANE tests do not run in sanitizer builds";
 #endif
         dir_ = temp_path("sane");

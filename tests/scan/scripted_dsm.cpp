@@ -132,20 +132,13 @@ int32_t supply(intptr_t user, uint8_t* buffer, int32_t row, uint32_t count) {
     return 0;
 }
 
+// Group 4 data of (1-bit) page n, rows from supply under the page's header.
 bool code_page(int n) {
-    struct {
-        IMG_BITMAPINFOHEADER h;
-        uint8_t palette[8];
-    } header{};
-    header.h.biSize = 40;
-    header.h.biWidth = width();
-    header.h.biHeight = height();
-    header.h.biPlanes = 1;
-    header.h.biBitCount = 1;
-    header.palette[4] = header.palette[5] = header.palette[6] = 255;
-    const uint32_t capacity = uint32_t(stride() * size_t(height()) * 2 + 4096);
-    void* block = tesslin_block_alloc(capacity);
-    const int32_t got = IMGLOW_save_bitmap_mem(block, &header.h, IMG_FORMAT_RAW_G4, &supply, n);
+    void* dib = page_dib(n);
+    void* block = tesslin_block_alloc(uint32_t(stride() * size_t(height()) * 2 + 4096));
+    const int32_t got =
+        IMGLOW_save_bitmap_mem(block, static_cast<IMG_BITMAPINFOHEADER*>(dib), IMG_FORMAT_RAW_G4, &supply, n);
+    std::free(dib);
     if (got > 0) g_coded.assign(static_cast<uint8_t*>(block), static_cast<uint8_t*>(block) + got);
     tesslin_block_free(block);
     g_coded_at = 0;

@@ -65,12 +65,7 @@ TEST(CliFiles, SummaryLineAndQuiet) {
     fs::remove(out.path);
     r = run_cli("convert '" + src + "' '" + out.path + "' --all-pages --quiet");
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.text(), "");
-    if (have_tool("pdfinfo")) {
-        std::string info;
-        run("pdfinfo '" + out.path + "'", &info);
-        EXPECT_NE(info.find("Pages:           3"), std::string::npos) << info;
-    }
+    EXPECT_EQ(r.text(), "");  // (poppler reads the pages back in Cli.AllPagesGoIntoOnePdf)
 }
 
 TEST(CliFiles, MessagesCarryTheSystemsReason) {

@@ -43,7 +43,4 @@ inline int32_t bits_of(int32_t handle) {
     return bits;
 }
 
-// Grey value of pixel (x, y) of a 1-bit handle (0 or 255).
-inline uint8_t bilevel_at(const Raster& r, int32_t x, int32_t y) { return r.at(x, y)[0]; }
-
 }  // namespace tesslin::test
