@@ -10,8 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <thread>
-
+#include "format_checks.h"
 #include "tiff_test.h"
 
 using namespace tesslin;
@@ -152,34 +151,10 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
     EXPECT_EQ(g4.h().biYPelsPerMeter, 200);
 }
 
-// Pages of a big-endian multi-page file: each page is its own directory;
-// a page beyond the chain is -11.
-TEST(TiffRead, PagesOfAMultiPageFile) {
-    const auto file = read_file(kCorpus + "/doc/multipage-g4-bigendian.tif");
-    EXPECT_EQ(decode(file, 0x80000002u).status, 0);
-    EXPECT_EQ(decode(file, 0x80000003u).status, IMG_ERR_NO_PAGE);
-    EXPECT_EQ(decode(file, 0x80000009u).status, IMG_ERR_NO_PAGE);
-    const std::string path = kCorpus + "/doc/multipage-g4-bigendian.tif";
-    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
-    EXPECT_EQ(handle_of(path, 3), IMG_ERR_NO_PAGE);
-}
-
-// A Group 4 fax page whose ImageLength is missing: width 1728 gives the
-// standard 1045 rows.
-TEST(TiffRead, FaxPageWithoutLengthHasTheStandardHeight) {
-    Bytes f = read_file(kCorpus + "/doc/g4.tif");
-    const size_t at = tiff_field(f, 257);
-    ASSERT_GT(at, 0u);
-    store_le16(&f[at - 8], 0x7FFF);  // some private tag number instead of ImageLength
-    const Decoded d = decode(f);
-    ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(d.height(), 1045);
-    EXPECT_TRUE(d.complete());
-}
-
 // WhiteIsZero Group 4 data arrives as it is coded; the same data marked
 // BlackIsZero arrives with every row inverted; both with black, white.
-TEST(TiffRead, PhotometricOfFaxData) {
+// Without ImageLength, width 1728 gives the standard 1045 rows.
+TEST(TiffRead, FaxPageFields) {
     Bytes f = read_file(kCorpus + "/doc/g4.tif");
     const Decoded white = decode(f);
     store_le16(&f[tiff_field(f, 262)], 1);
@@ -192,6 +167,11 @@ TEST(TiffRead, PhotometricOfFaxData) {
         const auto& b = black.rows[size_t(y)];
         for (size_t i = 0; i < 1728 / 8; ++i) ASSERT_EQ(uint8_t(~a[i]), b[i]) << y;
     }
+    store_le16(&f[tiff_field(f, 257) - 8], 0x7FFF);  // some private tag number instead of ImageLength
+    const Decoded d = decode(f);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.height(), 1045);
+    EXPECT_TRUE(d.complete());
 }
 
 // Resolution 200 per centimetre is reported as 508 dots per inch.
@@ -265,6 +245,10 @@ TEST(TiffRead, TagQueries) {
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 2), 0);
     EXPECT_EQ(value, 2200);
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 3), IMG_ERR_NO_PAGE);
+    // Pages beyond the directory chain (the pages on it: the conformance suite).
+    EXPECT_EQ(decode_file(multi, 0x80000003u).status, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(decode_file(multi, 0x80000009u).status, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(handle_of(multi, 3), IMG_ERR_NO_PAGE);
     const std::string png = kCorpus + "/png/rgb.png";
     EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, png.c_str(), nullptr), IMG_ERR_UNSUPPORTED);
     const int fd = open(multi.c_str(), O_RDONLY);
@@ -359,7 +343,6 @@ TEST(TiffRead, ChannelMode) {
 // Our writer's page index: page p's directory is found at 20 + 4p without
 // walking the chain (here the chain is cut to prove it).
 TEST(TiffRead, PageIndexIsFollowed) {
-    Bytes one = read_file(kCorpus + "/tone/grey-none.tif");
     TiffBuilder b;
     b.bytes.resize(20 + 4 * 4, 0);
     std::memcpy(&b.bytes[8], "Tesslin", 8);
@@ -543,17 +526,9 @@ TEST(TiffRead, ThreadsDecodeAlike) {
     const std::vector<std::string> files = {"tone/rgb-lzw.tif", "doc/g4-strips.tif",
                                             "tone/rgb-jpeg.tif", "doc/jbig.tif",
                                             "tone/rgb-deflate.tif", "tone/palette8.tif"};
-    std::vector<Decoded> one;
-    for (const auto& f : files) one.push_back(decode_file(kCorpus + "/" + f));
-    std::vector<std::thread> threads;
-    std::vector<int> same(files.size() * 3, 0);
-    for (size_t t = 0; t < same.size(); ++t)
-        threads.emplace_back([&, t] {
-            const Decoded d = decode_file(kCorpus + "/" + files[t % files.size()]);
-            same[t] = d.status == 0 && d.rows == one[t % files.size()].rows;
-        });
-    for (auto& t : threads) t.join();
-    for (size_t t = 0; t < same.size(); ++t) EXPECT_TRUE(same[t]) << files[t % files.size()];
+    auto rows = [&](size_t i) { return decode_file(kCorpus + "/" + files[i % files.size()]).rows; };
+    const auto many = on_threads(files.size() * 3, rows);
+    for (size_t t = 0; t < many.size(); ++t) EXPECT_EQ(many[t], rows(t)) << files[t % files.size()];
 }
 
 namespace {
