@@ -271,8 +271,7 @@ TEST(Pdf, FailedAppendLeavesTheDocumentAsItWas) {
 // documents when their end cannot be read, refused when they are readable
 // documents of another layout, and a status when the page count is missing.
 TEST(Pdf, ForeignAndDamagedDocuments) {
-    const std::string ours = temp_path("ours.pdf"), file = temp_path("other.pdf");
-    fs::remove(ours);
+    const Scratch ours("ours.pdf"), file("other.pdf");
     ASSERT_EQ(save(bilevel_handle(120, 80), ours), 0);
     ASSERT_EQ(save(bilevel_handle(120, 80), ours), 0);
     const Bytes doc = read_file(ours);
@@ -303,8 +302,8 @@ TEST(Pdf, ForeignAndDamagedDocuments) {
     for (const Case& c : cases) {
         if (c.qpdf_args) {
             if (!have_tool("qpdf")) continue;
-            fs::remove(file);
-            ASSERT_TRUE(run(std::string("qpdf ") + c.qpdf_args + " '" + ours + "' '" + file + "'"));
+            fs::remove(file.path);
+            ASSERT_TRUE(run(std::string("qpdf ") + c.qpdf_args + " '" + ours.path + "' '" + file.path + "'"));
         } else {
             write_file(file, c.content);
         }
@@ -316,8 +315,6 @@ TEST(Pdf, ForeignAndDamagedDocuments) {
             EXPECT_EQ(pdf_pages(file), c.pages) << c.name;
         }
     }
-    fs::remove(file);
-    fs::remove(ours);
 }
 
 // A memory stream's length is its position: every save into a block is a
