@@ -431,38 +431,29 @@ TEST(TiffRead, LzwStripWithABadCodeDoesNotStopThePage) {
 // to what the JPEG decoder makes of the file itself.
 TEST(TiffRead, OldStyleJpeg) {
     const Bytes jpg = read_file(kCorpus + "/jpeg/420.jpg");
+    // cjpeg writes one table a segment.
     std::map<int, Bytes> quant, huff;  // by table id; huff: class * 4 + id
-    int width = 0, height = 0, h1 = 1, v1 = 1;
-    int tq[3] = {}, td[3] = {}, ta[3] = {};
-    size_t data = 0, pos = 2;
-    while (pos + 4 <= jpg.size() && !data) {
+    int width = 0, height = 0, h1 = 1, v1 = 1, tq[3] = {}, td[3] = {}, ta[3] = {};
+    size_t data = 0;
+    for (size_t pos = 2; pos + 4 <= jpg.size() && !data;) {
         const int marker = jpg[pos + 1];
         const size_t len = load_be16(&jpg[pos + 2]);
         const uint8_t* seg = &jpg[pos + 4];
-        if (marker == 0xDB) {
-            for (size_t i = 0; i + 65 <= len - 2; i += 65)
-                quant[seg[i] & 15].assign(seg + i + 1, seg + i + 65);
-        } else if (marker == 0xC4) {
-            for (size_t i = 0; i < len - 2;) {
-                size_t total = 0;
-                for (int k = 0; k < 16; ++k) total += seg[i + 1 + k];
-                huff[(seg[i] >> 4) * 4 + (seg[i] & 15)].assign(seg + i + 1, seg + i + 17 + total);
-                i += 17 + total;
-            }
-        } else if (marker == 0xC0) {
+        if (marker == 0xDB) quant[seg[0] & 15].assign(seg + 1, seg + 65);
+        if (marker == 0xC4) huff[(seg[0] >> 4) * 4 + (seg[0] & 15)].assign(seg + 1, seg + len - 2);
+        if (marker == 0xC0) {
             height = load_be16(seg + 1);
             width = load_be16(seg + 3);
             h1 = seg[7] >> 4;
             v1 = seg[7] & 15;
-            for (int c = 0; c < 3; ++c) tq[c] = seg[8 + 3 * c];
-        } else if (marker == 0xDA) {
-            for (int c = 0; c < 3; ++c) {
-                td[c] = seg[2 + 2 * c] >> 4;
-                ta[c] = seg[2 + 2 * c] & 15;
-            }
-            data = pos + 2 + len;
+        }
+        for (int c = 0; c < 3 && marker == 0xC0; ++c) tq[c] = seg[8 + 3 * c];
+        for (int c = 0; c < 3 && marker == 0xDA; ++c) {
+            td[c] = seg[2 + 2 * c] >> 4;
+            ta[c] = seg[2 + 2 * c] & 15;
         }
         pos += 2 + len;
+        if (marker == 0xDA) data = pos;
     }
     ASSERT_GT(data, 0u);
     ASSERT_EQ(jpg[jpg.size() - 2], 0xFF);
