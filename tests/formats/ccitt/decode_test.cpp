@@ -82,8 +82,10 @@ TEST(CcittDecode, InversionFlagInvertsRows) {
 }
 
 // Mode 3: three EOL codes in a row end the page; the call's remaining rows
-// are white even when coded rows follow. The memory mode ignores EOLs.
-TEST(CcittDecode, ThreeEolsEndTheG3Page) {
+// are white even when coded rows follow. The memory mode ignores EOLs. A
+// Group 3 2-D strip without an EOL in its first 2,000 codes is refused; the
+// same data too short for 2,000 codes ends the page instead.
+TEST(CcittDecode, Group3EolRules) {
     // EOL, a black row of 8 (white 0, black 8), EOL x 3, another black row.
     const Bytes data = bits_to_bytes("000000000001" "00110101" "000101" "000000000001" "000000000001"
                                      "000000000001" "00110101" "000101");
@@ -95,6 +97,12 @@ TEST(CcittDecode, ThreeEolsEndTheG3Page) {
         EXPECT_EQ(c.page.row(1)[0], mode == ccitt::kModeG3 ? 0xFF : 0x00);
         EXPECT_EQ(c.page.row(2)[0], 0xFF);
         EXPECT_EQ(c.page.row(3)[0], 0xFF);
+    }
+    for (int32_t mode : {ccitt::kModeG3Mr, ccitt::kModeG3MrMemory}) {
+        Collector c(64, 4), d(64, 4);
+        EXPECT_EQ(decode_bytes(Bytes(2000, 0xFF), fax_params(64, 4, mode), c, 4), IMG_ERR_BAD_IMAGE);
+        EXPECT_EQ(decode_bytes(Bytes(100, 0xFF), fax_params(64, 4, mode), d, 4), 0);
+        EXPECT_TRUE(d.each_row_once());
     }
 }
 
@@ -112,17 +120,6 @@ TEST(CcittDecode, EolInTwoDimensionalRowsReadsAsV0) {
         EXPECT_EQ(c.page.row(y)[1], 0xFF) << y;
     }
     EXPECT_NE(c.page.row(3)[0], 0xE7);
-}
-
-// A Group 3 2-D strip without an EOL in its first 2,000 codes is refused;
-// the same data too short for 2,000 codes ends the page instead.
-TEST(CcittDecode, EolHuntLimit) {
-    for (int32_t mode : {ccitt::kModeG3Mr, ccitt::kModeG3MrMemory}) {
-        Collector c(64, 4), d(64, 4);
-        EXPECT_EQ(decode_bytes(Bytes(2000, 0xFF), fax_params(64, 4, mode), c, 4), IMG_ERR_BAD_IMAGE);
-        EXPECT_EQ(decode_bytes(Bytes(100, 0xFF), fax_params(64, 4, mode), d, 4), 0);
-        EXPECT_TRUE(d.each_row_once());
-    }
 }
 
 // Truncated and damaged pages: every decoder returns 0 (or -3 for damage)
