@@ -5,8 +5,6 @@
 
 #include <random>
 
-#include "core/io.h"
-#include "core/stream.h"
 #include "formats/png/inflate.h"
 #include "png_test.h"
 
@@ -126,23 +124,6 @@ TEST(Inflate, OutputInAnySizeAndInputInAnyPieces) {
         EXPECT_EQ(out, raw) << piece;
         EXPECT_TRUE(inf.ended());
     }
-}
-
-TEST(Inflate, ReaderSourceTakesItsBytesFromAStream) {
-    const auto raw = sample(200000, 3);
-    auto z = deflate_with(raw, 6, Z_DEFAULT_STRATEGY);
-    std::vector<uint8_t> file(123 + z.size() + 50, 0xEE);  // the stream starts at offset 123
-    std::copy(z.begin(), z.end(), file.begin() + 123);
-    const int32_t s = stream::mem_create_sized(file.data(), uint32_t(file.size()));
-    StreamReader reader(s);
-    ASSERT_TRUE(reader.seek(123));
-    ReaderSource src(reader, uint32_t(z.size()));
-    Inflater inf;
-    inf.set_source(&src);
-    int32_t status = 0;
-    EXPECT_EQ(pull(inf, raw.size(), 4000, &status), raw);
-    EXPECT_EQ(status, 0);
-    stream::mem_release(s);
 }
 
 TEST(Inflate, DamagedStreamsFailWithAStatus) {
