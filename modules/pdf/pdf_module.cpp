@@ -201,7 +201,12 @@ template struct ScreenParamsAccess<&SplashOutputDev::screenParams>;
 // Writes the first `count` bits of `src` into `dst` from bit `at` on (MSB
 // first), leaving the other bits of `dst` as they were.
 void put_bits(uint8_t* dst, int at, const uint8_t* src, int count) {
-    for (int k = 0; k * 8 < count; ++k) {
+    int k = 0;
+    if ((at & 7) == 0) {  // whole bytes at once, the usual case
+        std::memcpy(dst + (at >> 3), src, size_t(count >> 3));
+        k = count >> 3;
+    }
+    for (; k * 8 < count; ++k) {
         const int n = std::min(8, count - k * 8);
         const int p = at + k * 8, b = p >> 3, shift = p & 7;
         const unsigned keep = (0xFF00u >> n) & 0xFFu;
