@@ -1,17 +1,21 @@
-// PDF input on poppler's C++ interface, built twice:
+// PDF input on poppler, built twice:
 //   pdfmod.so   reads the document from a library stream handle through the
 //               read/seek callbacks handed to set_callbacks: decode_pdf,
 //               pdf_get_pages, pdf_search_text, set_pdf_input;
 //   apdfmod.so  (PDF_MODULE_BY_NAME) reads it by file name: decode_apdf,
 //               apdf_get_pages, apdf_extract_text, set_pdf_input.
 //
+// Pages are rendered by poppler's Splash renderer on a parsed document kept
+// between calls (DocumentCache); text goes through poppler's C++ interface.
 // A page is rendered at the resolution and depth of set_pdf_input and handed
 // to the library row by row through the decoder contract (header callback,
-// then one packed row per raster call, top row first):
-//   24 bits  BGR rows straight from poppler's renderer (anti-aliased);
+// then one packed row per raster call, top row first), straight from the
+// renderer's bitmap, whose rows have the DIB's layout:
+//   24 bits  BGR rows (anti-aliased);
 //    8 bits  grey rows with a grey palette (anti-aliased);
-//    1 bit   grey rendered without anti-aliasing, thresholded at half grey,
-//            palette black/white, so a scanned page comes back pixel for pixel.
+//    1 bit   rendered without anti-aliasing, each pixel thresholded at half
+//            grey as it is drawn (BilevelOutput), palette black/white, so a
+//            scanned page comes back pixel for pixel.
 // Statuses: IMG_ERR_READ (stream unreadable), IMG_ERR_BAD_IMAGE (not a PDF or
 // damaged beyond repair, or a page size too large to render), IMG_ERR_VARIANT
 // (the document needs a password), IMG_ERR_NO_PAGE, IMG_ERR_MEMORY,

@@ -160,6 +160,36 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
     fs::remove(pdf);
 }
 
+TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    // Four 1-inch squares of grey on a 4x1-inch page, rendered at 100 dpi:
+    // each comes back solid, black below half grey and white above.
+    const double greys[] = {0.2, 0.45, 0.55, 0.8};
+    std::string ps = "%!PS\n<< /PageSize [288 72] >> setpagedevice\n";
+    for (int i = 0; i < 4; ++i)
+        ps += std::to_string(greys[i]) + " setgray " + std::to_string(72 * i) + " 0 72 72 rectfill\n";
+    ps += "showpage\n";
+    const std::string src = temp_path("modules_greys.ps"), pdf = temp_path("modules_greys.pdf");
+    write_file(src, Bytes(ps.begin(), ps.end()));
+    ASSERT_TRUE(run("ps2pdf '" + src + "' '" + pdf + "'"));
+    ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
+    const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+    ASSERT_GE(page, 0);
+    const Raster got = handle_raster(page);
+    ASSERT_EQ(got.width, 400);
+    for (int i = 0; i < 4; ++i) {
+        size_t wrong = 0;
+        for (int y = 5; y < 95; ++y)
+            for (int x = 100 * i + 5; x < 100 * i + 95; ++x) wrong += got.at(x, y)[0] != (greys[i] < 0.5 ? 0 : 255);
+        EXPECT_EQ(wrong, 0u) << greys[i];
+    }
+    IMG_delete_bitmap(page);
+    IMGLOW_set_pdf_input(0, 0);
+    fs::remove(src);
+    fs::remove(pdf);
+}
+
 TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
     REQUIRE_MODULE("pdfmod");
     REQUIRE_TOOL("pdftoppm");
