@@ -189,7 +189,7 @@ void BM_DeskewFile_ours_cli(benchmark::State& state) {
     const std::string in = skewed_file(), out = in + ".ours.tif";
     for (auto _ : state) {
         const bool ok = in_child([&] {
-            execl(TESSLIN_CLI, TESSLIN_CLI, "deskew", in.c_str(), out.c_str(), "--quiet", (char*)nullptr);
+            execl(TESSLIN_CLI, TESSLIN_CLI, "deskew", in.c_str(), out.c_str(), "--quiet", "--overwrite", (char*)nullptr);
             return false;
         });
         if (!ok) {
@@ -225,7 +225,7 @@ BENCHMARK(BM_DeskewFile_leptonica)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    setLeptMsgSeverity(L_SEVERITY_NONE);
+    setMsgSeverity(L_SEVERITY_NONE);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     std::remove(skewed_file().c_str());

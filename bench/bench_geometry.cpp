@@ -185,7 +185,7 @@ void run_or_fail(benchmark::State& state, const std::string& command) {
 
 void BM_CliRotate_Tesslin(benchmark::State& state) {
     const std::string out = page_tiff() + ".tesslin.tif";
-    const std::string command = std::string("'") + TESSLIN_CLI + "' rotate --angle 90 --quiet '" + page_tiff() +
+    const std::string command = std::string("'") + TESSLIN_CLI + "' rotate --angle 90 --quiet --overwrite '" + page_tiff() +
                                 "' '" + out + "'";
     for (auto _ : state) {
         std::remove(out.c_str());

@@ -66,8 +66,15 @@ seed_corpus() {
     done
 }
 
+# CPU seconds (user + system) used so far by the script's finished
+# children, into REPLY (`times` must run in this shell, not a subshell).
+child_cpu() {
+  times > "$work/times"
+  REPLY=$(tail -1 "$work/times" | awk '{ t = 0; for (i = 1; i <= 2; i++) { split($i, a, "m"); t += a[1] * 60 + a[2] } printf "%.1f", t }')
+}
+
 log=build-fuzz/fuzz-log.tsv
-[ -f "$log" ] || printf 'date\tseed\ttarget\tseconds\texecs\tcoverage\tfeatures\tresult\n' > "$log"
+[ -f "$log" ] || printf 'date\tseed\ttarget\tseconds\texecs\tcoverage\tfeatures\tresult\tcpu_seconds\n' > "$log"
 failed=()
 for target in build-fuzz/fuzz/fuzz_*; do
   [ -x "$target" ] || continue
@@ -86,10 +93,14 @@ for target in build-fuzz/fuzz/fuzz_*; do
   echo "== $name: ${seconds}s, seed $seed"
   # New inputs go to the first directory; the seeds stay as they are.
   status=0
+  child_cpu
+  cpu_before=$REPLY
   "$target" "$corpus" "fuzz/seeds/$short" "$work/$short.seeds" -max_total_time="$seconds" \
     -seed="$seed" -timeout=10 -rss_limit_mb=2048 -artifact_prefix="build-fuzz/artifacts/$short-" \
     -print_final_stats=1 2> >(tee "$work/$short.log" >&2) || status=$?
   wait
+  child_cpu
+  cpu=$(awk -v a="$cpu_before" -v b="$REPLY" 'BEGIN { printf "%.1f", b - a }')
   execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$work/$short.log" | grep -o '[0-9]*$' || true)
   cov=$(grep -o 'cov: [0-9]*' "$work/$short.log" | tail -1 | grep -o '[0-9]*' || true)
   ft=$(grep -o 'ft: [0-9]*' "$work/$short.log" | tail -1 | grep -o '[0-9]*' || true)
@@ -102,8 +113,8 @@ for target in build-fuzz/fuzz/fuzz_*; do
       [ -f "$a" ] && cp "$a" "tests/data/crashers/$short/" && echo "kept $a in tests/data/crashers/$short/"
     done
   fi
-  printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$(date -u +%FT%TZ)" "$seed" "$short" "$seconds" \
-    "${execs:-0}" "${cov:-0}" "${ft:-0}" "$result" >> "$log"
+  printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$(date -u +%FT%TZ)" "$seed" "$short" "$seconds" \
+    "${execs:-0}" "${cov:-0}" "${ft:-0}" "$result" "$cpu" >> "$log"
 done
 if [ ${#failed[@]} != 0 ]; then
   echo "fuzz: failures in ${failed[*]} (seed $seed)" >&2

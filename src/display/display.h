@@ -45,6 +45,10 @@ public:
 private:
     BitmapObject* obj_;
     std::vector<uint8_t> scratch_;
+    // The bitmap's tone table (gamma, brightness, contrast) when any of its
+    // fields is set, applied to every channel of what is drawn.
+    bool toned_ = false;
+    uint8_t tone_[256];
 };
 
 // The pixels of a surface (a device bitmap), all of it.

@@ -14,6 +14,7 @@
 
 #include "core/bitmap.h"
 #include "display/display.h"
+#include "process/tone/tone.h"
 #include "platform/surface.h"
 
 namespace tesslin::display {
@@ -23,11 +24,31 @@ namespace tesslin::display {
 BitmapSource::BitmapSource(BitmapObject* obj) : obj_(obj) {
     width = obj->crop_width;
     height = obj->crop_height;
+    toned_ = tone::bitmap_tone_table(*obj, tone_);
+}
+
+// While a bitmap's window/level state is enabled, its 8-bit grey or 16-bit
+// samples are shown as the grey levels of the mapping table.
+static void window_level_row(BitmapObject* o, tone::WindowLevel& wl, int32_t y, int32_t x0,
+                             int32_t n, uint8_t* rgb) {
+    const uint8_t* row = o->plain_row(y);
+    for (int32_t i = 0; i < n; ++i) {
+        const size_t x = size_t(x0 + i);
+        const uint8_t v = wl.bits == 8 ? wl.table8()[row[x]]
+                                       : uint8_t(wl.table16()[row[2 * x] | row[2 * x + 1] << 8]);
+        rgb[3 * size_t(i)] = rgb[3 * size_t(i) + 1] = rgb[3 * size_t(i) + 2] = v;
+    }
 }
 
 void BitmapSource::row(int32_t y, int32_t x0, int32_t n, uint8_t* rgb, uint8_t* keyed) {
     BitmapObject* o = obj_;
-    row_to_rgb(o, o->crop_y + y, o->crop_x + x0, n, rgb, scratch_);
+    tone::WindowLevel* wl = tone::window_level_state(o);
+    if (wl && wl->bits == o->bits() && !o->run_encoded)
+        window_level_row(o, *wl, o->crop_y + y, o->crop_x + x0, n, rgb);
+    else
+        row_to_rgb(o, o->crop_y + y, o->crop_x + x0, n, rgb, scratch_);
+    if (toned_)
+        for (size_t i = 0; i < size_t(n) * 3; ++i) rgb[i] = tone_[rgb[i]];
     if (!keyed) return;
     const uint32_t bits = o->bits();
     const uint32_t key = o->transparent_color;

@@ -17,19 +17,10 @@ int run_autocrop(int argc, char** argv) {
     job.action = "crop";
     job.doing = "cropping";
     int32_t margin = 0;
-    std::vector<std::string> names;
-    Args a("autocrop", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--margin")) {
-            if (!a.number(&margin, 0, INT32_MAX, "--margin needs a number of pixels from 0"))
-                return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        return number_option(a, "--margin", &margin, 0, INT32_MAX, "--margin needs a number of pixels from 0");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [&](int32_t handle) { return IMG_autocrop_bitmap(handle, margin); });
 }
 

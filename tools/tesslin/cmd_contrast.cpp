@@ -23,22 +23,12 @@ int run_contrast(int argc, char** argv) {
     job.action = "adjust";
     job.doing = "adjusting";
     int32_t contrast = 0, brightness = 0;
-    std::vector<std::string> names;
-    Args a("contrast", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--contrast")) {
-            if (!a.number(&contrast, -127, 255, "--contrast needs a number from -127 to 255"))
-                return kUsageError;
-        } else if (a.is("--brightness")) {
-            if (!a.number(&brightness, -255, 255, "--brightness needs a number from -255 to 255"))
-                return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        const Taken t = number_option(a, "--contrast", &contrast, -127, 255, "--contrast needs a number from -127 to 255");
+        if (t != Taken::kNo) return t;
+        return number_option(a, "--brightness", &brightness, -255, 255, "--brightness needs a number from -255 to 255");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     // Saving applies the fields.
     return run_pages(job, [=](int32_t handle) { return IMG_set_lut(handle, contrast, brightness); });
 }

@@ -21,24 +21,19 @@ int run_deskew(int argc, char** argv) {
     job.action = "deskew";
     job.doing = "deskewing";
     int32_t lo = -10, hi = 10;
-    std::vector<std::string> names;
-    Args a("deskew", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--range")) {
-            std::string text;
-            if (!a.text(&text, "--range needs LO,HI")) return kUsageError;
-            const size_t comma = text.find(',');
-            if (comma == std::string::npos ||
-                !parse_int(text.substr(0, comma).c_str(), &lo) ||
-                !parse_int(text.substr(comma + 1).c_str(), &hi) || lo < -45 || hi > 45 || lo >= hi)
-                return a.usage("--range needs LO,HI: whole degrees from -45 to 45 with LO < HI");
-        } else if (!a.name(&names)) {
-            return kUsageError;
+    const auto own = [&](Args& a) {
+        if (!a.is("--range")) return Taken::kNo;
+        std::string text;
+        if (!a.text(&text, "--range needs LO,HI")) return Taken::kBad;
+        const size_t comma = text.find(',');
+        if (comma == std::string::npos || !parse_int(text.substr(0, comma).c_str(), &lo) ||
+            !parse_int(text.substr(comma + 1).c_str(), &hi) || lo < -45 || hi > 45 || lo >= hi) {
+            a.usage("--range needs LO,HI: whole degrees from -45 to 45 with LO < HI");
+            return Taken::kBad;
         }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [&](int32_t handle) -> int32_t {
         int32_t angle = 0;
         if (int32_t s = IMG_get_deskew_angle(handle, &angle, lo, hi); s < 0) return s;

@@ -18,19 +18,10 @@ int run_despeckle(int argc, char** argv) {
     job.action = "despeckle";
     job.doing = "despeckling";
     int32_t level = 10;
-    std::vector<std::string> names;
-    Args a("despeckle", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--level")) {
-            if (!a.number(&level, -99, 99, "--level needs a whole number from -99 to 99"))
-                return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        return number_option(a, "--level", &level, -99, 99, "--level needs a whole number from -99 to 99");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [&](int32_t handle) { return IMG_despeckle_bitmap(handle, level); });
 }
 

@@ -23,27 +23,23 @@ int run_dither(int argc, char** argv) {
     job.action = "dither";
     job.doing = "dithering";
     int32_t (*method)(int32_t) = IMG_diffusion_mono;
-    std::vector<std::string> names;
-    Args a("dither", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--method")) {
-            std::string m;
-            if (!a.text(&m, "--method needs bayer, halftone or diffusion")) return kUsageError;
-            if (m == "bayer")
-                method = IMG_bayer_mono;
-            else if (m == "halftone")
-                method = IMG_halftone_mono;
-            else if (m == "diffusion")
-                method = IMG_diffusion_mono;
-            else
-                return a.usage("--method needs bayer, halftone or diffusion, not '" + m + "'");
-        } else if (!a.name(&names)) {
-            return kUsageError;
+    const auto own = [&](Args& a) {
+        if (!a.is("--method")) return Taken::kNo;
+        std::string m;
+        if (!a.text(&m, "--method needs bayer, halftone or diffusion")) return Taken::kBad;
+        if (m == "bayer")
+            method = IMG_bayer_mono;
+        else if (m == "halftone")
+            method = IMG_halftone_mono;
+        else if (m == "diffusion")
+            method = IMG_diffusion_mono;
+        else {
+            a.usage("--method needs bayer, halftone or diffusion, not '" + m + "'");
+            return Taken::kBad;
         }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [method](int32_t handle) {
         int32_t w = 0, h = 0, bits = 0;
         IMG_bitmap_info(handle, &w, &h, &bits);

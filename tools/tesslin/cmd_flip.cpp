@@ -24,21 +24,17 @@ int run_flip(int argc, char** argv) {
     job.action = "flip";
     job.doing = "flipping";
     bool x = false, y = false;
-    std::vector<std::string> names;
-    Args a("flip", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("-x")) {
+    const auto own = [&](Args& a) {
+        if (a.is("-x"))
             x = true;
-        } else if (a.is("-y")) {
+        else if (a.is("-y"))
             y = true;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
-    if (!x && !y) return a.usage("flip needs -x or -y");
+        else
+            return Taken::kNo;
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if (!x && !y) return usage_error("flip needs -x or -y", job.command);
     return run_pages(job, [x, y](int32_t handle) {
         int32_t s = x ? IMG_flip_bitmapx(handle) : 0;
         if (s >= 0 && y) s = IMG_flip_bitmapy(handle);

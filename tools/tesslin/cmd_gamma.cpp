@@ -20,20 +20,11 @@ int run_gamma(int argc, char** argv) {
     job.action = "apply gamma to";
     job.doing = "applying gamma to";
     int32_t value = -1;
-    std::vector<std::string> names;
-    Args a("gamma", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--value")) {
-            if (!a.number(&value, 1, 1000, "--value needs a gamma in hundredths from 1 to 1000"))
-                return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (value < 0) return a.usage("--value is required");
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        return number_option(a, "--value", &value, 1, 1000, "--value needs a gamma in hundredths from 1 to 1000");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if (value < 0) return usage_error("--value is required", job.command);
     return run_pages(job, [value](int32_t handle) {
         if (int32_t s = IMG_set_gamma(handle, value); s < 0) return s;
         return IMG_apply_tone(handle);

@@ -23,20 +23,14 @@ int run_promote(int argc, char** argv) {
     job.action = "promote";
     job.doing = "promoting";
     int32_t target = 0;
-    std::vector<std::string> names;
-    Args a("promote", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--bits")) {
-            if (!a.number(&target, 8, 32, "--bits needs 8, 24 or 32")) return kUsageError;
-            if (target != 8 && target != 24 && target != 32) return a.usage("--bits needs 8, 24 or 32");
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if (target == 0) return a.usage("promote needs --bits 8, 24 or 32");
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        const Taken t = number_option(a, "--bits", &target, 8, 32, "--bits needs 8, 24 or 32");
+        if (t != Taken::kYes || target == 8 || target == 24 || target == 32) return t;
+        usage_error("--bits needs 8, 24 or 32", job.command);
+        return Taken::kBad;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if (target == 0) return usage_error("promote needs --bits 8, 24 or 32", job.command);
     return run_pages(job, [target](int32_t handle) -> int32_t {
         int32_t w = 0, h = 0, bits = 0;
         IMG_bitmap_info(handle, &w, &h, &bits);

@@ -49,28 +49,22 @@ int run_resize(int argc, char** argv) {
     job.doing = "resizing";
     int32_t width = 0, height = 0;
     Resize resize = IMG_resize_bitmap;
-    std::vector<std::string> names;
-    Args a("resize", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--width")) {
-            if (!a.number(&width, 1, 1 << 24, "--width needs a number of pixels from 1"))
-                return kUsageError;
-        } else if (a.is("--height")) {
-            if (!a.number(&height, 1, 1 << 24, "--height needs a number of pixels from 1"))
-                return kUsageError;
-        } else if (a.is("--method")) {
-            std::string name;
-            const char* need = "--method needs nearest, interp, area or grey";
-            if (!a.text(&name, need)) return kUsageError;
-            if (!(resize = method_named(name))) return a.usage(need + std::string(", not '") + name + "'");
-        } else if (!a.name(&names)) {
-            return kUsageError;
+    const auto own = [&](Args& a) {
+        Taken t = number_option(a, "--width", &width, 1, 1 << 24, "--width needs a number of pixels from 1");
+        if (t == Taken::kNo)
+            t = number_option(a, "--height", &height, 1, 1 << 24, "--height needs a number of pixels from 1");
+        if (t != Taken::kNo || !a.is("--method")) return t;
+        std::string name;
+        const char* need = "--method needs nearest, interp, area or grey";
+        if (!a.text(&name, need)) return Taken::kBad;
+        if (!(resize = method_named(name))) {
+            a.usage(need + std::string(", not '") + name + "'");
+            return Taken::kBad;
         }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
-    if (!width && !height) return a.usage("resize needs --width, --height or both");
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if (!width && !height) return usage_error("resize needs --width, --height or both", job.command);
     return run_pages(job, [=](int32_t handle) {
         int32_t w = width, h = height, old_w = 0, old_h = 0, bits = 0;
         IMG_bitmap_info(handle, &old_w, &old_h, &bits);

@@ -57,23 +57,20 @@ int run_rotate(int argc, char** argv) {
     job.doing = "rotating";
     int32_t angle = 0;
     bool have_angle = false;
-    std::vector<std::string> names;
-    Args a("rotate", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--angle")) {
-            std::string text;
-            const char* need = "--angle needs degrees from -360 to 360, at most two decimals";
-            if (!a.text(&text, need)) return kUsageError;
-            if (!parse_degrees(text, &angle)) return a.usage(need + std::string(", not '") + text + "'");
-            have_angle = true;
-        } else if (!a.name(&names)) {
-            return kUsageError;
+    const auto own = [&](Args& a) {
+        if (!a.is("--angle")) return Taken::kNo;
+        std::string text;
+        const char* need = "--angle needs degrees from -360 to 360, at most two decimals";
+        if (!a.text(&text, need)) return Taken::kBad;
+        if (!parse_degrees(text, &angle)) {
+            a.usage(need + std::string(", not '") + text + "'");
+            return Taken::kBad;
         }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
-    if (!have_angle) return a.usage("rotate needs --angle");
+        have_angle = true;
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if (!have_angle) return usage_error("rotate needs --angle", job.command);
     return run_pages(job, [angle](int32_t handle) { return IMG_rotate_bitmap(handle, angle); });
 }
 

@@ -25,24 +25,19 @@ int run_threshold(int argc, char** argv) {
     job.action = "threshold";
     job.doing = "thresholding";
     int32_t level = 128;
-    std::vector<std::string> names;
-    Args a("threshold", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--level")) {
-            std::string text;
-            if (!a.text(&text, "--level needs a number from 0 to 255 or 'auto'")) return kUsageError;
-            if (text == "auto") {
-                level = -1;
-            } else if (!parse_int(text.c_str(), &level) || level < 0 || level > 255) {
-                return a.usage("--level needs a number from 0 to 255 or 'auto', not '" + text + "'");
-            }
-        } else if (!a.name(&names)) {
-            return kUsageError;
+    const auto own = [&](Args& a) {
+        if (!a.is("--level")) return Taken::kNo;
+        std::string text;
+        if (!a.text(&text, "--level needs a number from 0 to 255 or 'auto'")) return Taken::kBad;
+        if (text == "auto") {
+            level = -1;
+        } else if (!parse_int(text.c_str(), &level) || level < 0 || level > 255) {
+            a.usage("--level needs a number from 0 to 255 or 'auto', not '" + text + "'");
+            return Taken::kBad;
         }
-    }
-    if (!job.take_names(a, names)) return kUsageError;
+        return Taken::kYes;
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [level](int32_t handle) {
         int32_t w = 0, h = 0, bits = 0;
         IMG_bitmap_info(handle, &w, &h, &bits);

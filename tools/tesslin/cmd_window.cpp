@@ -23,21 +23,13 @@ int run_window(int argc, char** argv) {
     job.action = "window";
     job.doing = "windowing";
     int32_t center = -1, width = -1;
-    std::vector<std::string> names;
-    Args a("window", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--center")) {
-            if (!a.number(&center, 0, 65535, "--center needs a value from 0 to 65535")) return kUsageError;
-        } else if (a.is("--width")) {
-            if (!a.number(&width, 1, 131072, "--width needs a value from 1 to 131072")) return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
-    if ((center < 0) != (width < 0)) return a.usage("--center and --width go together");
-    if (!job.take_names(a, names)) return kUsageError;
+    const auto own = [&](Args& a) {
+        const Taken t = number_option(a, "--center", &center, 0, 65535, "--center needs a value from 0 to 65535");
+        if (t != Taken::kNo) return t;
+        return number_option(a, "--width", &width, 1, 131072, "--width needs a value from 1 to 131072");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
+    if ((center < 0) != (width < 0)) return usage_error("--center and --width go together", job.command);
     const int32_t low = center < 0 ? 0 : center - width / 2;
     const int32_t high = center < 0 ? 0 : low + width;
     return run_pages(job, [=](int32_t handle) {

@@ -257,6 +257,11 @@ bool PageChoice::check(const Args& a) const {
     return true;
 }
 
+Taken number_option(Args& a, const char* name, int32_t* value, int32_t lo, int32_t hi, const char* need) {
+    if (!a.is(name)) return Taken::kNo;
+    return a.number(value, lo, hi, need) ? Taken::kYes : Taken::kBad;
+}
+
 Taken PageJob::accept(Args& a) {
     if (const Taken t = pages.accept(a); t != Taken::kNo) return t;
     if (a.is("--format"))
@@ -303,6 +308,25 @@ bool PageJob::take_names(const Args& a, const std::vector<std::string>& names) {
 namespace {
 
 constexpr int32_t kUnknownFormat = -1000;
+
+// One conversion of a page towards the depths every writer takes between
+// them: 1-, 4- and 16-bit pages to 8-bit grey or palette, 24- and 32-bit
+// pages to 256 colours, 8-bit pages to bilevel at mid grey (the fax and CALS
+// writers). The new depth, or a negative status.
+int32_t step_down(int32_t handle) {
+    int32_t w = 0, h = 0, bits = 0;
+    IMG_bitmap_info(handle, &w, &h, &bits);
+    int32_t s;
+    if (bits == 1 || bits == 4 || bits == 16)
+        s = IMG_promote_8(handle);
+    else if (bits == 24 || bits == 32)
+        s = IMG_octree_color(handle, 8, nullptr, 256);
+    else
+        s = IMG_thresh_mono(handle, 128);
+    if (s < 0) return s;
+    IMG_bitmap_info(handle, &w, &h, &bits);
+    return bits;
+}
 
 class PageRun {
 public:
@@ -398,6 +422,16 @@ public:
             {
                 ProgressScope scope(label("saving", page, true));
                 s = IMG_save_bitmap(handle, target.c_str(), code);
+                // A format that does not take the page's depth gets the page
+                // converted towards one it may take, a step at a time.
+                for (int step = 0; s == IMG_ERR_DEPTH && step < 2; ++step) {
+                    const int32_t bits = step_down(handle);
+                    if (bits < 0) break;
+                    if (!job_.quiet)
+                        std::fprintf(stderr, "tesslin: page %d: %s takes no pages of this depth; saving it as %d-bit\n",
+                                     page, format_name(code).c_str(), bits);
+                    s = IMG_save_bitmap(handle, target.c_str(), code);
+                }
             }
             IMG_delete_bitmap(handle);
             if (s < 0)

@@ -177,6 +177,10 @@ std::string numbered(const std::string& output, int32_t n);
 // or taken with a bad value (usage error printed).
 enum class Taken { kNo, kYes, kBad };
 
+// The current argument when it is option `name`, with a whole number from
+// lo to hi after it (else usage error `need`, kBad).
+Taken number_option(Args& a, const char* name, int32_t* value, int32_t lo, int32_t hi, const char* need);
+
 // --page N / --all-pages.
 struct PageChoice {
     int32_t page = 1;  // counting from 1

@@ -21,7 +21,6 @@
 // plain 8-bit image with the grey ramp as palette, passed through the
 // bitmap's tone table (gamma, brightness, contrast).
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -29,29 +28,18 @@
 #include "core/runs.h"
 #include "core/settings.h"
 #include "process/resample/resample.h"
+#include "process/tone/tone.h"
 
 namespace tesslin::resample {
 
 namespace {
 
-// Entry i of the tone table of the bitmap's gamma (hundredths; 0 means
-// 100), brightness and contrast: with e = 100 / gamma and m = 2 contrast +
-// 256 (its low 24 bits), clamp(trunc((255 (i / 255)^e + brightness) m /
-// 255) - contrast, 0, 255). All three 0 give the identity.
+// The grey ramp passed through the bitmap's tone table.
 void tone_palette(const BitmapObject* obj, RgbQuad* palette) {
-    const int32_t gamma = obj->tone[0] ? obj->tone[0] : 100;
-    const int32_t brightness = obj->tone[1], contrast = obj->tone[2];
-    const double e = 100.0 / gamma;
-    const double m = double((uint32_t(2 * contrast + 256)) & 0xFFFFFFu);
-    for (int i = 0; i < 256; ++i) {
-        uint8_t v = uint8_t(i);
-        if (obj->tone[0] || brightness || contrast) {
-            const double x = (255.0 * std::pow(i / 255.0, e) + brightness) * m / 255.0;
-            const double t = std::trunc(x) - contrast;
-            v = uint8_t(std::clamp(t, 0.0, 255.0));
-        }
-        palette[i] = RgbQuad{v, v, v, 0};
-    }
+    uint8_t table[256];
+    for (int i = 0; i < 256; ++i) table[i] = uint8_t(i);
+    tone::bitmap_tone_table(*obj, table);
+    for (int i = 0; i < 256; ++i) palette[i] = RgbQuad{table[i], table[i], table[i], 0};
 }
 
 int32_t to_grey(BitmapObject* obj, int32_t nw, int32_t nh) {
