@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <thread>
+#include <vector>
 
 #include "module_test_util.h"
 
@@ -230,6 +232,37 @@ TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
     ASSERT_GE(h, 0);
     EXPECT_EQ(info_of(h).biWidth, 827);  // A4, 595 pt at 100 dpi
     IMG_delete_bitmap(h);
+    IMGLOW_set_pdf_input(0, 0);
+}
+
+TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    // Threads decoding the pages of one file at once share the module's kept
+    // document without sharing it at the same time: every page comes back as
+    // it does alone.
+    const std::string pdf = vector_pdf();
+    ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
+    std::vector<Raster> alone;
+    for (int p = 0; p < 2; ++p) {
+        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        ASSERT_GE(h, 0);
+        alone.push_back(handle_raster(h));
+        IMG_delete_bitmap(h);
+    }
+    std::vector<size_t> differ(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 6; ++i) {
+                const int p = (t + i) % 2;
+                const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+                differ[size_t(t)] += h < 0 ? 1 : count_differences(handle_raster(h), alone[size_t(p)], 1);
+                if (h >= 0) IMG_delete_bitmap(h);
+            }
+        });
+    for (auto& t : threads) t.join();
+    for (int t = 0; t < 4; ++t) EXPECT_EQ(differ[size_t(t)], 0u) << t;
     IMGLOW_set_pdf_input(0, 0);
 }
 
