@@ -47,6 +47,11 @@ inline bool position_is_page(uint32_t position) { return (position & kPositionIs
 inline uint32_t position_page(uint32_t position) { return position & 0xFFFF; }
 inline uint32_t position_tile(uint32_t position) { return (position >> 16) & 0x7FFF; }
 
+// Where the data of a single-image format starts: for a page request the
+// stream's current position (page 0 only, else IMG_ERR_NO_PAGE), otherwise
+// the position itself. 0 or a negative status.
+int32_t single_image_start(uint32_t position, int32_t stream, uint32_t* offset);
+
 // Colour-count field flag marking a transparent colour in decoder headers.
 constexpr uint32_t kTransparentFlag = 0x1000;
 

@@ -275,6 +275,23 @@ inline int32_t encode_page(Bytes& out, const Page& page, bool records, int32_t b
     });
 }
 
+// Bits as a string of '0' and '1'.
+inline std::string as_bits(const Bytes& bytes) {
+    std::string s;
+    for (uint8_t b : bytes)
+        for (int i = 7; i >= 0; --i) s += (b >> i) & 1 ? '1' : '0';
+    return s;
+}
+// Plain two-dimensional (IBM MMR) data of a page whose first row is white:
+// an EOL, a 1 and the first row in one dimension, an EOL, a 0 and the other
+// rows as a Group 4 band (which starts from a white reference row).
+inline Bytes plain_mmr(const Page& page) {
+    Bytes mh, g4;
+    encode_page(mh, page, false, 0, ccitt::kFrameMhAligned, false, 0, 1);
+    encode_page(g4, page, false, 0, ccitt::kFrameG4, true, 1, int32_t(page.height - 1));
+    return bits_to_bytes("000000000001" "1" + as_bits(mh) + "000000000001" "0" + as_bits(g4));
+}
+
 // ---- independent readers ------------------------------------------------------
 
 // Pillow (libtiff underneath) reading coded strips wrapped in a min-is-white

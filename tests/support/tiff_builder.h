@@ -83,7 +83,8 @@ struct TiffBuilder {
 
 // A page of uncompressed (or, with `compression`, already coded) strips.
 // `strips` holds each strip's bytes; tags as given, plus the strip layout;
-// `extra` tags are SHORTs, LONGs when a value needs them.
+// `extra` tags are SHORTs, LONGs when a value needs them, and the two
+// resolutions RATIONALs (numerator, denominator).
 inline std::vector<uint8_t> tiff_page(uint32_t width, uint32_t height, std::vector<uint32_t> bits,
                                       uint32_t photometric, const std::vector<std::vector<uint8_t>>& strips,
                                       uint32_t compression = 1, uint32_t rows_per_strip = 0,
@@ -105,7 +106,8 @@ inline std::vector<uint8_t> tiff_page(uint32_t width, uint32_t height, std::vect
     b.add_long(278, rows_per_strip ? rows_per_strip : height);
     b.add(279, 4, counts);
     for (const auto& [tag, values] : extra)
-        b.add(tag, *std::max_element(values.begin(), values.end()) > 0xFFFF ? 4 : 3, values);
+        b.add(tag, tag == 282 || tag == 283 ? 5 : *std::max_element(values.begin(), values.end()) > 0xFFFF ? 4 : 3,
+              values);
     std::sort(b.entries.begin(), b.entries.end(), [](const auto& x, const auto& y) { return x.tag < y.tag; });
     return b.finish();
 }

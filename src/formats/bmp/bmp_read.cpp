@@ -260,13 +260,8 @@ int32_t read_rows(Reader& rd, const Layout& l, uint32_t out_bits, bool invert) {
 
 int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream) {
-    uint32_t offset = position;
-    if (position_is_page(position)) {
-        if (position_page(position) != 0) return IMG_ERR_NO_PAGE;
-        const int32_t here = stream::seek(stream, 0, 1);
-        if (here < 0) return here;
-        offset = static_cast<uint32_t>(here);
-    }
+    uint32_t offset = 0;
+    if (int32_t s = single_image_start(position, stream, &offset); s < 0) return s;
     StreamReader in(stream);
     Layout l;
     if (int32_t s = read_layout(in, offset, &l)) return s;

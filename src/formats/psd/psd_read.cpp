@@ -235,19 +235,13 @@ int32_t deliver_planes(Reader& rd, const FileHeader& f, const Layout& l, int32_t
 
 int32_t decode(uint32_t position, IMG_RASTER_CALLBACK raster, intptr_t user,
                IMG_HEADER_CALLBACK header, int32_t stream) {
-    uint32_t offset = position;
+    uint32_t offset = 0;
     int32_t channel = 0;
-    if (position_is_page(position)) {
-        if (position & 0x40000000u) {
-            // A negative page request -c selects channel c of the file at 0.
-            channel = -int32_t(position);
-            offset = 0;
-        } else {
-            if (position_page(position) != 0) return IMG_ERR_NO_PAGE;
-            const int32_t here = stream::seek(stream, 0, 1);
-            if (here < 0) return here;
-            offset = uint32_t(here);
-        }
+    if (position_is_page(position) && (position & 0x40000000u)) {
+        // A negative page request -c selects channel c of the file at 0.
+        channel = -int32_t(position);
+    } else if (int32_t s = single_image_start(position, stream, &offset); s < 0) {
+        return s;
     }
     StreamReader in(stream);
     uint8_t raw[kHeaderBytes];

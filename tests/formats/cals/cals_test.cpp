@@ -85,8 +85,6 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
         std::string text(file.begin() + long(r * 128), file.begin() + long(r * 128 + 128));
         EXPECT_EQ(text, want[r] + std::string(128 - want[r].size(), ' ')) << "record " << r + 1;
     }
-    EXPECT_EQ(std::string(file.begin() + 1033, file.begin() + 1046), "002544,003300");
-    EXPECT_EQ(std::string(file.begin() + 1161, file.begin() + 1165), "0300");
 
     const int32_t back = decode_mem(file);
     ASSERT_GE(back, 0);
@@ -102,14 +100,11 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
     ASSERT_GT(n, 2048);
     EXPECT_EQ(std::string(small.begin() + 1152, small.begin() + 1165), "rdensty: 0200");
     EXPECT_EQ(std::string(small.begin() + 1024, small.begin() + 1046), "rpelcnt: 000064,000016");
-}
-
-TEST(Cals, WriterRefusesDeepImagesAndReportsShortWrites) {
+    // Deep images are refused; a stream without room for the file is a write failure.
     EXPECT_EQ(save_status(8, 18), IMG_ERR_DEPTH);
-    int32_t n = 0;
-    const Handle h = page_handle(test_page(300, 40));
+    const Handle wide = page_handle(test_page(300, 40));
     for (uint32_t room : {100u, 1000u, 2047u, 2052u}) {
-        save_mem(h, 18, &n, room);
+        save_mem(wide, 18, &n, room);
         EXPECT_EQ(n, IMG_ERR_WRITE) << room;
     }
 }
@@ -133,14 +128,10 @@ TEST(Cals, DamagedHeadersAndData) {
         records[6] = "rtype: 1";
         return decode_mem(with_data(cals_header(records), corpus_g4()));
     };
-    EXPECT_EQ(decode_with("001728 002200"), IMG_ERR_BAD_IMAGE);  // no comma anywhere
-    EXPECT_EQ(decode_with("x1728,2200"), IMG_ERR_BAD_IMAGE);
-    EXPECT_EQ(decode_with(",2200"), IMG_ERR_BAD_IMAGE);
-    EXPECT_EQ(decode_with("1728,"), IMG_ERR_BAD_IMAGE);
-    EXPECT_EQ(decode_with("0,2200"), IMG_ERR_BAD_IMAGE);
-    EXPECT_EQ(decode_with("99999999,99999999"), IMG_ERR_BAD_IMAGE);
-    // The height's digits run to the end of the 30 bytes read.
-    EXPECT_EQ(decode_with("1," + std::string(19, '1')), IMG_ERR_BAD_IMAGE);
+    // No comma anywhere; the height's digits running to the end of the 30 bytes read.
+    for (const std::string& pel : std::vector<std::string>{"001728 002200", "x1728,2200", ",2200", "1728,", "0,2200",
+                                                           "99999999,99999999", "1," + std::string(19, '1')})
+        EXPECT_EQ(decode_with(pel), IMG_ERR_BAD_IMAGE) << pel;
 
     const Bytes good =
         with_data(cals_header(standard_records("001728,002200", "0200")), corpus_g4());

@@ -26,13 +26,6 @@ Bytes unframe(const Bytes& framed, std::vector<uint32_t>* sizes = nullptr) {
     return out;
 }
 
-std::string as_bits(const Bytes& bytes) {
-    std::string s;
-    for (uint8_t b : bytes)
-        for (int i = 7; i >= 0; --i) s += (b >> i) & 1 ? '1' : '0';
-    return s;
-}
-
 struct Framing {
     const char* name;
     bool g4;
@@ -122,9 +115,13 @@ TEST(CcittEncode, LibtiffReadsOurStreams) {
     }
 }
 
-// An all-white page of n rows is n V0 codes and EOFB; the last partial word
-// is written as two bytes when 8 or more of its bits are used.
-TEST(CcittEncode, WhitePageIsV0CodesAndEofb) {
+// Exact code layouts. Group 4: an all-white page of n rows is n V0 codes
+// and EOFB; the last partial word is written as two bytes when 8 or more of
+// its bits are used. Mode 3: EOL after 31 zero bits, rows each followed by
+// an EOL that ends on a 16-bit boundary, one more EOL at the end; a run of
+// 3,000 is make-up 2560, make-up 384, terminating 56; a height of 0 writes
+// nothing.
+TEST(CcittEncode, ExactCodeLayouts) {
     Bytes out;
     ASSERT_EQ(encode_page(out, blank_page(100, 16), false, 0, ccitt::kFrameG4, true), 0);
     EXPECT_EQ(out, (Bytes{0xFF, 0xFF, 0x00, 0x10, 0x01, 0x00}));
@@ -133,12 +130,6 @@ TEST(CcittEncode, WhitePageIsV0CodesAndEofb) {
     EXPECT_EQ(out, (Bytes{0xE0, 0x02, 0x00, 0x20}));
     ASSERT_EQ(encode_page(out, blank_page(100, 3), false, 0, ccitt::kFrameG4Ioca, true), 0);
     EXPECT_EQ(out, (Bytes{0xFE, 0x92, 0x00, 0x04, 0xE0, 0x02, 0x00, 0x20}));
-}
-
-// Mode 3 layout: EOL after 31 zero bits, rows each followed by an EOL that
-// ends on a 16-bit boundary, one more EOL at the end. A run of 3,000 is
-// make-up 2560, make-up 384, terminating 56. A height of 0 writes nothing.
-TEST(CcittEncode, G3LayoutAndLongRuns) {
     Page page = blank_page(3000, 2);
     page.set_black(0, 3000, 0);  // row 0 black, row 1 white
     const std::string row0 = "00110101" "000000011111" "000000110100" "000000101000";
@@ -152,7 +143,6 @@ TEST(CcittEncode, G3LayoutAndLongRuns) {
         while (aligned.size() % 8) aligned += '0';
     }
     expect += std::string(31, '0') + "1";
-    Bytes out;
     ASSERT_EQ(encode_page(out, page, false, 0, ccitt::kFrameG3, false), 0);
     EXPECT_EQ(as_bits(out), expect);
     ASSERT_EQ(encode_page(out, page, false, 0, ccitt::kFrameMhAligned, false), 0);
@@ -183,21 +173,6 @@ TEST(CcittEncode, BandsDecodeOnTheirOwn) {
     ASSERT_EQ(decode_bytes(bottom, p, d, page.height - cut, cut), 0);
     EXPECT_TRUE(d.each_row_once());
     EXPECT_EQ(page_difference(d.page, page), "");
-}
-
-// Mode 1: an EOL, a tag bit and a 1-D row, then an EOL, a tag bit and 2-D
-// rows without EOL. Built from a white MH row and a Group 4 band of the
-// following rows, which starts from a white reference row.
-TEST(CcittEncode, PlainTwoDimensionalMode) {
-    const Page& page = corpus_page();
-    for (uint32_t i = 0; i < page.stride; ++i) ASSERT_EQ(page.row(0)[i], 0xFF);
-    Bytes mh, g4;
-    ASSERT_EQ(encode_page(mh, page, false, 0, ccitt::kFrameMhAligned, false, 0, 1), 0);
-    ASSERT_EQ(encode_page(g4, page, false, 0, ccitt::kFrameG4, true, 1, int32_t(page.height - 1)), 0);
-    const Bytes data = bits_to_bytes("000000000001" "1" + as_bits(mh) + "000000000001" "0" + as_bits(g4));
-    Collector c(page.width, page.height);
-    ASSERT_EQ(decode_bytes(data, fax_params(page.width, page.height, ccitt::kModeMrPlain), c, page.height), 0);
-    EXPECT_EQ(page_difference(c.page, page), "");
 }
 
 // Rows far too busy for one code buffer (every pixel a run) still encode.

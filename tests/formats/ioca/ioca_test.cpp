@@ -3,6 +3,7 @@
 // libtiff's tiffcp at test time when it is there), in every framing; each
 // must decode to the corpus page. Pages, orientation, the ABIC parameters
 // and damaged files.
+#include "format_checks.h"
 #include "fax.h"
 #include "formats/ioca/ioca.h"
 
@@ -92,22 +93,6 @@ const Bytes& g4_data() {
     return data;
 }
 
-std::string as_bits(const Bytes& d) {
-    std::string s;
-    for (uint8_t b : d)
-        for (int i = 7; i >= 0; --i) s += (b >> i) & 1 ? '1' : '0';
-    return s;
-}
-// IBM MMR: an EOL, a 1 and the first row in one dimension, an EOL, a 0 and
-// the other rows in two dimensions with no EOL (the page's first row is
-// white, so Group 4 coding of rows 1... from a white reference fits).
-Bytes ibm_mmr() {
-    const Page& page = corpus_page();
-    Bytes mh, g4;
-    encode_page(mh, page, false, 0, ccitt::kFrameMhAligned, false, 0, 1);
-    encode_page(g4, page, false, 0, ccitt::kFrameG4, true, 1, int32_t(page.height - 1));
-    return bits_to_bytes("000000000001" "1" + as_bits(mh) + "000000000001" "0" + as_bits(g4));
-}
 // Uncompressed rows, 1 marking ink.
 Bytes ink_rows(const Page& page) {
     Bytes d;
@@ -131,7 +116,7 @@ TEST(Ioca, EveryCodingInEveryFramingGivesTheCorpusPage) {
         {"T.6, least significant bit first", {0x82, bit_reversed(g4_data()), kCorpusWidth, kCorpusHeight, 1, 1}},
         {"T.4 one-dimensional", {0x80, corpus_fax("g3")}},
         {"T.4 two-dimensional", {0x81, corpus_fax("g32d")}},
-        {"IBM MMR", {0x01, ibm_mmr()}},
+        {"IBM MMR", {0x01, plain_mmr(corpus_page())}},
         {"T.6 data marked IBM MMR", {0x01, g4_data()}},
         {"uncompressed", {0x03, ink_rows(corpus_page())}},
     };
@@ -223,11 +208,7 @@ TEST(Ioca, DamagedFilesFailCleanly) {
     missing[17] = 0x00;  // the begin-page field's record introducer lost
     Image huge{0x82, Bytes(10, 0), 60000, 60000};
     Image empty{0x82, {}};
-    const struct {
-        const char* name;
-        Bytes file;
-        int32_t status;
-    } cases[] = {
+    expect_statuses(ioca::decode, {
         {"structured field length below 8", lying, IMG_ERR_BAD_IMAGE},
         {"structured field past the end", Bytes{0x00, 0x40, 0xD3, 0xA8, 0xAF, 0, 0, 0, 1, 2}, IMG_ERR_READ},
         {"image data field past the end", chain, IMG_ERR_BAD_IMAGE},
@@ -239,9 +220,5 @@ TEST(Ioca, DamagedFilesFailCleanly) {
         {"2 bits per pixel", segment(Image{0x03, Bytes(32, 0), 32, 4, 2}), IMG_ERR_VARIANT},
         {"page larger than its data can be", segment(huge), IMG_ERR_BAD_IMAGE},
         {"no page at all", document({}, false), IMG_ERR_READ},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run_decoder(c.file).status, c.status);
-    }
+    });
 }

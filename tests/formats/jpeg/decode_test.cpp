@@ -1,10 +1,8 @@
 // JPEG decoding: files made by peer encoders against djpeg, refusals,
 // header fields and the decoder contract. (The corpus' JPEG pages are held
 // against their references by the conformance suite.)
-#include <atomic>
-#include <thread>
-
 #include "core/settings.h"
+#include "format_checks.h"
 #include "jpeg_reference.h"
 #include "jpeg_test.h"
 
@@ -82,17 +80,6 @@ bool same_pixels(const Bytes& a, const Bytes& b) {
 }
 
 }  // namespace
-
-TEST(JpegDecode, RefusesArithmeticLosslessAndTwelveBitFrames) {
-    for (const char* name : {"corpus/jpeg/arithmetic.jpg", "corpus/suites/jpeg/testimgari.jpg",
-                             "jpeg/lossless.jpg", "jpeg/twelve-bit.jpg"}) {
-        SCOPED_TRACE(name);
-        Decoded d;
-        EXPECT_EQ(jpeg_decode_file(data_path(name), &d), IMG_ERR_UNSUPPORTED);
-        EXPECT_TRUE(d.order.empty());
-        EXPECT_TRUE(d.header.empty());  // refused before the header callback
-    }
-}
 
 TEST(JpegDecode, FindsStartOfImageWithinAThousandBytes) {
     const auto f = test_file("grey.jpg");
@@ -187,20 +174,6 @@ TEST(JpegDecode, BlackGreyImageDecodesToLevelOne) {
     tesslin_block_free(black);
 }
 
-TEST(JpegDecode, RestartMarkers) {
-    // A restart marker missing at its place: decoding goes on without the
-    // reset (the rows differ from the intact file but match the reference).
-    auto f = test_file("restart.jpg");
-    const size_t data = find_marker(f, 0xDA);
-    size_t rst = data;
-    while (!(f[rst] == 0xFF && f[rst + 1] >= 0xD0 && f[rst + 1] <= 0xD7)) ++rst;
-    auto g = f;
-    g.erase(g.begin() + long(rst), g.begin() + long(rst + 2));
-    Decoded a;
-    EXPECT_EQ(jpeg_decode_bytes(g, &a), 0);
-    EXPECT_EQ(a.order.size(), 74u);
-}
-
 TEST(JpegDecode, StripRestartsAndSharedTables) {
     // A stream with a restart marker after every MCU row, its markers and
     // DRI taken out, is what a whole-image JPEG spanning TIFF strips of 16
@@ -290,34 +263,6 @@ TEST(JpegDecode, CallbackContract) {
     EXPECT_EQ(rows, 0);
 }
 
-TEST(JpegDecode, CoefficientOutput) {
-    const auto f = test_file("420.jpg");
-    IMGLOW_set_jpeg_decompression(1);
-    Decoded d;
-    const int32_t r = jpeg_decode_bytes(f, &d);
-    IMGLOW_set_jpeg_decompression(0);
-    ASSERT_EQ(r, 0);
-    EXPECT_EQ(d.h().biBitCount, 96);
-    EXPECT_EQ(d.h().biWidth, 128);  // 113 rounded up to the 16-pixel MCU
-    EXPECT_EQ(d.h().biHeight, 80);
-    EXPECT_EQ(d.order.size(), 80u);
-    // Every 8 x 8 block of the luminance starts with its DC coefficient: a
-    // multiple of the DC quantisation step.
-    const int q0 = f[find_marker(f, 0xDB) + 5];
-    for (int by = 0; by < 10; ++by)
-        for (int bx = 0; bx < 16; ++bx) {
-            const int32_t dc = int32_t(load_le32(d.rows[size_t(by * 8)].data() + size_t(bx) * 8 * 12));
-            EXPECT_EQ(dc % q0, 0);
-        }
-    Decoded grey;
-    jpeg::DecodeOptions o;
-    o.coefficients = 1;
-    ASSERT_EQ(jpeg_decode_bytes(test_file("grey.jpg"), &grey, o), 0);
-    EXPECT_EQ(grey.h().biBitCount, 32);
-    EXPECT_EQ(grey.h().biWidth, 120);
-    EXPECT_EQ(grey.h().biHeight, 80);
-}
-
 TEST(JpegDecode, BadInputIsRefused) {
     const auto f = test_file("420.jpg");
     struct Patch {
@@ -348,6 +293,13 @@ TEST(JpegDecode, BadInputIsRefused) {
     // Nothing after the scan header.
     Decoded d;
     EXPECT_EQ(jpeg_decode_bytes(Bytes(f.begin(), f.begin() + long(find_marker(f, 0xDA) + 14)), &d), IMG_ERR_READ);
+    // Arithmetic coding, lossless and 12-bit frames: refused before the header callback.
+    for (const char* name : {"corpus/jpeg/arithmetic.jpg", "corpus/suites/jpeg/testimgari.jpg",
+                             "jpeg/lossless.jpg", "jpeg/twelve-bit.jpg"}) {
+        Decoded r;
+        EXPECT_EQ(jpeg_decode_file(data_path(name), &r), IMG_ERR_UNSUPPORTED) << name;
+        EXPECT_TRUE(r.header.empty() && r.order.empty()) << name;
+    }
 }
 
 TEST(JpegDecode, IccProfile) {
@@ -381,16 +333,13 @@ TEST(JpegDecode, ThreadsDecodeIndependently) {
     Decoded ra, rb;
     ASSERT_EQ(jpeg_decode_bytes(a, &ra), 0);
     ASSERT_EQ(jpeg_decode_bytes(b, &rb), 0);
-    std::vector<std::thread> threads;
-    std::atomic<int> bad{0};
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 20; ++i) {
-                Decoded d;
-                const auto& src = t % 2 ? b : a;
-                if (jpeg_decode_bytes(src, &d) != 0 || d.rows != (t % 2 ? rb : ra).rows) ++bad;
-            }
-        });
-    for (auto& t : threads) t.join();
-    EXPECT_EQ(bad.load(), 0);
+    const auto bad = on_threads(4, [&](size_t t) {
+        int wrong = 0;
+        for (int i = 0; i < 20; ++i) {
+            Decoded d;
+            wrong += jpeg_decode_bytes(t % 2 ? b : a, &d) != 0 || d.rows != (t % 2 ? rb : ra).rows;
+        }
+        return wrong;
+    });
+    EXPECT_EQ(bad, std::vector<int>(4, 0));
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "formats/pcx/pcx.h"
+#include "format_checks.h"
 #include "peer_decode.h"
 #include "test_util.h"
 
@@ -252,8 +253,7 @@ TEST(PcxRead, DamagedDataGivesItsStatus) {
     no_palette.bytes_per_line = 8;
     Bytes overfull = pcx_file(grey, {});
     overfull.insert(overfull.end(), {0xFF, 1});  // 63 bytes into a 4-byte line
-    struct Case { const char* what; Bytes file; int32_t status; size_t rows; };
-    const Case cases[] = {
+    expect_statuses(pcx::decode, {
         {"intact", good, 0, 3},
         {"header cut short", Bytes(good.begin(), good.begin() + 100), IMG_ERR_OPEN, 0},
         {"no data", Bytes(good.begin(), good.begin() + 128), IMG_ERR_READ, 0},
@@ -263,14 +263,7 @@ TEST(PcxRead, DamagedDataGivesItsStatus) {
         {"256 colours without a palette", pcx_file(no_palette, {{1, 2, 3, 4, 5, 6, 7, 8}}), IMG_ERR_READ, 0},
         {"2 bits per pixel", pcx_file(two_bits, {{1}}), IMG_ERR_UNSUPPORTED, 0},
         {"lines shorter than the width", pcx_file(narrow, {{1}}), IMG_ERR_BAD_IMAGE, 0},
-    };
-    for (const Case& c : cases) {
-        const Decoded d = read_pcx(c.file);
-        EXPECT_EQ(d.status, c.status) << c.what;
-        size_t rows = 0;
-        for (const Bytes& r : d.rows) rows += !r.empty();
-        EXPECT_EQ(rows, c.rows) << c.what;
-    }
+    });
     // DCX page tables: a second page, a third that is not there, one past
     // the file, one with bit 31 set, a wrong magic.
     Bytes dcx(16, 0);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "formats/psd/psd.h"
+#include "format_checks.h"
 #include "magick.h"
 
 using namespace tesslin;
@@ -157,11 +158,7 @@ TEST(PsdRead, DamagedFilesAreRefused) {
     store_be32(&indexed[26], 768);
     Bytes v2 = psd_file(3, 4, 2, 8, 3, 0, rgb);
     v2[5] = 2;
-    const struct {
-        const char* what;
-        Bytes file;
-        int32_t status;
-    } cases[] = {
+    expect_statuses(psd::decode, {
         {"short header", Bytes(rgb.begin(), rgb.begin() + 20), IMG_ERR_READ},
         {"57 channels", psd_file(57, 4, 2, 8, 3, 0, rgb), IMG_ERR_BAD_IMAGE},
         {"RGB with two channels", psd_file(2, 4, 2, 8, 3, 0, rgb), IMG_ERR_BAD_IMAGE},
@@ -178,11 +175,7 @@ TEST(PsdRead, DamagedFilesAreRefused) {
         {"version 2", v2, IMG_ERR_VARIANT},
         {"32-bit samples", psd_file(3, 4, 2, 32, 3, 0, rgb), IMG_ERR_DEPTH},
         {"16-bit bitmap", psd_file(1, 4, 2, 16, 0, 0, rgb), IMG_ERR_BAD_IMAGE},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(decode_with(psd::decode, c.file).status, c.status);
-    }
+    });
     // A PackBits control byte 0xFE repeats the next byte three times; an
     // all-zero bitmap is white.
     Decoded d = decode_with(psd::decode, psd_file(1, 3, 1, 8, 1, 1, {0, 2, 0xFE, 7}));

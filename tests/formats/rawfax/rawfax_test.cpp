@@ -2,9 +2,8 @@
 // streams and on streams written by netpbm, the raw writers (format codes
 // 33, 34, 52, 53) read back by netpbm and libtiff, and the height of 0 that
 // stops at the end of the page.
-#include <thread>
-
 #include "fax.h"
+#include "format_checks.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -101,29 +100,11 @@ TEST(FaxRaw, WritersProduceStreamsOtherToolsRead) {
     }
     EXPECT_EQ(out[0], bit_reversed(out[1]));
     EXPECT_EQ(out[2], bit_reversed(out[3]));
+    // Codes 33, 34 and 52 take bilevel images only (53 any depth: the pipeline's save tests).
+    for (int32_t code : {33, 34, 52}) EXPECT_EQ(save_status(8, code), IMG_ERR_DEPTH) << code;
     if (!have_tool("g3topbm")) GTEST_SKIP() << "netpbm is not installed";
     EXPECT_EQ(page_difference(g3topbm(out[1]), page), "");
     EXPECT_EQ(page_difference(g3topbm(out[0], "-reversebits"), page), "");
-}
-
-// Code 53 takes any depth (the save's run supply dithers to one bit); the
-// other raw codes only bilevel images.
-TEST(FaxRaw, DepthRules) {
-    const int32_t grey = make_handle(64, 8, 8, [](uint8_t* row, uint32_t n, int32_t r) {
-        for (uint32_t i = 0; i < n; ++i) row[i] = (i / 8 + uint32_t(r)) % 2 ? 255 : 0;
-    });
-    int32_t n = 0;
-    for (int32_t code : {33, 34, 52}) {
-        save_mem(grey, code, &n);
-        EXPECT_EQ(n, IMG_ERR_DEPTH) << code;
-    }
-    const Bytes g3 = save_mem(grey, 53, &n);
-    ASSERT_GT(n, 0);
-    Page want = blank_page(64, 8);
-    for (uint32_t y = 0; y < 8; ++y)
-        for (uint32_t x = y % 2 * 8; x < 64; x += 16) want.set_black(x, x + 8, y);
-    EXPECT_EQ(take_difference(fax_from_bytes(g3, 64, 8, 3, 1), want), "");
-    IMG_delete_bitmap(grey);
 }
 
 // ABIC modes go to the ABIC module: absent gives -37; present, its rows:
@@ -162,20 +143,15 @@ TEST(FaxRaw, AbicModesUseTheModule) {
 
 // Decodes and saves on several threads at once give the same results.
 TEST(FaxRaw, ThreadsDecodeAndSaveAlike) {
-    std::string result[4];
-    Bytes saved[4];
     corpus_fax("g3"), corpus_fax("g4"), corpus_page();  // read before the threads start
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            const int32_t h = fax_from_bytes(corpus_fax(t % 2 ? "g4" : "g3"), kCorpusWidth, 0, t % 2 ? 4 : 3, 1);
-            saved[t] = save_mem(h, 18);
-            result[t] = take_difference(h, corpus_page());
-        });
-    for (auto& th : threads) th.join();
-    for (int t = 0; t < 4; ++t) {
-        EXPECT_EQ(result[t], "") << t;
-        EXPECT_EQ(saved[t], saved[0]) << t;
+    const auto out = on_threads(4, [](size_t t) {
+        const int32_t h = fax_from_bytes(corpus_fax(t % 2 ? "g4" : "g3"), kCorpusWidth, 0, t % 2 ? 4 : 3, 1);
+        const Bytes saved = save_mem(h, 18);
+        return std::pair(take_difference(h, corpus_page()), saved);
+    });
+    for (const auto& [difference, saved] : out) {
+        EXPECT_EQ(difference, "");
+        EXPECT_EQ(saved, out[0].second);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "formats/sunraster/sunraster.h"
+#include "format_checks.h"
 #include "magick.h"
 
 using namespace tesslin;
@@ -127,11 +128,7 @@ TEST(SunRasterRead, ByteEncodingEscapesAndDamagedFiles) {
     magic[3] = 0x96;
     Bytes big_map = ras(3, 2, 8, 1, Bytes(8, 1), 1, Bytes(30, 1));
     store_be32(&big_map[28], 3000);
-    const struct {
-        const char* what;
-        Bytes file;
-        int32_t status;
-    } cases[] = {
+    expect_statuses(sunraster::decode, {
         {"short header", Bytes(magic.begin(), magic.begin() + 31), IMG_ERR_READ},
         {"wrong magic", magic, IMG_ERR_BAD_IMAGE},
         {"colour map larger than the file", big_map, IMG_ERR_READ},
@@ -140,11 +137,7 @@ TEST(SunRasterRead, ByteEncodingEscapesAndDamagedFiles) {
         {"encoded size no data can reach", ras(20000, 20000, 8, 2, {0x80, 255, 1}), IMG_ERR_BAD_IMAGE},
         {"depth 7", ras(3, 2, 7, 1, Bytes(8, 1)), IMG_ERR_BAD_IMAGE},
         {"zero height", ras(3, 0, 8, 1, Bytes(8, 1)), IMG_ERR_BAD_IMAGE},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(decode_with(sunraster::decode, c.file).status, c.status);
-    }
+    });
 }
 
 TEST(SunRasterWrite, ImageMagickAndPillowReadBackWhatWeWrite) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "formats/targa/targa.h"
+#include "format_checks.h"
 #include "magick.h"
 
 using namespace tesslin;
@@ -84,11 +85,7 @@ TEST(TargaRead, DamagedFilesAreRefused) {
     const Bytes rows(3 * 4 * 2, 7);
     Bytes mapped = tga_file(1, 8, 4, 2, Bytes(8, 1));
     mapped[1] = 1, mapped[6] = 1, mapped[7] = 24;  // 256 map entries, 8 bytes of data
-    const struct {
-        const char* what;
-        Bytes file;
-        int32_t status;
-    } cases[] = {
+    expect_statuses(targa::decode, {
         {"short header", Bytes(rows.begin(), rows.begin() + 12), IMG_ERR_READ},
         {"rows cut short", tga_file(2, 24, 4, 2, Bytes(rows.begin(), rows.end() - 1)), IMG_ERR_READ},
         {"run-length data cut short", tga_file(10, 24, 4, 2, {0x83, 1, 2, 3, 0x02, 1}), IMG_ERR_READ},
@@ -99,11 +96,7 @@ TEST(TargaRead, DamagedFilesAreRefused) {
         {"depth 7", tga_file(2, 7, 4, 2, rows), IMG_ERR_BAD_IMAGE},
         {"zero width", tga_file(2, 24, 0, 2, rows), IMG_ERR_BAD_IMAGE},
         {"image type 33", tga_file(33, 8, 4, 2, rows), IMG_ERR_VARIANT},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(decode_with(targa::decode, c.file).status, c.status);
-    }
+    });
 }
 
 TEST(TargaWrite, ImageMagickReadsBackWhatWeWrite) {

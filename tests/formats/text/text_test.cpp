@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
+#include "fax.h"
 #include "formats/text/text.h"
-#include "test_util.h"
 
 using namespace tesslin;
 using namespace tesslin::test;
@@ -108,13 +108,7 @@ TEST(Text, PagesOfTheDefaultLetterPage) {
     // tesseract reads the words back in order.
     if (!have_tool("tesseract")) GTEST_SKIP() << "tesseract missing";
     const Scratch pbm("page1.pbm");
-    std::string head = "P4\n1700 2200\n";
-    Bytes data(head.begin(), head.end());
-    for (int32_t y = 0; y < 2200; ++y) {
-        Bytes row = get_row(h, y);
-        for (size_t i = 0; i < 1700 / 8 + 1; ++i) data.push_back(uint8_t(~row[i]));  // P4: 1 is black
-    }
-    write_file(pbm, data);
+    write_file(pbm, pbm_bytes(handle_page(h)));
     std::string said;
     ASSERT_TRUE(run("OMP_THREAD_LIMIT=1 tesseract '" + pbm.path + "' stdout --dpi 200 --psm 6 2>/dev/null", &said));
     std::vector<std::string> read_back;

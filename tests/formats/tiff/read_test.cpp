@@ -10,8 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <thread>
-
+#include "format_checks.h"
 #include "tiff_test.h"
 
 using namespace tesslin;
@@ -146,72 +145,31 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
             EXPECT_EQ(d.palette()[1].rgbRed, 255);
         }
     }
-    // Resolution in dots per inch.
-    const Decoded g4 = decode_file(kCorpus + "/doc/g4.tif");
-    EXPECT_EQ(g4.h().biXPelsPerMeter, 200);
-    EXPECT_EQ(g4.h().biYPelsPerMeter, 200);
-}
-
-// Pages of a big-endian multi-page file: each page is its own directory;
-// a page beyond the chain is -11.
-TEST(TiffRead, PagesOfAMultiPageFile) {
-    const auto file = read_file(kCorpus + "/doc/multipage-g4-bigendian.tif");
-    EXPECT_EQ(decode(file, 0x80000002u).status, 0);
-    EXPECT_EQ(decode(file, 0x80000003u).status, IMG_ERR_NO_PAGE);
-    EXPECT_EQ(decode(file, 0x80000009u).status, IMG_ERR_NO_PAGE);
-    const std::string path = kCorpus + "/doc/multipage-g4-bigendian.tif";
-    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
-    EXPECT_EQ(handle_of(path, 3), IMG_ERR_NO_PAGE);
-}
-
-// A Group 4 fax page whose ImageLength is missing: width 1728 gives the
-// standard 1045 rows.
-TEST(TiffRead, FaxPageWithoutLengthHasTheStandardHeight) {
-    Bytes f = read_file(kCorpus + "/doc/g4.tif");
-    const size_t at = tiff_field(f, 257);
-    ASSERT_GT(at, 0u);
-    store_le16(&f[at - 8], 0x7FFF);  // some private tag number instead of ImageLength
-    const Decoded d = decode(f);
-    ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(d.height(), 1045);
-    EXPECT_TRUE(d.complete());
 }
 
 // WhiteIsZero Group 4 data arrives as it is coded; the same data marked
 // BlackIsZero arrives with every row inverted; both with black, white.
-TEST(TiffRead, PhotometricOfFaxData) {
+// Without ImageLength, width 1728 gives the standard 1045 rows.
+TEST(TiffRead, FaxPageFields) {
     Bytes f = read_file(kCorpus + "/doc/g4.tif");
     const Decoded white = decode(f);
     store_le16(&f[tiff_field(f, 262)], 1);
     const Decoded black = decode(f);
     ASSERT_EQ(white.status, 0);
     ASSERT_EQ(black.status, 0);
+    EXPECT_EQ(white.h().biXPelsPerMeter, 200);  // dots per inch
+    EXPECT_EQ(white.h().biYPelsPerMeter, 200);
     EXPECT_EQ(black.palette()[0].rgbRed, 0);
     for (int y : {0, 700, 1500}) {
         const auto& a = white.rows[size_t(y)];
         const auto& b = black.rows[size_t(y)];
         for (size_t i = 0; i < 1728 / 8; ++i) ASSERT_EQ(uint8_t(~a[i]), b[i]) << y;
     }
-}
-
-// Resolution 200 per centimetre is reported as 508 dots per inch.
-TEST(TiffRead, CentimetreResolution) {
-    TiffBuilder b;
-    const uint32_t strip = b.add_data(Bytes(4, 0x55));
-    b.add_long(256, 8);
-    b.add_long(257, 4);
-    b.add_short(259, 1);
-    b.add_short(262, 1);
-    b.add_long(273, strip);
-    b.add_long(279, 4);
-    b.add_rational(282, 200, 1);
-    b.add_rational(283, 400, 2);
-    b.add_short(296, 3);
-    b.set_first(b.finish_directory());
-    const Decoded d = decode(b.bytes);
+    store_le16(&f[tiff_field(f, 257) - 8], 0x7FFF);  // some private tag number instead of ImageLength
+    const Decoded d = decode(f);
     ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(d.h().biXPelsPerMeter, 508);
-    EXPECT_EQ(d.h().biYPelsPerMeter, 508);
+    EXPECT_EQ(d.height(), 1045);
+    EXPECT_TRUE(d.complete());
 }
 
 // A tiled page decoded with tile index 5 delivers tile 5 alone, sized as a
@@ -265,6 +223,10 @@ TEST(TiffRead, TagQueries) {
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 2), 0);
     EXPECT_EQ(value, 2200);
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 3), IMG_ERR_NO_PAGE);
+    // Pages beyond the directory chain (the pages on it: the conformance suite).
+    EXPECT_EQ(decode_file(multi, 0x80000003u).status, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(decode_file(multi, 0x80000009u).status, IMG_ERR_NO_PAGE);
+    EXPECT_EQ(handle_of(multi, 3), IMG_ERR_NO_PAGE);
     const std::string png = kCorpus + "/png/rgb.png";
     EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, png.c_str(), nullptr), IMG_ERR_UNSUPPORTED);
     const int fd = open(multi.c_str(), O_RDONLY);
@@ -359,7 +321,6 @@ TEST(TiffRead, ChannelMode) {
 // Our writer's page index: page p's directory is found at 20 + 4p without
 // walking the chain (here the chain is cut to prove it).
 TEST(TiffRead, PageIndexIsFollowed) {
-    Bytes one = read_file(kCorpus + "/tone/grey-none.tif");
     TiffBuilder b;
     b.bytes.resize(20 + 4 * 4, 0);
     std::memcpy(&b.bytes[8], "Tesslin", 8);
@@ -470,38 +431,29 @@ TEST(TiffRead, LzwStripWithABadCodeDoesNotStopThePage) {
 // to what the JPEG decoder makes of the file itself.
 TEST(TiffRead, OldStyleJpeg) {
     const Bytes jpg = read_file(kCorpus + "/jpeg/420.jpg");
+    // cjpeg writes one table a segment.
     std::map<int, Bytes> quant, huff;  // by table id; huff: class * 4 + id
-    int width = 0, height = 0, h1 = 1, v1 = 1;
-    int tq[3] = {}, td[3] = {}, ta[3] = {};
-    size_t data = 0, pos = 2;
-    while (pos + 4 <= jpg.size() && !data) {
+    int width = 0, height = 0, h1 = 1, v1 = 1, tq[3] = {}, td[3] = {}, ta[3] = {};
+    size_t data = 0;
+    for (size_t pos = 2; pos + 4 <= jpg.size() && !data;) {
         const int marker = jpg[pos + 1];
         const size_t len = load_be16(&jpg[pos + 2]);
         const uint8_t* seg = &jpg[pos + 4];
-        if (marker == 0xDB) {
-            for (size_t i = 0; i + 65 <= len - 2; i += 65)
-                quant[seg[i] & 15].assign(seg + i + 1, seg + i + 65);
-        } else if (marker == 0xC4) {
-            for (size_t i = 0; i < len - 2;) {
-                size_t total = 0;
-                for (int k = 0; k < 16; ++k) total += seg[i + 1 + k];
-                huff[(seg[i] >> 4) * 4 + (seg[i] & 15)].assign(seg + i + 1, seg + i + 17 + total);
-                i += 17 + total;
-            }
-        } else if (marker == 0xC0) {
+        if (marker == 0xDB) quant[seg[0] & 15].assign(seg + 1, seg + 65);
+        if (marker == 0xC4) huff[(seg[0] >> 4) * 4 + (seg[0] & 15)].assign(seg + 1, seg + len - 2);
+        if (marker == 0xC0) {
             height = load_be16(seg + 1);
             width = load_be16(seg + 3);
             h1 = seg[7] >> 4;
             v1 = seg[7] & 15;
-            for (int c = 0; c < 3; ++c) tq[c] = seg[8 + 3 * c];
-        } else if (marker == 0xDA) {
-            for (int c = 0; c < 3; ++c) {
-                td[c] = seg[2 + 2 * c] >> 4;
-                ta[c] = seg[2 + 2 * c] & 15;
-            }
-            data = pos + 2 + len;
+        }
+        for (int c = 0; c < 3 && marker == 0xC0; ++c) tq[c] = seg[8 + 3 * c];
+        for (int c = 0; c < 3 && marker == 0xDA; ++c) {
+            td[c] = seg[2 + 2 * c] >> 4;
+            ta[c] = seg[2 + 2 * c] & 15;
         }
         pos += 2 + len;
+        if (marker == 0xDA) data = pos;
     }
     ASSERT_GT(data, 0u);
     ASSERT_EQ(jpg[jpg.size() - 2], 0xFF);
@@ -543,17 +495,9 @@ TEST(TiffRead, ThreadsDecodeAlike) {
     const std::vector<std::string> files = {"tone/rgb-lzw.tif", "doc/g4-strips.tif",
                                             "tone/rgb-jpeg.tif", "doc/jbig.tif",
                                             "tone/rgb-deflate.tif", "tone/palette8.tif"};
-    std::vector<Decoded> one;
-    for (const auto& f : files) one.push_back(decode_file(kCorpus + "/" + f));
-    std::vector<std::thread> threads;
-    std::vector<int> same(files.size() * 3, 0);
-    for (size_t t = 0; t < same.size(); ++t)
-        threads.emplace_back([&, t] {
-            const Decoded d = decode_file(kCorpus + "/" + files[t % files.size()]);
-            same[t] = d.status == 0 && d.rows == one[t % files.size()].rows;
-        });
-    for (auto& t : threads) t.join();
-    for (size_t t = 0; t < same.size(); ++t) EXPECT_TRUE(same[t]) << files[t % files.size()];
+    auto rows = [&](size_t i) { return decode_file(kCorpus + "/" + files[i % files.size()]).rows; };
+    const auto many = on_threads(files.size() * 3, rows);
+    for (size_t t = 0; t < many.size(); ++t) EXPECT_EQ(many[t], rows(t)) << files[t % files.size()];
 }
 
 namespace {
@@ -620,13 +564,14 @@ TEST(TiffRead, SampleLayouts) {
     EXPECT_EQ(d.palette()[1].rgbRed, 200);
     EXPECT_EQ(d.palette()[1].rgbGreen, 100);
     EXPECT_EQ(d.palette()[1].rgbBlue, 50);
-}
-
-// PackBits runs may run past the end of a row into the next one.
-TEST(TiffRead, PackBitsRunAcrossRows) {
-    Bytes f = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
-    store_le16(&f[tiff_field(f, 259)], 32773);
-    const Decoded d = decode(f);
+    // Resolution 200 per centimetre is reported as 508 dots per inch.
+    d = decode(page_of(8, 1, {1}, 1, {0x55}, false, {{282, {200, 1}}, {283, {400, 2}}, {296, {3}}}));
+    EXPECT_EQ(d.h().biXPelsPerMeter, 508);
+    EXPECT_EQ(d.h().biYPelsPerMeter, 508);
+    // PackBits runs may run past the end of a row into the next one.
+    Bytes packbits = page_of(4, 2, {8}, 1, {uint8_t(257 - 8), 77});
+    store_le16(&packbits[tiff_field(packbits, 259)], 32773);
+    d = decode(packbits);
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.rows[0][3], 77);
     EXPECT_EQ(d.rows[1][0], 77);

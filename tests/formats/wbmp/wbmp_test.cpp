@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "formats/wbmp/wbmp.h"
+#include "format_checks.h"
 #include "magick.h"
 
 using namespace tesslin;
@@ -33,21 +34,13 @@ TEST(WbmpRead, ImageMagickFilesDecodeAsItShowsThem) {
 }
 
 TEST(WbmpRead, DamagedFilesAreRefused) {
-    const struct {
-        const char* what;
-        Bytes file;
-        int32_t status;
-    } cases[] = {
+    expect_statuses(wbmp::decode, {
         {"header cut short", {0, 0, 0x81}, IMG_ERR_READ},
         {"rows cut short", {0, 0, 16, 3, 1, 2, 3, 4, 5}, IMG_ERR_READ},
         {"six-byte width", {0, 0, 0x81, 0x81, 0x81, 0x81, 0x81, 1, 1, 0}, IMG_ERR_BAD_IMAGE},
         {"zero width", {0, 0, 0, 1, 0}, IMG_ERR_BAD_IMAGE},
         {"height beyond the file", {0, 0, 8, 0x87, 0xFF, 0xFF, 0x7F, 0}, IMG_ERR_READ},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(decode_with(wbmp::decode, c.file).status, c.status);
-    }
+    });
 }
 
 // Width 200 is 0x81 0x48; 100 the single byte 0x64. ImageMagick reads

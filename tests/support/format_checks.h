@@ -1,0 +1,44 @@
+// Checks the format tests share: a table of damaged files and the status
+// each must give, and jobs run on several threads at once.
+#pragma once
+
+#include <initializer_list>
+#include <thread>
+#include <vector>
+
+#include "test_util.h"
+
+namespace tesslin::test {
+
+// A file and the status its decode must give; rows >= 0 also counts the
+// rows delivered before the status.
+struct StatusCase {
+    const char* what;
+    Bytes file;
+    int32_t status;
+    int rows = -1;
+};
+template <typename DecodeFn>
+void expect_statuses(DecodeFn decoder, std::initializer_list<StatusCase> cases) {
+    for (const StatusCase& c : cases) {
+        const Decoded d = decode_with(decoder, c.file);
+        EXPECT_EQ(d.status, c.status) << c.what;
+        if (c.rows < 0) continue;
+        int rows = 0;
+        for (const Bytes& r : d.rows) rows += !r.empty();
+        EXPECT_EQ(rows, c.rows) << c.what;
+    }
+}
+
+// job(i) for i in [0, jobs), each on a thread of its own, all at once; the
+// results in order.
+template <typename Job>
+auto on_threads(size_t jobs, Job job) {
+    std::vector<decltype(job(size_t(0)))> out(jobs);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < jobs; ++i) threads.emplace_back([&, i] { out[i] = job(i); });
+    for (auto& t : threads) t.join();
+    return out;
+}
+
+}  // namespace tesslin::test
