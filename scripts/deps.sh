@@ -9,7 +9,7 @@ packages=(
   zlib1g-dev libjbig-dev libfreetype-dev libfontconfig1-dev fonts-liberation
   libgtest-dev libgmock-dev libbenchmark-dev
   # plug-in modules and the scanning bridge (each skipped when its library is missing)
-  libpoppler-cpp-dev libopenjp2-7-dev libsane-dev
+  libpoppler-cpp-dev libpoppler-private-dev libopenjp2-7-dev libsane-dev
   # independent tools the tests compare against
   libtiff-tools python3-pil python3-numpy python3-pytest python3-pydicom pngcheck
   libjpeg-turbo-progs poppler-utils qpdf ghostscript netpbm imagemagick giflib-tools

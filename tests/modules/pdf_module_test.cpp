@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <thread>
+#include <vector>
 
 #include "module_test_util.h"
 
@@ -89,6 +91,103 @@ TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
     IMGLOW_set_pdf_input(0, 0);
 }
 
+TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    // A 2000x2000 page at 300 dpi with one 333x211 1-bit image placed three
+    // times: pixel for pixel at an odd offset, inverted by its decode array,
+    // and scaled by 4 (drawn by the renderer, each sample a 4x4 block).
+    constexpr int w = 333, h = 211, side = 2000;
+    const auto sample = [](int x, int y) { return ((x * x + 3 * y * y) / 97 + x / 13) & 1; };
+    std::string ps = "%!PS\n<< /PageSize [480 480] >> setpagedevice\n/DeviceGray setcolorspace\n/data <";
+    for (int y = 0; y < h; ++y)
+        for (int x0 = 0; x0 < w; x0 += 8) {
+            int byte = 0;
+            for (int x = x0; x < x0 + 8; ++x) byte = byte << 1 | (x < w ? sample(x, y) : 0);
+            char hex[3];
+            std::snprintf(hex, sizeof hex, "%02x", byte);
+            ps += hex;
+        }
+    ps += "> def\n";
+    const struct {
+        int left, top, scale;
+        bool invert;
+    } places[] = {{101, 57, 1, false}, {517, 400, 1, true}, {300, 1000, 4, false}};
+    for (const auto& p : places) {
+        char line[400];
+        std::snprintf(line, sizeof line,
+                      "gsave %.2f %.2f translate %.2f %.2f scale << /ImageType 1 /Width %d /Height %d "
+                      "/BitsPerComponent 1 /Decode %s /ImageMatrix [%d 0 0 -%d 0 %d] /DataSource data >> "
+                      "image grestore\n",
+                      p.left * 0.24, (side - p.top - h * p.scale) * 0.24, w * p.scale * 0.24,
+                      h * p.scale * 0.24, w, h, p.invert ? "[1 0]" : "[0 1]", w, h, h);
+        ps += line;
+    }
+    ps += "showpage\n";
+    const std::string src = temp_path("modules_images.ps"), pdf = temp_path("modules_images.pdf");
+    write_file(src, Bytes(ps.begin(), ps.end()));
+    ASSERT_TRUE(run("ps2pdf '" + src + "' '" + pdf + "'"));
+    Raster want{side, side, 1, Bytes(size_t(side) * side, 255)};
+    for (const auto& p : places)
+        for (int y = 0; y < h * p.scale; ++y)
+            for (int x = 0; x < w * p.scale; ++x)
+                want.px[size_t(p.top + y) * side + size_t(p.left + x)] =
+                    (sample(x / p.scale, y / p.scale) != p.invert) ? 255 : 0;
+
+    ASSERT_EQ(IMGLOW_set_pdf_input(300, 1), 0);
+    const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+    ASSERT_GE(page, 0);
+    const Raster got = handle_raster(page);
+    const size_t differ = count_differences(got, want, 1);
+    ASSERT_NE(differ, size_t(-1));
+    std::cout << "[ figure   ] placed images: " << 100.0 * (1.0 - double(differ) / (double(side) * side))
+              << " % of pixels equal\n";
+    // The scaled copy may be a pixel off along a seam (the renderer's
+    // rounding); the pixel-for-pixel ones come back exactly.
+    EXPECT_LE(differ, size_t(side) * side / 1000);
+    for (const auto& p : places) {
+        if (p.scale != 1) continue;
+        size_t inside = 0;
+        for (int y = p.top; y < p.top + h; ++y)
+            for (int x = p.left; x < p.left + w; ++x) inside += got.at(x, y)[0] != want.at(x, y)[0];
+        EXPECT_EQ(inside, 0u) << p.left;
+    }
+    IMG_delete_bitmap(page);
+    IMGLOW_set_pdf_input(0, 0);
+    fs::remove(src);
+    fs::remove(pdf);
+}
+
+TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    // Four 1-inch squares of grey on a 4x1-inch page, rendered at 100 dpi:
+    // each comes back solid, black below half grey and white above.
+    const double greys[] = {0.2, 0.45, 0.55, 0.8};
+    std::string ps = "%!PS\n<< /PageSize [288 72] >> setpagedevice\n";
+    for (int i = 0; i < 4; ++i)
+        ps += std::to_string(greys[i]) + " setgray " + std::to_string(72 * i) + " 0 72 72 rectfill\n";
+    ps += "showpage\n";
+    const std::string src = temp_path("modules_greys.ps"), pdf = temp_path("modules_greys.pdf");
+    write_file(src, Bytes(ps.begin(), ps.end()));
+    ASSERT_TRUE(run("ps2pdf '" + src + "' '" + pdf + "'"));
+    ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
+    const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+    ASSERT_GE(page, 0);
+    const Raster got = handle_raster(page);
+    ASSERT_EQ(got.width, 400);
+    for (int i = 0; i < 4; ++i) {
+        size_t wrong = 0;
+        for (int y = 5; y < 95; ++y)
+            for (int x = 100 * i + 5; x < 100 * i + 95; ++x) wrong += got.at(x, y)[0] != (greys[i] < 0.5 ? 0 : 255);
+        EXPECT_EQ(wrong, 0u) << greys[i];
+    }
+    IMG_delete_bitmap(page);
+    IMGLOW_set_pdf_input(0, 0);
+    fs::remove(src);
+    fs::remove(pdf);
+}
+
 TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
     REQUIRE_MODULE("pdfmod");
     REQUIRE_TOOL("pdftoppm");
@@ -124,6 +223,37 @@ TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
     }
     // The whole-file decode goes through the stream module at the setting.
     EXPECT_EQ(info_of(Handle(IMG_decompress_bitmap(pdf.c_str()))).biWidth, 827);  // A4, 595 pt at 100 dpi
+    IMGLOW_set_pdf_input(0, 0);
+}
+
+TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
+    REQUIRE_MODULE("pdfmod");
+    REQUIRE_TOOL("ps2pdf");
+    // Threads decoding the pages of one file at once share the module's kept
+    // document without sharing it at the same time: every page comes back as
+    // it does alone.
+    const std::string pdf = vector_pdf();
+    ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
+    std::vector<Raster> alone;
+    for (int p = 0; p < 2; ++p) {
+        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        ASSERT_GE(h, 0);
+        alone.push_back(handle_raster(h));
+        IMG_delete_bitmap(h);
+    }
+    std::vector<size_t> differ(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 6; ++i) {
+                const int p = (t + i) % 2;
+                const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+                differ[size_t(t)] += h < 0 ? 1 : count_differences(handle_raster(h), alone[size_t(p)], 1);
+                if (h >= 0) IMG_delete_bitmap(h);
+            }
+        });
+    for (auto& t : threads) t.join();
+    for (int t = 0; t < 4; ++t) EXPECT_EQ(differ[size_t(t)], 0u) << t;
     IMGLOW_set_pdf_input(0, 0);
 }
 
