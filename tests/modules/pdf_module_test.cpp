@@ -52,6 +52,15 @@ std::string collapse_spaces(const std::string& s) {
 
 class PdfModule : public ModuleTest {};
 
+// Pixels of the w x h box at (x0, y0) whose first sample is not want(x, y).
+template <typename Want>
+size_t wrong_in(const Raster& got, int x0, int y0, int w, int h, Want want) {
+    size_t wrong = 0;
+    for (int y = y0; y < y0 + h; ++y)
+        for (int x = x0; x < x0 + w; ++x) wrong += got.at(x, y)[0] != want(x, y);
+    return wrong;
+}
+
 }  // namespace
 
 TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
@@ -147,10 +156,8 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
     EXPECT_LE(differ, size_t(side) * side / 1000);
     for (const auto& p : places) {
         if (p.scale != 1) continue;
-        size_t inside = 0;
-        for (int y = p.top; y < p.top + h; ++y)
-            for (int x = p.left; x < p.left + w; ++x) inside += got.at(x, y)[0] != want.at(x, y)[0];
-        EXPECT_EQ(inside, 0u) << p.left;
+        EXPECT_EQ(wrong_in(got, p.left, p.top, w, h, [&](int x, int y) { return want.at(x, y)[0]; }), 0u)
+            << p.left;
     }
     IMG_delete_bitmap(page);
     IMGLOW_set_pdf_input(0, 0);
@@ -177,10 +184,8 @@ TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
     const Raster got = handle_raster(page);
     ASSERT_EQ(got.width, 400);
     for (int i = 0; i < 4; ++i) {
-        size_t wrong = 0;
-        for (int y = 5; y < 95; ++y)
-            for (int x = 100 * i + 5; x < 100 * i + 95; ++x) wrong += got.at(x, y)[0] != (greys[i] < 0.5 ? 0 : 255);
-        EXPECT_EQ(wrong, 0u) << greys[i];
+        const uint8_t level = greys[i] < 0.5 ? 0 : 255;
+        EXPECT_EQ(wrong_in(got, 100 * i + 5, 5, 90, 90, [=](int, int) { return level; }), 0u) << greys[i];
     }
     IMG_delete_bitmap(page);
     IMGLOW_set_pdf_input(0, 0);
