@@ -52,6 +52,23 @@ std::string collapse_spaces(const std::string& s) {
 
 class PdfModule : public ModuleTest {};
 
+// The 1-bit page a PostScript program draws, through ps2pdf and the module
+// at `dpi`; an empty raster when a step fails.
+Raster render_ps(const std::string& ps, const std::string& name, int dpi) {
+    const std::string src = temp_path(name + ".ps"), pdf = temp_path(name + ".pdf");
+    write_file(src, Bytes(ps.begin(), ps.end()));
+    Raster got{};
+    if (run("ps2pdf '" + src + "' '" + pdf + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
+        const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+        if (page >= 0) got = handle_raster(page);
+        if (page >= 0) IMG_delete_bitmap(page);
+    }
+    IMGLOW_set_pdf_input(0, 0);
+    fs::remove(src);
+    fs::remove(pdf);
+    return got;
+}
+
 // Pixels of the w x h box at (x0, y0) whose first sample is not want(x, y).
 template <typename Want>
 size_t wrong_in(const Raster& got, int x0, int y0, int w, int h, Want want) {
@@ -133,20 +150,14 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
         ps += line;
     }
     ps += "showpage\n";
-    const std::string src = temp_path("modules_images.ps"), pdf = temp_path("modules_images.pdf");
-    write_file(src, Bytes(ps.begin(), ps.end()));
-    ASSERT_TRUE(run("ps2pdf '" + src + "' '" + pdf + "'"));
     Raster want{side, side, 1, Bytes(size_t(side) * side, 255)};
     for (const auto& p : places)
         for (int y = 0; y < h * p.scale; ++y)
             for (int x = 0; x < w * p.scale; ++x)
                 want.px[size_t(p.top + y) * side + size_t(p.left + x)] =
                     (sample(x / p.scale, y / p.scale) != p.invert) ? 255 : 0;
-
-    ASSERT_EQ(IMGLOW_set_pdf_input(300, 1), 0);
-    const int32_t page = IMG_decompress_bitmap(pdf.c_str());
-    ASSERT_GE(page, 0);
-    const Raster got = handle_raster(page);
+    const Raster got = render_ps(ps, "modules_images", 300);
+    ASSERT_EQ(got.width, side);
     const size_t differ = count_differences(got, want, 1);
     ASSERT_NE(differ, size_t(-1));
     std::cout << "[ figure   ] placed images: " << 100.0 * (1.0 - double(differ) / (double(side) * side))
@@ -159,10 +170,6 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
         EXPECT_EQ(wrong_in(got, p.left, p.top, w, h, [&](int x, int y) { return want.at(x, y)[0]; }), 0u)
             << p.left;
     }
-    IMG_delete_bitmap(page);
-    IMGLOW_set_pdf_input(0, 0);
-    fs::remove(src);
-    fs::remove(pdf);
 }
 
 TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
@@ -175,22 +182,12 @@ TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
     for (int i = 0; i < 4; ++i)
         ps += std::to_string(greys[i]) + " setgray " + std::to_string(72 * i) + " 0 72 72 rectfill\n";
     ps += "showpage\n";
-    const std::string src = temp_path("modules_greys.ps"), pdf = temp_path("modules_greys.pdf");
-    write_file(src, Bytes(ps.begin(), ps.end()));
-    ASSERT_TRUE(run("ps2pdf '" + src + "' '" + pdf + "'"));
-    ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
-    const int32_t page = IMG_decompress_bitmap(pdf.c_str());
-    ASSERT_GE(page, 0);
-    const Raster got = handle_raster(page);
+    const Raster got = render_ps(ps, "modules_greys", 100);
     ASSERT_EQ(got.width, 400);
     for (int i = 0; i < 4; ++i) {
         const uint8_t level = greys[i] < 0.5 ? 0 : 255;
         EXPECT_EQ(wrong_in(got, 100 * i + 5, 5, 90, 90, [=](int, int) { return level; }), 0u) << greys[i];
     }
-    IMG_delete_bitmap(page);
-    IMGLOW_set_pdf_input(0, 0);
-    fs::remove(src);
-    fs::remove(pdf);
 }
 
 TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
