@@ -12,10 +12,7 @@ extern const char* const autocrop_help =
     "  --page N, --all-pages, --format NAME, --quality Q, --quiet  as in convert\n";
 
 int run_autocrop(int argc, char** argv) {
-    PageJob job;
-    job.command = "autocrop";
-    job.action = "crop";
-    job.doing = "cropping";
+    PageJob job("autocrop", "crop", "cropping");
     int32_t margin = 0;
     const auto own = [&](Args& a) {
         return number_option(a, "--margin", &margin, 0, INT32_MAX, "--margin needs a number of pixels from 0");

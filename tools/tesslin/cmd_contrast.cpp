@@ -1,7 +1,4 @@
 // tesslin contrast: contrast and brightness of pages.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -18,10 +15,7 @@ extern const char* const contrast_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_contrast(int argc, char** argv) {
-    PageJob job;
-    job.command = "contrast";
-    job.action = "adjust";
-    job.doing = "adjusting";
+    PageJob job("contrast", "adjust", "adjusting");
     int32_t contrast = 0, brightness = 0;
     const auto own = [&](Args& a) {
         const Taken t = number_option(a, "--contrast", &contrast, -127, 255, "--contrast needs a number from -127 to 255");

@@ -16,10 +16,7 @@ extern const char* const deskew_help =
     "  --page N, --all-pages, --format NAME, --quality Q, --quiet  as in convert\n";
 
 int run_deskew(int argc, char** argv) {
-    PageJob job;
-    job.command = "deskew";
-    job.action = "deskew";
-    job.doing = "deskewing";
+    PageJob job("deskew", "deskew", "deskewing");
     int32_t lo = -10, hi = 10;
     const auto own = [&](Args& a) {
         if (!a.is("--range")) return Taken::kNo;

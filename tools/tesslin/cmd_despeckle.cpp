@@ -13,10 +13,7 @@ extern const char* const despeckle_help =
     "  --page N, --all-pages, --format NAME, --quality Q, --quiet  as in convert\n";
 
 int run_despeckle(int argc, char** argv) {
-    PageJob job;
-    job.command = "despeckle";
-    job.action = "despeckle";
-    job.doing = "despeckling";
+    PageJob job("despeckle", "despeckle", "despeckling");
     int32_t level = 10;
     const auto own = [&](Args& a) {
         return number_option(a, "--level", &level, -99, 99, "--level needs a whole number from -99 to 99");

@@ -1,6 +1,5 @@
 // tesslin dither: pages to bilevel by ordered dither or error diffusion.
 #include <string>
-#include <vector>
 
 #include "common.h"
 
@@ -18,10 +17,7 @@ extern const char* const dither_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_dither(int argc, char** argv) {
-    PageJob job;
-    job.command = "dither";
-    job.action = "dither";
-    job.doing = "dithering";
+    PageJob job("dither", "dither", "dithering");
     int32_t (*method)(int32_t) = IMG_diffusion_mono;
     const auto own = [&](Args& a) {
         if (!a.is("--method")) return Taken::kNo;

@@ -1,7 +1,4 @@
 // tesslin equalize: histogram equalisation of grey pages.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -15,10 +12,7 @@ extern const char* const equalize_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_equalize(int argc, char** argv) {
-    PageJob job;
-    job.command = "equalize";
-    job.action = "equalise";
-    job.doing = "equalising";
+    PageJob job("equalize", "equalise", "equalising");
     if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) { return IMG_histogram_equalize(handle); });
 }

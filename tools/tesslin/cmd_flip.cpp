@@ -19,10 +19,7 @@ extern const char* const flip_help =
     "  --quiet        no summary line\n";
 
 int run_flip(int argc, char** argv) {
-    PageJob job;
-    job.command = "flip";
-    job.action = "flip";
-    job.doing = "flipping";
+    PageJob job("flip", "flip", "flipping");
     bool x = false, y = false;
     const auto own = [&](Args& a) {
         if (a.is("-x"))

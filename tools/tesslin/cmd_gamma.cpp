@@ -1,7 +1,4 @@
 // tesslin gamma: pages through a gamma curve.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -15,10 +12,7 @@ extern const char* const gamma_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_gamma(int argc, char** argv) {
-    PageJob job;
-    job.command = "gamma";
-    job.action = "apply gamma to";
-    job.doing = "applying gamma to";
+    PageJob job("gamma", "apply gamma to", "applying gamma to");
     int32_t value = -1;
     const auto own = [&](Args& a) {
         return number_option(a, "--value", &value, 1, 1000, "--value needs a gamma in hundredths from 1 to 1000");

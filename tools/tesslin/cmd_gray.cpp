@@ -1,7 +1,4 @@
 // tesslin gray: pages to 8-bit grey.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -14,10 +11,7 @@ extern const char* const gray_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_gray(int argc, char** argv) {
-    PageJob job;
-    job.command = "gray";
-    job.action = "convert to grey";
-    job.doing = "converting to grey";
+    PageJob job("gray", "convert to grey", "converting to grey");
     if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) -> int32_t {
         int32_t w = 0, h = 0, bits = 0;

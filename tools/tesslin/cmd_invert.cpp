@@ -17,10 +17,7 @@ extern const char* const invert_help =
     "  --quiet        no summary line\n";
 
 int run_invert(int argc, char** argv) {
-    PageJob job;
-    job.command = "invert";
-    job.action = "invert";
-    job.doing = "inverting";
+    PageJob job("invert", "invert", "inverting");
     if (!job.parse(argc, argv)) return kUsageError;
     return run_pages(job, [](int32_t handle) { return IMG_invert_bitmap(handle); });
 }

@@ -1,7 +1,4 @@
 // tesslin promote: pages to 8, 24 or 32 bits a pixel.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -18,16 +15,10 @@ extern const char* const promote_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_promote(int argc, char** argv) {
-    PageJob job;
-    job.command = "promote";
-    job.action = "promote";
-    job.doing = "promoting";
+    PageJob job("promote", "promote", "promoting");
     int32_t target = 0;
     const auto own = [&](Args& a) {
-        const Taken t = number_option(a, "--bits", &target, 8, 32, "--bits needs 8, 24 or 32");
-        if (t != Taken::kYes || target == 8 || target == 24 || target == 32) return t;
-        usage_error("--bits needs 8, 24 or 32", job.command);
-        return Taken::kBad;
+        return choice_option(a, "--bits", &target, {8, 24, 32}, "--bits needs 8, 24 or 32");
     };
     if (!job.parse(argc, argv, own)) return kUsageError;
     if (target == 0) return usage_error("promote needs --bits 8, 24 or 32", job.command);

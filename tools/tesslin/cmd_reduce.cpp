@@ -1,6 +1,5 @@
 // tesslin reduce: pages to 16 or 256 colours.
 #include <string>
-#include <vector>
 
 #include "common.h"
 
@@ -40,27 +39,17 @@ bool needs_colour(Method m, int32_t bits) {
 }  // namespace
 
 int run_reduce(int argc, char** argv) {
-    PageJob job;
-    job.command = "reduce";
-    job.action = "reduce";
-    job.doing = "reducing";
+    PageJob job("reduce", "reduce", "reducing");
     int32_t colours = 256;
     std::string method_name = "octree";
-    std::vector<std::string> names;
-    Args a("reduce", argc, argv);
-    while (a.next()) {
-        if (const Taken t = job.accept(a); t != Taken::kNo) {
-            if (t == Taken::kBad) return kUsageError;
-        } else if (a.is("--colors")) {
-            if (!a.number(&colours, 16, 256, "--colors needs 16 or 256")) return kUsageError;
-            if (colours != 16 && colours != 256) return a.usage("--colors needs 16 or 256");
-        } else if (a.is("--method")) {
-            if (!a.text(&method_name, "--method needs octree, popularity, mediancut, diffusion or ordered"))
-                return kUsageError;
-        } else if (!a.name(&names)) {
-            return kUsageError;
-        }
-    }
+    const auto own = [&](Args& a) {
+        if (a.is("--method"))
+            return a.text(&method_name, "--method needs octree, popularity, mediancut, diffusion or ordered")
+                       ? Taken::kYes
+                       : Taken::kBad;
+        return choice_option(a, "--colors", &colours, {16, 256}, "--colors needs 16 or 256");
+    };
+    if (!job.parse(argc, argv, own)) return kUsageError;
     Method method;
     if (method_name == "octree")
         method = Method::kOctree;
@@ -73,12 +62,13 @@ int run_reduce(int argc, char** argv) {
     else if (method_name == "ordered" && colours == 16)
         method = Method::kOrdered16;
     else if (method_name == "popularity" || method_name == "mediancut" || method_name == "ordered")
-        return a.usage("--method " + method_name + " makes " + (method_name == "ordered" ? "16" : "256") +
-                       " colours, not " + std::to_string(colours));
+        return usage_error("--method " + method_name + " makes " + (method_name == "ordered" ? "16" : "256") +
+                               " colours, not " + std::to_string(colours),
+                           job.command);
     else
-        return a.usage("--method needs octree, popularity, mediancut, diffusion or ordered, not '" +
-                       method_name + "'");
-    if (!job.take_names(a, names)) return kUsageError;
+        return usage_error("--method needs octree, popularity, mediancut, diffusion or ordered, not '" +
+                               method_name + "'",
+                           job.command);
     return run_pages(job, [method, colours](int32_t handle) -> int32_t {
         int32_t w = 0, h = 0, bits = 0;
         IMG_bitmap_info(handle, &w, &h, &bits);

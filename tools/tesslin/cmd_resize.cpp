@@ -43,10 +43,7 @@ Resize method_named(const std::string& name) {
 }  // namespace
 
 int run_resize(int argc, char** argv) {
-    PageJob job;
-    job.command = "resize";
-    job.action = "resize";
-    job.doing = "resizing";
+    PageJob job("resize", "resize", "resizing");
     int32_t width = 0, height = 0;
     Resize resize = IMG_resize_bitmap;
     const auto own = [&](Args& a) {

@@ -51,10 +51,7 @@ bool parse_degrees(const std::string& text, int32_t* out) {
 }  // namespace
 
 int run_rotate(int argc, char** argv) {
-    PageJob job;
-    job.command = "rotate";
-    job.action = "rotate";
-    job.doing = "rotating";
+    PageJob job("rotate", "rotate", "rotating");
     int32_t angle = 0;
     bool have_angle = false;
     const auto own = [&](Args& a) {

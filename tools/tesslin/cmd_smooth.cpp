@@ -1,7 +1,4 @@
 // tesslin smooth: smoothing pages with a 3 x 3 neighbourhood.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -17,15 +14,10 @@ extern const char* const smooth_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_smooth(int argc, char** argv) {
-    PageJob job;
-    job.command = "smooth";
-    job.action = "smooth";
-    job.doing = "smoothing";
+    PageJob job("smooth", "smooth", "smoothing");
     int32_t amount = 0;
     const auto own = [&amount](Args& a) {
-        if (!a.is("--amount")) return Taken::kNo;
-        return a.number(&amount, 0, 128, "--amount needs a number from 0 to 128") ? Taken::kYes
-                                                                                   : Taken::kBad;
+        return number_option(a, "--amount", &amount, 0, 128, "--amount needs a number from 0 to 128");
     };
     if (!job.parse(argc, argv, own)) return kUsageError;
     return run_pages(job, [amount](int32_t handle) { return IMG_sharpen_bitmap(handle, -amount); });

@@ -1,6 +1,5 @@
 // tesslin threshold: pages to bilevel by a fixed or an automatic threshold.
 #include <string>
-#include <vector>
 
 #include "common.h"
 
@@ -20,10 +19,7 @@ extern const char* const threshold_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_threshold(int argc, char** argv) {
-    PageJob job;
-    job.command = "threshold";
-    job.action = "threshold";
-    job.doing = "thresholding";
+    PageJob job("threshold", "threshold", "thresholding");
     int32_t level = 128;
     const auto own = [&](Args& a) {
         if (!a.is("--level")) return Taken::kNo;

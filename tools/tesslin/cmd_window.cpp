@@ -1,7 +1,4 @@
 // tesslin window: window/level of grey pages (medical images) to 8-bit grey.
-#include <string>
-#include <vector>
-
 #include "common.h"
 
 namespace cli {
@@ -18,10 +15,7 @@ extern const char* const window_help =
     "--page, --all-pages, --format and --quiet as for 'tesslin convert'.\n";
 
 int run_window(int argc, char** argv) {
-    PageJob job;
-    job.command = "window";
-    job.action = "window";
-    job.doing = "windowing";
+    PageJob job("window", "window", "windowing");
     int32_t center = -1, width = -1;
     const auto own = [&](Args& a) {
         const Taken t = number_option(a, "--center", &center, 0, 65535, "--center needs a value from 0 to 65535");

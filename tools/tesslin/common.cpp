@@ -262,6 +262,14 @@ Taken number_option(Args& a, const char* name, int32_t* value, int32_t lo, int32
     return a.number(value, lo, hi, need) ? Taken::kYes : Taken::kBad;
 }
 
+Taken choice_option(Args& a, const char* name, int32_t* value, std::initializer_list<int32_t> allowed,
+                    const char* need) {
+    const Taken t = number_option(a, name, value, std::min(allowed), std::max(allowed), need);
+    if (t != Taken::kYes || std::find(allowed.begin(), allowed.end(), *value) != allowed.end()) return t;
+    a.usage(need);
+    return Taken::kBad;
+}
+
 Taken PageJob::accept(Args& a) {
     if (const Taken t = pages.accept(a); t != Taken::kNo) return t;
     if (a.is("--format"))

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <vector>
@@ -180,6 +181,9 @@ enum class Taken { kNo, kYes, kBad };
 // The current argument when it is option `name`, with a whole number from
 // lo to hi after it (else usage error `need`, kBad).
 Taken number_option(Args& a, const char* name, int32_t* value, int32_t lo, int32_t hi, const char* need);
+// The same for a number that must be one of `allowed`.
+Taken choice_option(Args& a, const char* name, int32_t* value, std::initializer_list<int32_t> allowed,
+                    const char* need);
 
 // --page N / --all-pages.
 struct PageChoice {
@@ -200,6 +204,11 @@ using PageTransform = std::function<int32_t(int32_t handle)>;
 
 // What run_pages does: the input, the pages, and how the output is saved.
 struct PageJob {
+    PageJob() = default;
+    // A page command: its name and the verbs of its transform.
+    PageJob(const char* command_name, const char* action_verb, const char* doing_verb)
+        : command(command_name), action(action_verb), doing(doing_verb) {}
+
     const char* command = "";  // for usage errors: "run 'tesslin COMMAND --help'"
     std::string input, output;
     PageChoice pages;
