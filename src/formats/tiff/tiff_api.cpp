@@ -290,18 +290,18 @@ TESSLIN_API int32_t IMGLOW_write_tiff_stream(const IMG_BITMAPINFOHEADER* header,
         int32_t fd = platform::file_open(file, 1);
         if (fd < 0) fd = platform::file_open(file, 2);
         if (fd < 0) return IMG_ERR_CREATE;
-        tiff::PageSpec spec;
-        spec.header = header;
-        spec.bits = header->biBitCount;
-        spec.compression = uint32_t(compression);
-        spec.alpha = header->biBitCount == 32 && header->biCompression != 0;
+        tiff::PageDesc desc;
+        desc.header = header;
+        desc.bits = header->biBitCount;
+        desc.compression = uint32_t(compression);
+        desc.alpha = header->biBitCount == 32 && header->biCompression != 0;
         const uint32_t c = uint32_t(compression);
-        if (c == 2 || c == 3 || c == 4 || c == tiff::kMmrNatural || c == 34661) spec.bits = 1;
-        spec.palette_page = (spec.bits == 4 || spec.bits == 8) && !tiff::grey_palette(header);
-        spec.default_res_200 = c == 3;
+        if (c == 2 || c == 3 || c == 4 || c == tiff::kMmrNatural || c == 34661) desc.bits = 1;
+        desc.palette_page = (desc.bits == 4 || desc.bits == 8) && !tiff::grey_palette(header);
+        desc.default_res_200 = c == 3;
         tiff::PageWriter w(fd);
         int32_t r = w.begin(false);
-        if (r == 0) r = w.directory(spec);
+        if (r == 0) r = w.directory(desc);
         if (r == 0) {
             const uint32_t start = w.position();
             if (length && !w.out().write(data, length)) r = w.out().status();

@@ -237,24 +237,24 @@ void PageWriter::abandon() {
     appending_ = false;
 }
 
-int32_t PageWriter::directory(const PageSpec& spec) {
-    const DibHeader* h = spec.header;
+int32_t PageWriter::directory(const PageDesc& desc) {
+    const DibHeader* h = desc.header;
     const uint32_t width = uint32_t(h->biWidth), height = uint32_t(h->biHeight);
-    const uint32_t bits = spec.bits, comp = spec.compression;
+    const uint32_t bits = desc.bits, comp = desc.compression;
     const uint32_t samples = bits == 24 ? 3 : bits == 32 ? 4 : 1;
     const std::vector<ExtraTag>& extras = extra_tags();
     uint32_t extra_bytes = 0;
     for (const ExtraTag& t : extras)
         if (t.count >= 5) extra_bytes += t.count;
-    const uint32_t map_bytes = spec.palette_page ? 6u << bits : samples > 1 ? 2 * samples : 0;
-    const uint32_t count = 18 + (spec.palette_page ? 1 : 0) + (comp == 3 || comp == 6 ? 1 : 0) +
+    const uint32_t map_bytes = desc.palette_page ? 6u << bits : samples > 1 ? 2 * samples : 0;
+    const uint32_t count = 18 + (desc.palette_page ? 1 : 0) + (comp == 3 || comp == 6 ? 1 : 0) +
                            uint32_t(extras.size());
     const uint32_t d = ifd_ + 6 + 12 * count + extra_bytes;
     const uint32_t res_x = d, res_y = d + 8, map_at = d + 16;
     const uint32_t date_at = d + 16 + map_bytes, name_at = d + 56 + map_bytes;
     const uint32_t data_at = d + 256 + map_bytes;
 
-    uint32_t rps = spec.rows_per_strip && spec.rows_per_strip < height ? spec.rows_per_strip : height;
+    uint32_t rps = desc.rows_per_strip && desc.rows_per_strip < height ? desc.rows_per_strip : height;
     strips_ = rps ? (height + rps - 1) / rps : 1;
     if (strips_ <= 1) {
         strips_ = 1;
@@ -268,8 +268,8 @@ int32_t PageWriter::directory(const PageSpec& spec) {
 
     uint32_t photometric = 1;
     if (bits == 24) photometric = 2;
-    else if (bits == 32) photometric = spec.alpha ? 2 : 5;
-    else if (spec.palette_page) photometric = 3;
+    else if (bits == 32) photometric = desc.alpha ? 2 : 5;
+    else if (desc.palette_page) photometric = 3;
     else if (comp == 2 || comp == 3 || comp == 4 || comp == kMmrNatural) photometric = 0;
 
     std::vector<uint8_t> b;
@@ -296,7 +296,7 @@ int32_t PageWriter::directory(const PageSpec& spec) {
     put_entry(b, {kDateTime, kAscii, 20, date_at});
     put_entry(b, {kArtist, kAscii, 200, name_at});
     if (comp == 6) put_entry(b, {kJpegInterchange, kLong, 1, first_strip});
-    if (spec.palette_page) put_entry(b, {kColorMap, kShort, 3u << bits, map_at});
+    if (desc.palette_page) put_entry(b, {kColorMap, kShort, 3u << bits, map_at});
     uint32_t extra_at = ifd_ + 6 + 12 * count;
     for (const ExtraTag& t : extras) {
         if (t.count < 5) {
@@ -313,7 +313,7 @@ int32_t PageWriter::directory(const PageSpec& spec) {
     uint32_t xdpi = uint32_t(h->biXPelsPerMeter), ydpi = uint32_t(h->biYPelsPerMeter);
     uint32_t xden = 1, yden = 1;
     if (h->biXPelsPerMeter <= 0 || h->biYPelsPerMeter <= 0) {
-        if (spec.default_res_200) {
+        if (desc.default_res_200) {
             xdpi = ydpi = 200;
         } else {
             xdpi = 640, xden = 9;
@@ -324,7 +324,7 @@ int32_t PageWriter::directory(const PageSpec& spec) {
     put32(b, xden);
     put32(b, ydpi);
     put32(b, yden);
-    if (spec.palette_page) {
+    if (desc.palette_page) {
         const RgbQuad* p = dib_palette(h);
         const uint32_t n = 1u << bits;
         for (uint32_t i = 0; i < n; ++i) put16(b, uint16_t(p[i].rgbRed << 8));
@@ -449,7 +449,7 @@ int32_t write_packbits(PageWriter& w, Rows& rows, uint32_t first, uint32_t count
     return 0;
 }
 
-int32_t encode_page(PageWriter& w, const PageSpec& spec, int32_t code, IMG_SUPPLY_CALLBACK supply,
+int32_t encode_page(PageWriter& w, const PageDesc& desc, int32_t code, IMG_SUPPLY_CALLBACK supply,
                     intptr_t user);
 
 }  // namespace
@@ -463,29 +463,29 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     const bool strips_on = settings().tiff_save_strips != 0;
     if (code == IMG_FORMAT_TIFF_G4_FILL1 && strips_on) code = IMG_FORMAT_TIFF_G4_STRIPS;
 
-    PageSpec spec;
-    spec.header = header;
-    spec.bits = bits;
-    spec.alpha = bits == 32 && header->biCompression != 0;
+    PageDesc desc;
+    desc.header = header;
+    desc.bits = bits;
+    desc.alpha = bits == 32 && header->biCompression != 0;
     switch (code) {
         case IMG_FORMAT_TIFF: case IMG_FORMAT_TIFF_LZW: case IMG_FORMAT_TIFF_PACKBITS: {
             if (!dib_depth_valid(bits)) return IMG_ERR_DEPTH;
-            spec.compression = code == IMG_FORMAT_TIFF ? 1 : code == IMG_FORMAT_TIFF_LZW ? 5 : 32773;
-            spec.palette_page = (bits == 4 || bits == 8) && !grey_palette(header);
+            desc.compression = code == IMG_FORMAT_TIFF ? 1 : code == IMG_FORMAT_TIFF_LZW ? 5 : 32773;
+            desc.palette_page = (bits == 4 || bits == 8) && !grey_palette(header);
             if (strips_on)
-                spec.rows_per_strip = strip_rows(code == IMG_FORMAT_TIFF_PACKBITS ? 800000 : 65536,
+                desc.rows_per_strip = strip_rows(code == IMG_FORMAT_TIFF_PACKBITS ? 800000 : 65536,
                                                  packed_row(width, bits));
             break;
         }
         case IMG_FORMAT_TIFF_MH: case IMG_FORMAT_TIFF_G3: case IMG_FORMAT_TIFF_JBIG:
             if (bits != 1) return IMG_ERR_DEPTH;
-            spec.compression = code == IMG_FORMAT_TIFF_MH ? 2 : code == IMG_FORMAT_TIFF_G3 ? 3 : 34661;
-            spec.default_res_200 = code == IMG_FORMAT_TIFF_G3;
+            desc.compression = code == IMG_FORMAT_TIFF_MH ? 2 : code == IMG_FORMAT_TIFF_G3 ? 3 : 34661;
+            desc.default_res_200 = code == IMG_FORMAT_TIFF_G3;
             break;
         case IMG_FORMAT_TIFF_G4: case IMG_FORMAT_TIFF_G4_FILL1: case IMG_FORMAT_TIFF_G4_STRIPS:
-            spec.bits = 1;
-            spec.compression = code == IMG_FORMAT_TIFF_G4 ? 4 : kMmrNatural;
-            if (code == IMG_FORMAT_TIFF_G4_STRIPS) spec.rows_per_strip = strip_rows(800000, packed_row(width, 1));
+            desc.bits = 1;
+            desc.compression = code == IMG_FORMAT_TIFF_G4 ? 4 : kMmrNatural;
+            if (code == IMG_FORMAT_TIFF_G4_STRIPS) desc.rows_per_strip = strip_rows(800000, packed_row(width, 1));
             break;
         case IMG_FORMAT_TIFF_JPEG: {
             if (!(bits == 1 || bits == 4 || bits == 8 || bits == 24 || bits == 32)) return IMG_ERR_DEPTH;
@@ -498,8 +498,8 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
                 for (uint32_t i = 0; i < (1u << bits); ++i)
                     if (p[i].rgbBlue != p[i].rgbGreen || p[i].rgbBlue != p[i].rgbRed) grey = false;
             }
-            spec.bits = grey ? 8 : bits == 32 ? 32 : 24;
-            spec.compression = 6;
+            desc.bits = grey ? 8 : bits == 32 ? 32 : 24;
+            desc.compression = 6;
             break;
         }
         default:
@@ -509,26 +509,26 @@ int32_t encode(int32_t stream, const DibHeader* header, IMG_SUPPLY_CALLBACK supp
     PageWriter w(stream);
     int32_t r = w.begin();
     if (r < 0) return r;
-    r = encode_page(w, spec, code, supply, user);
+    r = encode_page(w, desc, code, supply, user);
     if (r < 0) w.abandon();
     return r;
 }
 
 namespace {
 
-int32_t encode_page(PageWriter& w, const PageSpec& spec, int32_t code, IMG_SUPPLY_CALLBACK supply,
+int32_t encode_page(PageWriter& w, const PageDesc& desc, int32_t code, IMG_SUPPLY_CALLBACK supply,
                     intptr_t user) {
-    const DibHeader* header = spec.header;
+    const DibHeader* header = desc.header;
     const int32_t stream = w.stream();
     const uint32_t bits = header->biBitCount;
     const uint32_t width = uint32_t(header->biWidth), height = uint32_t(header->biHeight);
-    int32_t r = w.directory(spec);
+    int32_t r = w.directory(desc);
     if (r < 0) return r;
 
-    Rows rows{supply, user, width, bits, spec.alpha, {}};
+    Rows rows{supply, user, width, bits, desc.alpha, {}};
     rows.row.assign(size_t(row_bytes(width, bits)) + 16, 0);
     LzwEncoder lzw;
-    const uint32_t rps = spec.rows_per_strip && w.strips() > 1 ? spec.rows_per_strip : height;
+    const uint32_t rps = desc.rows_per_strip && w.strips() > 1 ? desc.rows_per_strip : height;
     for (uint32_t s = 0; s < w.strips(); ++s) {
         const uint32_t first = s * rps, count = std::min(rps, height - first);
         const uint32_t start = w.position();

@@ -30,7 +30,7 @@ std::vector<ExtraTag>& extra_tags();
 // writes the strip's bytes at the stream's position (through `out`, or
 // directly after out.flush()) and returns 0 or a negative status. Patches
 // the strip offsets and byte counts afterwards.
-struct PageSpec {
+struct PageDesc {
     const DibHeader* header = nullptr;  // width, height, bits, palette, resolution
     uint32_t compression = 1;           // written value (kMmrNatural for 4 with fill order 1)
     uint32_t bits = 1;                  // bits per pixel described by the directory
@@ -50,7 +50,7 @@ public:
     int32_t begin(bool indexing = true);
     // Writes the directory and trailing block for the page and leaves the
     // stream where the first strip goes.
-    int32_t directory(const PageSpec& spec);
+    int32_t directory(const PageDesc& desc);
     // Marks the start and end of strip i's data (call after its bytes are
     // on the stream or in `out`).
     uint32_t position();  // offset of the next byte, relative to the TIFF's start
