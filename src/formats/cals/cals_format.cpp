@@ -5,6 +5,7 @@
 namespace tesslin::cals {
 namespace {
 
+// A CALS header opens with its "srcdocid:" or "specversion:" record.
 bool signature(const Probe& p) { return p.starts_with("src") || p.starts_with("spec"); }
 
 // The three digits of the orientation record at offset 905 (blanks
