@@ -192,8 +192,15 @@ TEST(PostScript, Level2CountsItsData) {
     }
 }
 
+// The separation's four plates, rendered by ghostscript, and its CMYK
+// preview, read by Pillow. It takes CMYK only, and no PostScript output
+// takes 16 bits (a refused save's file is removed by the save driver: the
+// pipeline's tests).
 TEST(PostScript, Separation) {
     EXPECT_EQ(save_status(24, IMG_FORMAT_EPS_SEPARATION), IMG_ERR_DEPTH);
+    for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_SEPARATION, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,
+                     IMG_FORMAT_PS_FILTERED})
+        EXPECT_EQ(save_status(16, code), IMG_ERR_DEPTH) << code;
 
     const int32_t w = 40, h = 12;
     const Handle cmyk = with_dpi(make_dib(w, h, 32));
@@ -240,17 +247,6 @@ TEST(PostScript, Separation) {
             for (int32_t x = 0; x < w; ++x)
                 for (int c = 0; c < 4; ++c) wrong += preview.at(x, y)[c] != want.at(x, y)[sample_of[c]];
         EXPECT_EQ(wrong, 0u);
-    }
-}
-
-TEST(PostScript, RefusedDepthsLeaveNothingBehind) {
-    const std::string eps = temp_path("refused.eps");
-    const Handle deep = make_handle(16, 16, 16);
-    for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_SEPARATION, IMG_FORMAT_EPS_LEVEL2_RLE,
-                     IMG_FORMAT_EPS_LEVEL2_G4, IMG_FORMAT_PS_FILTERED}) {
-        fs::remove(eps);
-        EXPECT_EQ(IMG_save_bitmap(deep, eps.c_str(), code), IMG_ERR_DEPTH) << code;
-        EXPECT_FALSE(fs::exists(eps)) << code;
     }
 }
 
