@@ -232,30 +232,14 @@ void reference_rows(const JpegCoefficients& in, bool coefficients, Decoded* out)
             }
             const int cb = sample(1, x), cr = sample(2, x);
             const int B = Y + cb_b(cb), G = Y - (cb_g(cb) + cr_g(cr)), Rr = Y + cr_r(cr);
-            if (nf == 3) {
-                o[3 * x] = L(B);
-                o[3 * x + 1] = L(G);
-                o[3 * x + 2] = L(Rr);
-                continue;
-            }
-            const int K = sample(3, x);
-            uint8_t* p = o + 4 * x;
-            if (mode == 0) {
-                p[0] = uint8_t(255 - L(Y));
-                p[1] = uint8_t(255 - L(cb));
-                p[2] = uint8_t(255 - L(cr));
-                p[3] = uint8_t(255 - L(K));
-            } else if (mode == 1) {
-                p[0] = L(B - K - 128);
-                p[1] = L(G - K - 128);
-                p[2] = L(Rr - K - 128);
-                p[3] = uint8_t(K + 128);
-            } else {
-                p[0] = L(Rr);
-                p[1] = L(G);
-                p[2] = L(B);
-                p[3] = uint8_t(255 - L(K));
-            }
+            const int K = nf == 4 ? sample(3, x) : 0;
+            // Three components: blue, green, red; four: one row per mode.
+            const uint8_t px[4][4] = {
+                {uint8_t(255 - L(Y)), uint8_t(255 - L(cb)), uint8_t(255 - L(cr)), uint8_t(255 - L(K))},
+                {L(B - K - 128), L(G - K - 128), L(Rr - K - 128), uint8_t(K + 128)},
+                {L(Rr), L(G), L(B), uint8_t(255 - L(K))},
+                {L(B), L(G), L(Rr), 0}};
+            std::memcpy(o + size_t(nf) * size_t(x), px[nf == 3 ? 3 : mode], size_t(nf));
         }
         Decoded::on_row(line.data(), reinterpret_cast<intptr_t>(out), row, uint32_t(line.size()));
     }
