@@ -1,19 +1,16 @@
-// The plain reference codec of the JPEG tests (see jpeg_reference.h).
+// The references of the JPEG tests (see jpeg_reference.h).
 #include "jpeg_reference.h"
 
-#include <algorithm>
+#include <csetjmp>
+#include <cstdio>
 #include <cstring>
 
+#include <jpeglib.h>
+
 #include "core/settings.h"
-#include "formats/jpeg/jpeg_internal.h"
 
 namespace tesslin::test {
 namespace {
-
-const int kZz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
-                     12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
-                     35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
-                     58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
 // 32-bit two's complement arithmetic.
 int32_t add(int64_t a, int64_t b) { return int32_t(uint32_t(uint64_t(a) + uint64_t(b))); }
@@ -43,7 +40,7 @@ void idct8(const int32_t* x, int32_t* y) {
 
 // Rows of the coefficient block become columns of the intermediate block;
 // the rows of the intermediate then give the sample columns.
-void idct_block(const int16_t* natural, int8_t out[8][8]) {
+void idct_block(const int16_t* natural, int8_t* out) {
     int32_t inter[8][8];
     for (int v = 0; v < 8; ++v) {
         int32_t x[8], y[8];
@@ -58,7 +55,7 @@ void idct_block(const int16_t* natural, int8_t out[8][8]) {
             int32_t s = add(y[j], 2) >> 2;
             if (s < -127) s = -127;
             if (s > 127) s = 127;
-            out[j][r] = int8_t(s);
+            out[j * 8 + r] = int8_t(s);
         }
     }
 }
@@ -68,564 +65,6 @@ int cr_r(int c) { return int(1.402 * c); }
 int cb_g(int c) { return int(0.34414 * c); }
 int cr_g(int c) { return int(0.71414 * c); }
 int cb_b(int c) { return int(1.772 * c); }
-
-struct Huff {
-    bool defined = false;
-    int maxcode[17], valptr[17], mincode[17];
-    uint8_t val[256] = {};
-};
-
-// T.81 Annex C and F.2.2.3; false for more codes than the lengths hold.
-bool make_huff(Huff& h, const uint8_t* counts, const uint8_t* symbols) {
-    int total = 0;
-    for (int i = 0; i < 16; ++i) total += counts[i];
-    if (total > 256) return false;
-    std::memset(h.val, 0, 256);
-    std::memcpy(h.val, symbols, size_t(total));
-    int code = 0, k = 0;
-    for (int l = 1; l <= 16; ++l) {
-        h.valptr[l] = k;
-        h.mincode[l] = code;
-        code += counts[l - 1];
-        k += counts[l - 1];
-        h.maxcode[l] = counts[l - 1] ? code - 1 : -1;
-        if (code > (1 << l)) return false;
-        code <<= 1;
-    }
-    h.defined = true;
-    return true;
-}
-
-// The T.81 Annex K Huffman tables (standard data, shared with the library).
-const jpeg::HuffmanCodeLengths* const kStd[4] = {&jpeg::kDcLuma, &jpeg::kDcChroma, &jpeg::kAcLuma,
-                                          &jpeg::kAcChroma};
-
-// One bit at a time: mask from 0x80; a 0x00 after a used 0xFF is skipped;
-// zero bytes after the end.
-struct Bits {
-    const std::vector<uint8_t>& d;
-    size_t ptr = 0;
-    int mask = 0x80;
-    explicit Bits(const std::vector<uint8_t>& data) : d(data) {}
-    int at(size_t i) const { return i < d.size() ? d[i] : 0; }
-    void next_byte() {
-        mask = 0x80;
-        if (ptr < d.size() && d[ptr] == 0xFF && ptr + 1 < d.size() && d[ptr + 1] == 0) ptr += 2;
-        else ptr += 1;
-    }
-    int bit() {
-        const int b = (at(ptr) & mask) ? 1 : 0;
-        mask >>= 1;
-        if (!mask) next_byte();
-        return b;
-    }
-    uint32_t get(int n) {
-        uint32_t v = 0;
-        for (int i = 0; i < n; ++i) v = (v << 1) | uint32_t(bit());
-        return v;
-    }
-    bool starved() const { return ptr > d.size() || (ptr == d.size() && mask != 0x80); }
-    void align() {
-        if (mask != 0x80) next_byte();
-    }
-    size_t consumed() {
-        Bits c = *this;
-        c.align();
-        return c.ptr;
-    }
-    bool restart() {
-        for (size_t i = 0; i < 50; ++i) {
-            const size_t p = ptr + i;
-            if (p + 1 < d.size() && d[p] == 0xFF && d[p + 1] >= 0xD0 && d[p + 1] <= 0xD7) {
-                ptr = p + 2;
-                mask = 0x80;
-                return true;
-            }
-        }
-        return false;
-    }
-    int decode(const Huff& h) {
-        int code = 0;
-        for (int l = 1; l <= 16; ++l) {
-            code = (code << 1) | bit();
-            if (code <= h.maxcode[l]) return h.val[(h.valptr[l] + code - h.mincode[l]) & 0xFF];
-        }
-        return -1;
-    }
-};
-
-int32_t extend_value(uint32_t v, int s) {
-    if (s == 0) return 0;
-    return v < (1u << (s - 1)) ? int32_t(v) - (1 << s) + 1 : int32_t(v);
-}
-
-struct Comp {
-    int id = 0, h = 1, v = 1, tq = 0, bw = 0, bh = 0, niw = 0, nih = 0;
-    int16_t pred = 0;
-    int dc = 0, ac = 0;
-    std::vector<int16_t> coef;  // zig-zag order per block
-};
-
-struct Ref {
-    const std::vector<uint8_t>& d;
-    ReferenceOptions opt;
-    uint16_t q[4][64] = {};
-    bool qdef[4] = {};
-    Huff dc[3], ac[4];
-    int restart = 0;
-    int sof = 0, precision = 0, width = 0, height = 0, nf = 0;
-    Comp c[4];
-    int hmax = 1, vmax = 1, mx = 0, my = 0;
-    bool jfif = false, adobe = false;
-    int units = 0, xd = 0, yd = 0, flags0 = 0, transform = 0;
-    uint32_t eobrun = 0;
-    explicit Ref(const std::vector<uint8_t>& data) : d(data) {}
-
-    int byte_or(size_t p) const { return p < d.size() ? d[p] : -1; }
-    int be16(size_t p) const { return p + 1 < d.size() ? (d[p] << 8) | d[p + 1] : -1; }
-
-    // Segments up to the first SOS (whose position is returned), or a status.
-    int64_t segments(const std::vector<uint8_t>& s, size_t pos, bool stop_at_sos) {
-        for (;;) {
-            if (pos + 1 >= s.size()) return stop_at_sos ? IMG_ERR_READ : 0;
-            if (s[pos] != 0xFF) return IMG_ERR_BAD_IMAGE;  // the tests do not need resync
-            const int m = s[pos + 1];
-            if (m == 0xFF) {
-                ++pos;
-                continue;
-            }
-            if (m == 0xD8 || m == 0x01 || (m >= 0xD0 && m <= 0xD7)) {
-                pos += 2;
-                continue;
-            }
-            if (m == 0xD9) return stop_at_sos ? IMG_ERR_BAD_IMAGE : 0;
-            if (pos + 3 >= s.size()) return IMG_ERR_READ;
-            const size_t len = size_t((s[pos + 2] << 8) | s[pos + 3]);
-            size_t p = pos + 4;
-            auto byte = [&](size_t i) { return i < s.size() ? s[i] : 0; };
-            if (m == 0xC0 || m == 0xC1 || m == 0xC2) {
-                sof = m;
-                precision = byte(p);
-                height = (byte(p + 1) << 8) | byte(p + 2);
-                width = (byte(p + 3) << 8) | byte(p + 4);
-                nf = byte(p + 5);
-                for (int i = 0; i < 4; ++i) {
-                    c[i].id = byte(p + 6 + 3 * i);
-                    c[i].h = byte(p + 7 + 3 * i) >> 4;
-                    c[i].v = byte(p + 7 + 3 * i) & 15;
-                    c[i].tq = byte(p + 8 + 3 * i);
-                }
-            } else if ((m >= 0xC3 && m <= 0xCF) && m != 0xC4 && m != 0xC8 && m != 0xCC) {
-                return IMG_ERR_UNSUPPORTED;
-            } else if (m == 0xDB) {
-                const size_t end = pos + 2 + len;
-                while (p < end) {
-                    const int pq = byte(p) >> 4, tq = byte(p) & 15;
-                    if (pq > 1) return IMG_ERR_BAD_IMAGE;
-                    for (int k = 0; k < 64; ++k)
-                        if (tq < 4)
-                            q[tq][k] = uint16_t(pq ? (byte(p + 1 + 2 * k) << 8) | byte(p + 2 + 2 * k)
-                                                   : byte(p + 1 + k));
-                    if (tq < 4) qdef[tq] = true;
-                    p += 1 + 64 * size_t(pq + 1);
-                }
-            } else if (m == 0xC4) {
-                const size_t end = pos + 2 + len;
-                while (p < end) {
-                    const int id = byte(p);
-                    uint8_t counts[16];
-                    int total = 0;
-                    for (int i = 0; i < 16; ++i) total += counts[i] = byte(p + 1 + i);
-                    if (total > 256) return IMG_ERR_BAD_IMAGE;
-                    uint8_t sym[256];
-                    for (int i = 0; i < total; ++i) sym[i] = byte(p + 17 + i);
-                    Huff* h = id <= 2 ? &dc[id] : (id >= 0x10 && id <= 0x13) ? &ac[id - 0x10] : nullptr;
-                    if (h && !make_huff(*h, counts, sym)) return IMG_ERR_BAD_IMAGE;
-                    p += 17 + size_t(total);
-                }
-            } else if (m == 0xDD) {
-                restart = (byte(p) << 8) | byte(p + 1);
-            } else if (m == 0xE0) {
-                if (byte(p) == 'J' && byte(p + 1) == 'F') {
-                    jfif = true;
-                    units = byte(p + 7);
-                    xd = int16_t((byte(p + 8) << 8) | byte(p + 9));
-                    yd = int16_t((byte(p + 10) << 8) | byte(p + 11));
-                }
-            } else if (m == 0xEE) {
-                if (byte(p) == 'A') {
-                    adobe = true;
-                    flags0 = (byte(p + 7) << 8) | byte(p + 8);
-                    transform = byte(p + 11);
-                }
-            } else if (m == 0xDA && stop_at_sos) {
-                return int64_t(pos);
-            }
-            pos += 2 + len;
-        }
-    }
-
-    void table_for(Comp& k, int tbl) {
-        k.dc = (tbl >> 4) == 0 ? 0 : (tbl >> 4) == 1 ? 1 : 2;
-        k.ac = (tbl & 15) <= 2 ? (tbl & 15) : 3;
-        const jpeg::HuffmanCodeLengths& d = *kStd[k.dc ? 1 : 0];
-        const jpeg::HuffmanCodeLengths& a = *kStd[k.ac ? 3 : 2];
-        if (!dc[k.dc].defined) make_huff(dc[k.dc], d.counts, d.symbols);
-        if (!ac[k.ac].defined) make_huff(ac[k.ac], a.counts, a.symbols);
-    }
-
-    // Block of a scan holding every component of a sequential frame:
-    // RS = 0 ends the block, any other symbol skips R positions.
-    int baseline(Bits& b, Comp& k, int16_t* zz) {
-        int s = b.decode(dc[k.dc]);
-        if (s < 0) s = 0;
-        if (s > 16) return IMG_ERR_BAD_IMAGE;
-        k.pred = int16_t(add(k.pred, extend_value(b.get(s), s)));
-        zz[0] = k.pred;
-        for (int kk = 1; kk < 64; ++kk) {
-            const int rs = b.decode(ac[k.ac]);
-            if (rs < 0) return IMG_ERR_BAD_IMAGE;
-            if (rs == 0) break;
-            kk += rs >> 4;
-            if (kk > 63) return IMG_ERR_BAD_IMAGE;
-            if (rs & 15) zz[kk] = int16_t(extend_value(b.get(rs & 15), rs & 15));
-        }
-        return 0;
-    }
-
-    // One block of any other scan, coefficients in zig-zag order.
-    int unit(Bits& b, Comp& k, int16_t* zz, int ss, int se, int ah, int al) {
-        if (ss == 0) {
-            if (ah == 0) {
-                int s = b.decode(dc[k.dc]);
-                if (s < 0) s = 0;  // no code within 16 bits: category 0
-                if (s > 16) return IMG_ERR_BAD_IMAGE;
-                k.pred = int16_t(add(k.pred, extend_value(b.get(s), s)));
-                zz[0] = int16_t(uint32_t(k.pred) << al);
-            } else if (b.bit()) {
-                zz[0] = int16_t(zz[0] | (1 << al));
-            }
-        }
-        if (se == 0) return 0;
-        int kk = ss > 0 ? ss : 1;
-        if (ah == 0) {
-            if (eobrun) {
-                --eobrun;
-                return 0;
-            }
-            while (kk <= se) {
-                const int rs = b.decode(ac[k.ac]);
-                if (rs < 0) return IMG_ERR_BAD_IMAGE;
-                const int r = rs >> 4, s = rs & 15;
-                if (s == 0 && r < 15) {
-                    eobrun = (1u << r) + b.get(r) - 1;
-                    break;
-                }
-                kk += r;
-                if (kk > se) return IMG_ERR_BAD_IMAGE;
-                if (s) zz[kk] = int16_t(uint32_t(extend_value(b.get(s), s)) << al);
-                ++kk;
-            }
-            return 0;
-        }
-        const int p1 = 1 << al, m1 = -p1;
-        auto refine = [&](int16_t& x) {
-            if (b.bit() && (x & p1) == 0) x = int16_t(add(x, x >= 0 ? p1 : m1));
-        };
-        if (eobrun == 0) {
-            for (; kk <= se; ++kk) {
-                const int rs = b.decode(ac[k.ac]);
-                if (rs < 0) return IMG_ERR_BAD_IMAGE;
-                int r = rs >> 4;
-                const int s = rs & 15;
-                int value = 0;
-                if (s) value = b.bit() ? p1 : m1;
-                else if (r != 15) {
-                    eobrun = (1u << r) + b.get(r);
-                    break;
-                }
-                for (; kk <= se; ++kk) {
-                    if (zz[kk]) refine(zz[kk]);
-                    else if (r-- == 0) break;
-                }
-                if (value) {
-                    if (kk > se) return IMG_ERR_BAD_IMAGE;
-                    zz[kk] = int16_t(value);
-                }
-            }
-        }
-        if (eobrun) {
-            for (; kk <= se; ++kk)
-                if (zz[kk]) refine(zz[kk]);
-            --eobrun;
-        }
-        return 0;
-    }
-
-    int32_t run(Decoded* out) {
-        if (opt.tables) {
-            const int64_t t = segments(*opt.tables, 2, false);
-            if (t < 0) return int32_t(t);
-        }
-        size_t soi = 0;
-        while (!(soi + 1 < d.size() && d[soi] == 0xFF && d[soi + 1] == 0xD8)) {
-            if (soi == 1000 || soi + 1 >= d.size()) return IMG_ERR_BAD_IMAGE;
-            ++soi;
-        }
-        const int64_t sos = segments(d, soi + 2, true);
-        if (sos < 0) return int32_t(sos);
-        if (!sof || (nf != 1 && nf != 3 && nf != 4) || precision != 8) return IMG_ERR_UNSUPPORTED;
-        if (!width || !height) return IMG_ERR_BAD_IMAGE;
-        if (nf == 1) c[0].h = c[0].v = 1;
-        for (int i = 0; i < nf; ++i) {
-            hmax = std::max(hmax, c[i].h);
-            vmax = std::max(vmax, c[i].v);
-        }
-        mx = (width + 8 * hmax - 1) / (8 * hmax);
-        my = (height + 8 * vmax - 1) / (8 * vmax);
-        for (int i = 0; i < nf; ++i) {
-            Comp& k = c[i];
-            k.bw = mx * k.h;
-            k.bh = my * k.v;
-            k.niw = ((width * k.h + hmax - 1) / hmax + 7) / 8;
-            k.nih = ((height * k.v + vmax - 1) / vmax + 7) / 8;
-            k.coef.assign(size_t(k.bw) * k.bh * 64, 0);
-        }
-        int mode = 2;
-        uint32_t compression = 0;
-        if (nf == 4 && adobe) {
-            if (transform == 0) mode = 0;
-            else if (transform == 1) mode = 1;
-            else if (transform == 2 && flags0 == 0x80) {
-                mode = 1;
-                compression = 200;
-            }
-        }
-        // Header.
-        const int ow = opt.coefficients ? mx * 8 * hmax : width;
-        const int oh = opt.coefficients ? my * 8 * vmax : height;
-        alignas(4) uint8_t hb[40 + 1024] = {};
-        auto* h = reinterpret_cast<DibHeader*>(hb);
-        h->biSize = 40;
-        h->biWidth = ow;
-        h->biHeight = oh;
-        h->biPlanes = 1;
-        h->biBitCount = uint16_t(opt.coefficients ? 32 * nf : nf == 1 ? 8 : nf == 3 ? 24 : 32);
-        h->biCompression = opt.coefficients ? 0 : compression;
-        h->biSizeImage = row_bytes(uint32_t(ow), h->biBitCount) * uint32_t(oh);
-        if (jfif && units) {
-            h->biXPelsPerMeter = units == 2 ? int32_t(xd * 2.54 + 0.5) : xd;
-            h->biYPelsPerMeter = units == 2 ? int32_t(yd * 2.54 + 0.5) : yd;
-        }
-        if (nf == 1 && !opt.coefficients)
-            for (int i = 0; i < 256; ++i)
-                reinterpret_cast<RgbQuad*>(hb + 40)[i] = RgbQuad{uint8_t(i), uint8_t(i), uint8_t(i), 0};
-        Decoded::on_header(h, reinterpret_cast<intptr_t>(out));
-
-        // Scans.
-        size_t pos = size_t(sos);
-        bool first = true, single = false;
-        for (;;) {
-            // Next marker.
-            while (pos + 1 < d.size() &&
-                   !(d[pos] == 0xFF && d[pos + 1] != 0 && d[pos + 1] != 0xFF &&
-                     !(d[pos + 1] >= 0xD0 && d[pos + 1] <= 0xD7)))
-                ++pos;
-            if (pos + 1 >= d.size()) break;
-            const int m = d[pos + 1];
-            const int len = be16(pos + 2);
-            if (len < 0) break;
-            if (len < 2 || pos + 2 + size_t(len) > d.size()) break;
-            if (m != 0xDA) {
-                if (m == 0xC4 || m == 0xDB || m == 0xDD || (m >= 0xE0 && m <= 0xEF) || m == 0xFE) {
-                    std::vector<uint8_t> seg(d.begin() + long(pos),
-                                             d.begin() + long(std::min(d.size(), pos + 2 + size_t(len))));
-                    const int64_t r = segments(seg, 0, false);
-                    if (r < 0) return int32_t(r);
-                    pos += 2 + size_t(len);
-                    continue;
-                }
-                break;
-            }
-            // A bad header ends the scans, or the decode when it is the first.
-            const int ns = pos + 4 < d.size() ? d[pos + 4] : -1;
-            if (ns < 1 || ns > 4) {
-                if (first) return IMG_ERR_BAD_IMAGE;
-                goto rows;
-            }
-            int sc[4];
-            bool used[4] = {};
-            for (int i = 0; i < ns; ++i) {
-                const int sel = byte_or(pos + 5 + 2 * i), tbl = byte_or(pos + 6 + 2 * i);
-                sc[i] = -1;
-                for (int j = 0; j < nf; ++j)
-                    if (c[j].id == sel) {
-                        sc[i] = j;
-                        break;
-                    }
-                if (sc[i] < 0 || used[sc[i]]) {
-                    if (first) return IMG_ERR_BAD_IMAGE;
-                    goto rows;
-                }
-                used[sc[i]] = true;
-                table_for(c[sc[i]], tbl);
-            }
-            const size_t sp = pos + 5 + 2 * size_t(ns);
-            const int ss = byte_or(sp), se = byte_or(sp + 1), ah = byte_or(sp + 2) >> 4,
-                      al = byte_or(sp + 2) & 15;
-            if (ss < 0 || se < 0 || byte_or(sp + 2) < 0 || ss > se || se > 63) {
-                if (first) return IMG_ERR_BAD_IMAGE;
-                goto rows;
-            }
-            if (first) {
-                single = sof != 0xC2 && ns == nf;
-                if (!qdef[0] && !qdef[1]) {
-                    for (int k = 0; k < 64; ++k) {
-                        q[0][k] = kJpegLumaBase[kZz[k]];
-                        q[1][k] = kJpegChromaDefault[kZz[k]];
-                    }
-                    qdef[0] = qdef[1] = true;
-                }
-            }
-            Bits b(d);
-            b.ptr = pos + 2 + size_t(len);
-            if (b.ptr >= d.size()) {
-                if (first) return IMG_ERR_READ;
-                break;
-            }
-            for (auto& k : c) k.pred = 0;
-            eobrun = 0;
-            int count = 0;
-            bool stop = false;
-            const bool ni = ns == 1 && !single;
-            const int units_x = ni ? c[sc[0]].niw : mx, units_y = ni ? c[sc[0]].nih : my;
-            for (int uy = 0; uy < units_y && !stop; ++uy) {
-                if (single && opt.strip_rows && uint32_t(uy * 8 * vmax) % opt.strip_rows == 0) {
-                    for (auto& k : c) k.pred = 0;
-                    b.align();
-                }
-                for (int ux = 0; ux < units_x && !stop; ++ux) {
-                    for (int i = 0; i < ns && !stop; ++i) {
-                        Comp& k = c[sc[i]];
-                        const int bv = ni ? 1 : k.v, bh = ni ? 1 : k.h;
-                        for (int y = 0; y < bv && !stop; ++y)
-                            for (int x = 0; x < bh && !stop; ++x) {
-                                const int bx = ni ? ux : ux * k.h + x, by = ni ? uy : uy * k.v + y;
-                                int16_t* zz = k.coef.data() + (size_t(by) * k.bw + bx) * 64;
-                                const int r = single ? baseline(b, k, zz) : unit(b, k, zz, ss, se, ah, al);
-                                if (r < 0) {
-                                    if (!b.starved()) return r;
-                                    if (single) std::memset(zz, 0, 128);
-                                    stop = true;
-                                }
-                            }
-                    }
-                    if (stop) break;
-                    if (b.starved()) {
-                        stop = true;
-                        break;
-                    }
-                    const bool last = uy == units_y - 1 && ux == units_x - 1;
-                    if (restart && ++count == restart && !last) {
-                        count = 0;
-                        if (b.restart()) {
-                            for (auto& k : c) k.pred = 0;
-                            eobrun = 0;
-                        }
-                    }
-                }
-            }
-            first = false;
-            if (single) break;
-            pos = std::max(b.consumed(), pos + 2 + size_t(len));
-        }
-
-    rows:
-        std::vector<std::vector<int8_t>> plane(static_cast<size_t>(nf));
-        std::vector<std::vector<int32_t>> cplane(static_cast<size_t>(nf));
-        std::vector<uint8_t> line(row_bytes(uint32_t(out->width()), uint32_t(out->bits())));
-        for (int r = 0; r < my; ++r) {
-            for (int i = 0; i < nf; ++i) {
-                Comp& k = c[i];
-                const int pw = k.bw * 8;
-                plane[size_t(i)].assign(size_t(pw) * 8 * k.v, 0);
-                cplane[size_t(i)].assign(size_t(pw) * 8 * k.v, 0);
-                const uint16_t* qt = k.tq == 0 ? q[0] : q[1];
-                for (int by = 0; by < k.v; ++by)
-                    for (int bx = 0; bx < k.bw; ++bx) {
-                        const int16_t* zz = k.coef.data() + (size_t(r * k.v + by) * k.bw + bx) * 64;
-                        int16_t nat[64] = {};
-                        for (int j = 0; j < 64; ++j) nat[kZz[j]] = int16_t(mul(zz[j], qt[j]));
-                        int8_t s[8][8];
-                        idct_block(nat, s);
-                        for (int y = 0; y < 8; ++y)
-                            for (int x = 0; x < 8; ++x) {
-                                const size_t at = size_t(by * 8 + y) * pw + bx * 8 + x;
-                                plane[size_t(i)][at] = s[y][x];
-                                cplane[size_t(i)][at] = nat[y * 8 + x];
-                            }
-                    }
-            }
-            for (int y = 0; y < 8 * vmax; ++y) {
-                const int row = r * 8 * vmax + y;
-                if (row >= oh) break;
-                std::fill(line.begin(), line.end(), 0);
-                auto sample = [&](int i, int x) {
-                    const Comp& k = c[i];
-                    return plane[size_t(i)][size_t(y / (vmax / k.v)) * k.bw * 8 + x / (hmax / k.h)];
-                };
-                for (int x = 0; x < ow; ++x) {
-                    uint8_t* o = line.data();
-                    if (opt.coefficients) {
-                        for (int i = 0; i < nf; ++i) {
-                            const Comp& k = c[i];
-                            const int32_t v = (y < 8 * k.v && x < k.bw * 8)
-                                                  ? cplane[size_t(i)][size_t(y) * k.bw * 8 + x]
-                                                  : 0;
-                            store_le32(o + (size_t(x) * nf + i) * 4, uint32_t(v));
-                        }
-                        continue;
-                    }
-                    const int Y = sample(0, x);
-                    if (nf == 1) {
-                        o[x] = L(Y);
-                        continue;
-                    }
-                    const int cb = sample(1, x), cr = sample(2, x);
-                    const int B = Y + cb_b(cb), G = Y - (cb_g(cb) + cr_g(cr)), Rr = Y + cr_r(cr);
-                    if (nf == 3) {
-                        o[3 * x] = L(B);
-                        o[3 * x + 1] = L(G);
-                        o[3 * x + 2] = L(Rr);
-                        continue;
-                    }
-                    const int K = sample(3, x);
-                    uint8_t* p = o + 4 * x;
-                    if (mode == 0) {
-                        p[0] = uint8_t(255 - L(Y));
-                        p[1] = uint8_t(255 - L(cb));
-                        p[2] = uint8_t(255 - L(cr));
-                        p[3] = uint8_t(255 - L(K));
-                    } else if (mode == 1) {
-                        p[0] = L(B - K - 128);
-                        p[1] = L(G - K - 128);
-                        p[2] = L(Rr - K - 128);
-                        p[3] = uint8_t(K + 128);
-                    } else {
-                        p[0] = L(Rr);
-                        p[1] = L(G);
-                        p[2] = L(B);
-                        p[3] = uint8_t(255 - L(K));
-                    }
-                }
-                Decoded::on_row(line.data(), reinterpret_cast<intptr_t>(out), row, uint32_t(line.size()));
-            }
-        }
-        return 0;
-    }
-};
-
-// ---- Encoder ----
 
 int T(double c, int v) {
     const int r = int((c < 0 ? -c : c) * v + 0.5);
@@ -650,56 +89,163 @@ void fdct8(const int32_t* x, int32_t* X) {
     X[7] = R(724, k);
 }
 
-struct Acc {  // the 16-bit accumulator
-    std::vector<uint8_t>& out;
-    uint32_t bits = 0;
-    int n = 0;
-    void put(uint32_t code, int size) {
-        for (int i = size - 1; i >= 0; --i) {
-            if (n == 16) {
-                for (int s : {8, 0}) {
-                    const uint8_t byte = uint8_t(bits >> s);
-                    out.push_back(byte);
-                    if (byte == 0xFF) out.push_back(0);
-                }
-                bits = 0;
-                n = 0;
-            }
-            bits = (bits << 1) | ((code >> i) & 1);
-            ++n;
-        }
-    }
+struct PeerError {
+    jpeg_error_mgr mgr;
+    std::jmp_buf jump;
+    char message[JMSG_LENGTH_MAX] = {};
 };
 
-struct Code {
-    uint16_t code[256] = {};
-    int size[256] = {};
-    Code(const uint8_t* counts, const uint8_t* sym) {
-        int k = 0, c = 0;
-        for (int l = 1; l <= 16; ++l) {
-            for (int i = 0; i < counts[l - 1]; ++i, ++k) {
-                code[sym[k]] = uint16_t(c++);
-                size[sym[k]] = l;
-            }
-            c <<= 1;
-        }
-    }
-};
+[[noreturn]] void peer_exit(j_common_ptr info) {
+    auto* e = reinterpret_cast<PeerError*>(info->err);
+    info->err->format_message(info, e->message);
+    std::longjmp(e->jump, 1);
+}
 
 }  // namespace
 
-int32_t reference_decode(const std::vector<uint8_t>& file, Decoded* out,
-                         const ReferenceOptions& options) {
-    Ref r(file);
-    r.opt = options;
-    return r.run(out);
+int peer_coefficients(const Bytes& file, JpegCoefficients* out, std::string* error) {
+    JpegCoefficients& o = *out = {};
+    jpeg_decompress_struct info;
+    PeerError e;
+    info.err = jpeg_std_error(&e.mgr);
+    e.mgr.error_exit = peer_exit;
+    jpeg_create_decompress(&info);
+    if (setjmp(e.jump)) {
+        if (error) *error = e.message;
+        jpeg_destroy_decompress(&info);
+        return -1;
+    }
+    jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
+    jpeg_save_markers(&info, JPEG_APP0 + 14, 0xFFFF);
+    jpeg_read_header(&info, TRUE);
+    jvirt_barray_ptr* arrays = jpeg_read_coefficients(&info);
+    o.width = int(info.image_width);
+    o.height = int(info.image_height);
+    o.nf = info.num_components;
+    o.arithmetic = info.arith_code;
+    if (info.saw_JFIF_marker) {
+        o.units = info.density_unit;
+        o.xd = int16_t(info.X_density);
+        o.yd = int16_t(info.Y_density);
+    }
+    for (jpeg_saved_marker_ptr m = info.marker_list; m; m = m->next)
+        if (m->data_length >= 12 && std::memcmp(m->data, "Adobe", 5) == 0) {
+            o.adobe_flags0 = (m->data[7] << 8) | m->data[8];
+            o.adobe_transform = m->data[11];
+        }
+    // One component is taken as sampled 1 x 1 whatever its factors say.
+    for (int i = 0; i < std::min(o.nf, 4); ++i) {
+        const jpeg_component_info& k = info.comp_info[i];
+        o.c[i].h = o.nf > 1 ? k.h_samp_factor : 1;
+        o.c[i].v = o.nf > 1 ? k.v_samp_factor : 1;
+        o.hmax = std::max(o.hmax, o.c[i].h);
+        o.vmax = std::max(o.vmax, o.c[i].v);
+        for (int n = 0; n < 64 && k.quant_table; ++n) o.c[i].q[n] = k.quant_table->quantval[n];
+    }
+    for (int i = 0; i < std::min(o.nf, 4); ++i) {
+        auto& k = o.c[i];
+        const int bw = o.mx() * k.h, bh = o.my() * k.v;
+        k.blocks.resize(size_t(bw) * size_t(bh) * 64);
+        for (int by = 0; by < bh; ++by) {
+            JBLOCKARRAY row =
+                info.mem->access_virt_barray(j_common_ptr(&info), arrays[i], JDIMENSION(by), 1, FALSE);
+            for (int bx = 0; bx < bw; ++bx)
+                std::copy(row[0][bx], row[0][bx] + 64, k.blocks.begin() + (long(by) * bw + bx) * 64);
+        }
+    }
+    const int warnings = int(e.mgr.num_warnings);
+    jpeg_destroy_decompress(&info);
+    return warnings;
 }
 
-void reference_idct(const int16_t* natural, int8_t* samples) {
-    int8_t s[8][8];
-    idct_block(natural, s);
-    std::memcpy(samples, s, 64);
+void reference_rows(const JpegCoefficients& in, bool coefficients, Decoded* out) {
+    const int nf = in.nf, mx = in.mx(), my = in.my();
+    // Four components: Adobe transform 0 inverts the stored values, 1 (and 2
+    // with flags0 0x0080, marked as alpha) converts YCC and carries K
+    // through; anything else converts YCC and inverts K.
+    int mode = 2;
+    if (nf == 4 && in.adobe_transform == 0) mode = 0;
+    if (nf == 4 && (in.adobe_transform == 1 || (in.adobe_transform == 2 && in.adobe_flags0 == 0x80))) mode = 1;
+    const int ow = coefficients ? mx * 8 * in.hmax : in.width;
+    const int oh = coefficients ? my * 8 * in.vmax : in.height;
+    alignas(4) uint8_t hb[40 + 1024] = {};
+    auto* h = reinterpret_cast<DibHeader*>(hb);
+    *h = dib_header(ow, oh, uint16_t(coefficients ? 32 * nf : nf == 1 ? 8 : nf == 3 ? 24 : 32));
+    h->biCompression = !coefficients && mode == 1 && in.adobe_transform == 2 ? 200 : 0;
+    if (in.units) {
+        h->biXPelsPerMeter = in.units == 2 ? int32_t(in.xd * 2.54 + 0.5) : in.xd;
+        h->biYPelsPerMeter = in.units == 2 ? int32_t(in.yd * 2.54 + 0.5) : in.yd;
+    }
+    if (nf == 1 && !coefficients)
+        for (int i = 0; i < 256; ++i) dib_palette(hb)[i] = RgbQuad{uint8_t(i), uint8_t(i), uint8_t(i), 0};
+    Decoded::on_header(h, reinterpret_cast<intptr_t>(out));
+
+    // Each component as a plane of dequantised coefficients and one of
+    // samples, its blocks side by side.
+    std::vector<int16_t> coef[4];
+    std::vector<int8_t> plane[4];
+    int pw[4] = {};
+    for (int i = 0; i < nf; ++i) {
+        const auto& k = in.c[i];
+        const int bw = mx * k.h;
+        pw[i] = bw * 8;
+        coef[i].assign(k.blocks.size(), 0);
+        plane[i].assign(k.blocks.size(), 0);
+        for (size_t b = 0; b < k.blocks.size() / 64; ++b) {
+            int16_t nat[64];
+            for (int n = 0; n < 64; ++n) nat[n] = int16_t(mul(k.blocks[b * 64 + size_t(n)], k.q[n]));
+            int8_t s[64];
+            idct_block(nat, s);
+            for (int y = 0; y < 8; ++y)
+                for (int x = 0; x < 8; ++x) {
+                    const size_t at =
+                        (b / size_t(bw) * 8 + size_t(y)) * size_t(pw[i]) + b % size_t(bw) * 8 + size_t(x);
+                    coef[i][at] = nat[y * 8 + x];
+                    plane[i][at] = s[y * 8 + x];
+                }
+        }
+    }
+    std::vector<uint8_t> line(row_bytes(uint32_t(ow), h->biBitCount));
+    for (int row = 0; row < oh; ++row) {
+        std::fill(line.begin(), line.end(), 0);
+        uint8_t* o = line.data();
+        auto sample = [&](int i, int x) {
+            const auto& k = in.c[i];
+            return plane[i][size_t(row / (in.vmax / k.v)) * size_t(pw[i]) + size_t(x / (in.hmax / k.h))];
+        };
+        for (int x = 0; x < ow; ++x) {
+            if (coefficients) {
+                // Row y of MCU row r holds row y of each component's blocks of that MCU row.
+                const int r = row / (8 * in.vmax), y = row % (8 * in.vmax);
+                for (int i = 0; i < nf; ++i) {
+                    const int32_t v = y < 8 * in.c[i].v && x < pw[i]
+                                          ? coef[i][size_t(r * 8 * in.c[i].v + y) * size_t(pw[i]) + size_t(x)]
+                                          : 0;
+                    store_le32(o + (size_t(x) * size_t(nf) + size_t(i)) * 4, uint32_t(v));
+                }
+                continue;
+            }
+            const int Y = sample(0, x);
+            if (nf == 1) {
+                o[x] = L(Y);
+                continue;
+            }
+            const int cb = sample(1, x), cr = sample(2, x);
+            const int B = Y + cb_b(cb), G = Y - (cb_g(cb) + cr_g(cr)), Rr = Y + cr_r(cr);
+            const int K = nf == 4 ? sample(3, x) : 0;
+            // Three components: blue, green, red; four: one row per mode.
+            const uint8_t px[4][4] = {
+                {uint8_t(255 - L(Y)), uint8_t(255 - L(cb)), uint8_t(255 - L(cr)), uint8_t(255 - L(K))},
+                {L(B - K - 128), L(G - K - 128), L(Rr - K - 128), uint8_t(K + 128)},
+                {L(Rr), L(G), L(B), uint8_t(255 - L(K))},
+                {L(B), L(G), L(Rr), 0}};
+            std::memcpy(o + size_t(nf) * size_t(x), px[nf == 3 ? 3 : mode], size_t(nf));
+        }
+        Decoded::on_row(line.data(), reinterpret_cast<intptr_t>(out), row, uint32_t(line.size()));
+    }
 }
+
+void reference_idct(const int16_t* natural, int8_t* samples) { idct_block(natural, samples); }
 
 void reference_fdct(const int16_t* samples, int16_t* coefficients) {
     int32_t tmp[8][8];
@@ -716,13 +262,13 @@ void reference_fdct(const int16_t* samples, int16_t* coefficients) {
     }
 }
 
-int32_t reference_encode(const void* dib, std::vector<uint8_t>* out) {
+void reference_forward(const void* dib, JpegCoefficients* out) {
     const auto* hd = static_cast<const DibHeader*>(dib);
     const int w = hd->biWidth, h = hd->biHeight, bits = hd->biBitCount;
-    if (bits == 16) return IMG_ERR_DEPTH;
     const auto* pal = dib_palette(dib);
     const uint32_t rb = row_bytes(uint32_t(w), uint32_t(bits));
     const uint8_t* px = static_cast<const uint8_t*>(dib) + 40 + palette_bytes(uint32_t(bits));
+    // Palette images whose entries are all grey, entry 0 no lighter than 40, are grey.
     bool grey = bits <= 8 && pal[0].rgbBlue <= 40;
     for (int i = 0; grey && i < (1 << bits); ++i)
         grey = pal[i].rgbBlue == pal[i].rgbGreen && pal[i].rgbBlue == pal[i].rgbRed;
@@ -730,7 +276,23 @@ int32_t reference_encode(const void* dib, std::vector<uint8_t>* out) {
     auto clampf = [](int f) { return f < 1 ? 1 : f > 4 ? 4 : f; };
     const int nf = grey ? 1 : bits == 32 ? 4 : 3;
     const int h1 = nf == 3 ? clampf(st.jpeg_h) : 1, v1 = nf == 1 ? 1 : clampf(st.jpeg_v);
-    const int mcx = (w + 8 * h1 - 1) / (8 * h1), mcy = (h + 8 * v1 - 1) / (8 * v1);
+    JpegCoefficients& want = *out = {};
+    want.width = w;
+    want.height = h;
+    want.nf = nf;
+    want.hmax = h1;
+    want.vmax = v1;
+    want.units = 1;
+    want.xd = want.yd = 96;
+    if (hd->biXPelsPerMeter) {
+        want.xd = int16_t(hd->biXPelsPerMeter);
+        want.yd = int16_t(hd->biYPelsPerMeter);
+    }
+    if (nf == 4) {
+        want.adobe_transform = 2;
+        want.adobe_flags0 = 0x4000;
+    }
+    const int mcx = want.mx(), mcy = want.my();
     const int pw = mcx * 8 * h1, ph = mcy * 8 * v1;
 
     // Every pixel of the padded image as (byte0, byte1, byte2, byte3): blue,
@@ -772,95 +334,32 @@ int32_t reference_encode(const void* dib, std::vector<uint8_t>* out) {
             plane[3][at] = 127 - o[3];
         }
 
-    std::vector<uint8_t>& o = *out;
-    o.clear();
-    auto put = [&](std::initializer_list<int> bytes) {
-        for (int b : bytes) o.push_back(uint8_t(b));
-    };
-    put({0xFF, 0xD8});
-    if (nf == 4) put({0xFF, 0xEE, 0, 14, 'A', 'd', 'o', 'b', 'e', 1, 0, 0x40, 0, 0, 0, 2});
-    int xd = hd->biXPelsPerMeter, yd = hd->biYPelsPerMeter;
-    if (xd == 0) xd = yd = 96;
-    put({0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0, 1, 0, 1, (xd >> 8) & 255, xd & 255, (yd >> 8) & 255,
-         yd & 255, 0, 0});
-    put({0xFF, 0xDB, 0, 132, 0});
-    for (int k = 0; k < 64; ++k) o.push_back(st.jpeg_luma[kZz[k]]);
-    o.push_back(1);
-    for (int k = 0; k < 64; ++k) o.push_back(st.jpeg_chroma[kZz[k]]);
-    put({0xFF, 0xC0, 0, 8 + 3 * nf, 8, h >> 8, h & 255, w >> 8, w & 255, nf, 1, 16 * h1 + v1, 0});
-    for (int i = 1; i < nf; ++i) put({i + 1, 0x11, 1});
-    auto dht = [&](int id, const uint8_t* counts, const uint8_t* sym, int total) {
-        put({0xFF, 0xC4, 0, 19 + total, id});
-        o.insert(o.end(), counts, counts + 16);
-        o.insert(o.end(), sym, sym + total);
-    };
-    for (int t : {0, 2, 1, 3})
-        if (nf > 1 || t % 2 == 0)
-            dht((t >= 2 ? 0x10 : 0) | (t % 2), kStd[t]->counts, kStd[t]->symbols, kStd[t]->total);
-    put({0xFF, 0xDA, 0, 6 + 2 * nf, nf, 1, 0});
-    for (int i = 1; i < nf; ++i) put({i + 1, 0x11});
-    put({0, 63, 0});
 
-    const Code dcl(kStd[0]->counts, kStd[0]->symbols), dcc(kStd[1]->counts, kStd[1]->symbols);
-    const Code acl(kStd[2]->counts, kStd[2]->symbols), acc(kStd[3]->counts, kStd[3]->symbols);
-    Acc a{o};
-    int pred[4] = {};
-    auto block = [&](int comp, int x0, int y0, int step_x, int step_y) {
-        // Samples: every step-th sample from (x0, y0).
-        int32_t s[8][8], tmp[8][8], X[8][8];
+    // Block (bx, by) of a component: luma samples, or every h1-th / v1-th
+    // chroma sample, transformed and divided by the table entry, rounded.
+    auto block = [&](int comp, int bx, int by) {
+        const int sx = comp ? h1 : 1, sy = comp ? v1 : 1;
+        int16_t s[64], X[64];
         for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) s[y][x] = plane[comp][size_t(y0 + y * step_y) * pw + x0 + x * step_x];
-        for (int r = 0; r < 8; ++r) {
-            int32_t res[8];
-            fdct8(s[r], res);
-            for (int k = 0; k < 8; ++k) tmp[k][r] = int16_t(res[k]);
-        }
-        for (int k = 0; k < 8; ++k) {
-            int32_t res[8];
-            fdct8(tmp[k], res);
-            for (int j = 0; j < 8; ++j) X[j][k] = int16_t(res[j]);
-        }
-        const uint8_t* qt = comp ? st.jpeg_chroma : st.jpeg_luma;
-        int v[64];
-        int last = 0;
-        for (int k = 0; k < 64; ++k) {
-            const int n = kZz[k], x = X[n / 8][n % 8], Q = qt[n];
-            const int m = x < 0 ? -x : x;
+            for (int x = 0; x < 8; ++x)
+                s[y * 8 + x] = int16_t(plane[comp][size_t((by * 8 + y) * sy) * pw + size_t((bx * 8 + x) * sx)]);
+        reference_fdct(s, X);
+        int16_t* v = &want.c[comp].blocks[(size_t(by) * size_t(mcx * want.c[comp].h) + size_t(bx)) * 64];
+        for (int n = 0; n < 64; ++n) {
+            const int x = X[n], Q = want.c[comp].q[n], m = x < 0 ? -x : x;
             const int qv = Q == 1 ? m / 4 : (m + 2 * Q) / (4 * Q);
-            v[k] = x < 0 ? -qv : qv;
-            if (v[k]) last = k;
+            v[n] = int16_t(x < 0 ? -qv : qv);
         }
-        const Code& dc = comp ? dcc : dcl;
-        const Code& ac = comp ? acc : acl;
-        const int diff = v[0] - pred[comp];
-        pred[comp] = v[0];
-        int cat = 0;
-        while ((diff < 0 ? -diff : diff) >> cat) ++cat;
-        a.put(dc.code[cat], dc.size[cat]);
-        if (cat) a.put(uint32_t(diff < 0 ? diff - 1 : diff), cat);
-        int run = 0;
-        for (int k = 1; k <= last; ++k) {
-            if (v[k] == 0 && run < 15) {
-                ++run;
-                continue;
-            }
-            int size = 0;
-            while ((v[k] < 0 ? -v[k] : v[k]) >> size) ++size;
-            a.put(ac.code[run * 16 + size], ac.size[run * 16 + size]);
-            if (size) a.put(uint32_t(v[k] < 0 ? v[k] - 1 : v[k]), size);
-            run = 0;
-        }
-        if (last < 63) a.put(ac.code[0], ac.size[0]);
     };
-    for (int my = 0; my < mcy; ++my)
-        for (int mx = 0; mx < mcx; ++mx) {
-            for (int by = 0; by < v1; ++by)
-                for (int bx = 0; bx < h1; ++bx) block(0, (mx * h1 + bx) * 8, my * 8 * v1 + by * 8, 1, 1);
-            for (int i = 1; i < nf; ++i) block(i, mx * 8 * h1, my * 8 * v1, h1, v1);
-        }
-    a.put(0, 17 - a.n);
-    put({0xFF, 0xD9});
-    return 0;
+    for (int i = 0; i < nf; ++i) {
+        auto& k = want.c[i];
+        k.h = i ? 1 : h1;
+        k.v = i ? 1 : v1;
+        std::copy(i ? st.jpeg_chroma : st.jpeg_luma, (i ? st.jpeg_chroma : st.jpeg_luma) + 64, k.q);
+        k.blocks.resize(size_t(mcx * k.h) * size_t(mcy * k.v) * 64);
+        for (int by = 0; by < mcy * k.v; ++by)
+            for (int bx = 0; bx < mcx * k.h; ++bx) block(i, bx, by);
+    }
 }
 
 }  // namespace tesslin::test

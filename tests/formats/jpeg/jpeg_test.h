@@ -36,6 +36,20 @@ inline int32_t jpeg_decode_file(const std::string& path, Decoded* out, const jpe
     return jpeg_decode_bytes(read_file(path), out, options);
 }
 
+// Offset of the first marker `m` (0xFF m) after SOI.
+inline size_t find_marker(const Bytes& f, uint8_t m) {
+    for (size_t i = 2; i + 1 < f.size(); ++i)
+        if (f[i] == 0xFF && f[i + 1] == m) return i;
+    return std::string::npos;
+}
+
+// The file with `values` written from byte `at` of the first `marker`
+// segment (counted from its 0xFF).
+inline Bytes patched(Bytes f, uint8_t marker, size_t at, const Bytes& values) {
+    std::copy(values.begin(), values.end(), f.begin() + long(find_marker(f, marker) + at));
+    return f;
+}
+
 // A decode's samples as netpbm holds them: grey for 8 bits, RGB for 24,
 // the four stored bytes for 32.
 inline Bytes samples(const Decoded& d) {
