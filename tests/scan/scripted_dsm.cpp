@@ -28,6 +28,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -69,16 +70,10 @@ void log(const char* format, ...) {
 void read_script() {
     g_script.clear();
     const char* text = std::getenv("TESSLIN_SCRIPTED_DSM");
-    std::string s = text ? text : "";
-    size_t at = 0;
-    while (at < s.size()) {
-        size_t end = s.find(';', at);
-        if (end == std::string::npos) end = s.size();
-        const std::string item = s.substr(at, end - at);
-        const size_t eq = item.find('=');
-        if (eq != std::string::npos) g_script[item.substr(0, eq)] = std::atol(item.c_str() + eq + 1);
-        at = end + 1;
-    }
+    std::istringstream in(text ? text : "");
+    for (std::string item; std::getline(in, item, ';');)
+        if (const size_t eq = item.find('='); eq != std::string::npos)
+            g_script[item.substr(0, eq)] = std::atol(item.c_str() + eq + 1);
 }
 
 int width() { return int(opt("width", 64)); }

@@ -1,6 +1,6 @@
 // The tesslin tool with files as users meet them: output formats from every
-// writable extension (magic bytes and the peers' readings), the summary line,
-// the operating system's reasons, files cut short, and the manual pages.
+// writable extension (magic bytes and the peers' readings), the operating
+// system's reasons, files cut short, and the manual pages.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -54,18 +54,6 @@ TEST(CliFiles, OutputFormatFollowsEveryWritableExtension) {
             EXPECT_EQ(magick_size(out), size) << row.ext;
         }
     }
-}
-
-TEST(CliFiles, SummaryLineAndQuiet) {
-    const std::string src = corpus("doc/multipage-g4.tif");
-    const Scratch out("sum.pdf");
-    CliRun r = run_cli("convert '" + src + "' '" + out.path + "' --all-pages");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.text(), "wrote " + out.path + " (pdf, 3 pages)\n");
-    fs::remove(out.path);
-    r = run_cli("convert '" + src + "' '" + out.path + "' --all-pages --quiet");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.text(), "");  // (poppler reads the pages back in Cli.AllPagesGoIntoOnePdf)
 }
 
 TEST(CliFiles, MessagesCarryTheSystemsReason) {
