@@ -34,8 +34,9 @@ struct Switch {
 
 }  // namespace
 
-// Every file of the corpus is identified with its expected code by name,
-// open stream and memory block; the stream is put back where it was, except
+// Every file of the corpus is identified with its expected code from an open
+// stream and a memory block (by name: the conformance rows); the stream is
+// put back where it was, except
 // that TIFF, BMP and GIF files are read from there to refine the code.
 TEST(Detect, EveryCorpusFileHasItsExpectedFormatCode) {
     int checked = 0;
@@ -44,7 +45,6 @@ TEST(Detect, EveryCorpusFileHasItsExpectedFormatCode) {
         const std::string path = corpus(cells[0]);
         const int32_t expected = std::stoi(cells[5]);
         SCOPED_TRACE(cells[0]);
-        EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), expected);
         EXPECT_EQ(filetype_mem(read_file(path)), expected);
         const int32_t fd = platform::file_open(path.c_str(), 0);
         ASSERT_GE(fd, 0);

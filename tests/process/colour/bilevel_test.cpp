@@ -108,7 +108,8 @@ TEST(Bilevel, DithersKeepTheBrightness) {
     for (const auto& src : sources) {
         for (auto op : {IMG_bayer_mono, IMG_halftone_mono, IMG_diffusion_mono}) {
             const Raster& grey = src.grey;
-            const Handle h = grey_handle(grey.width, grey.height, [&](int32_t x, int32_t y) { return grey.at(x, y)[0]; });
+            const Handle h =
+                grey_handle(grey.width, grey.height, [&](int32_t x, int32_t y) { return grey.at(x, y)[0]; });
             ASSERT_EQ(op(h), 0);
             const Raster r = bilevel(h);
             double total = 0, worst = 0;

@@ -182,7 +182,8 @@ TEST(Resize, Statuses) {
     // tests' table.
     for (auto resize : {IMG_resize_bitmap, IMG_resize_bitmap_interp, IMG_resize_bitmap_bicubic,
                         IMG_resize_to_gray, IMG_create_thumbnail})
-        for (int bits : {1, 8, 24}) EXPECT_EQ(resize(Handle(noise_handle(9, 9, bits)), 0, 10), IMG_ERR_BAD_IMAGE);
+        for (int bits : {1, 8, 24})
+            EXPECT_EQ(resize(Handle(noise_handle(9, 9, bits)), 0, 10), IMG_ERR_BAD_IMAGE) << bits;
 }
 
 }  // namespace
