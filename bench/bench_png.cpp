@@ -90,27 +90,8 @@ const Page& page() {
 
 // --- decoding ---------------------------------------------------------------
 
-struct Sink {
-    std::vector<uint8_t> row;
-    uint64_t sum = 0;
-};
-
-int32_t sink_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
-int32_t sink_row(uint8_t* row, intptr_t user, int32_t, uint32_t bytes) {
-    auto* s = reinterpret_cast<Sink*>(user);
-    std::memcpy(s->row.data(), row, bytes);
-    s->sum += s->row[bytes / 2];
-    return 0;
-}
-
 void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file) {
-    Sink sink;
-    sink.row.resize(row_bytes(kWidth, 24));
-    for (auto _ : state) {
-        if (bench::decode_memory(png_decode, file, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header) != 0)
-            std::abort();
-    }
-    benchmark::DoNotOptimize(sink.sum);
+    bench::time_decode(state, png_decode, file, row_bytes(kWidth, 24));
     state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 3);
 }
 

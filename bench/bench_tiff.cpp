@@ -154,23 +154,8 @@ void verify(const Pages& pg, const std::vector<uint8_t>& packed) {
 
 // ---- Decoding --------------------------------------------------------------
 
-struct Sink {
-    uint64_t sum = 0;
-};
-
-int32_t sink_header(const IMG_BITMAPINFOHEADER*, intptr_t) { return 1; }
-int32_t sink_row(uint8_t* row, intptr_t user, int32_t, uint32_t bytes) {
-    reinterpret_cast<Sink*>(user)->sum += row[bytes / 2];
-    return 0;
-}
-
 void decode_ours(benchmark::State& state, const std::vector<uint8_t>& file, uint64_t pixels) {
-    Sink sink;
-    for (auto _ : state) {
-        if (bench::decode_memory(tesslin::tiff::decode, file, sink_row, reinterpret_cast<intptr_t>(&sink), sink_header) != 0)
-            std::abort();
-    }
-    benchmark::DoNotOptimize(sink.sum);
+    bench::time_decode(state, tesslin::tiff::decode, file, 0);
     state.SetItemsProcessed(int64_t(state.iterations() * pixels));
 }
 

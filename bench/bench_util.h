@@ -12,11 +12,15 @@
 // supply callback that hands rows to an encoder.
 //
 // decode_memory(), encode_memory(): a codec of the library run on a memory
-// stream, the way the benchmarks time them.
+// stream, the way the benchmarks time them; time_decode(): the timing loop
+// of a decoder, whose rows are copied out as an application would.
 //
 // run_records(): every row of a bilevel page as a run record.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -54,6 +58,32 @@ inline int32_t decode_memory(Decoder decode, const std::vector<uint8_t>& file,
     const int32_t status = decode(0, raster, user, header, s);
     stream::mem_release(s);
     return status;
+}
+
+// Times `decode` on `file` for every iteration of `state`: each row is
+// copied out of the decoder's buffer (up to `row_bytes`; 0: not copied) and
+// one sample of it summed, so that no work can be optimised away. Aborts
+// when the decoder fails.
+inline void time_decode(benchmark::State& state, Decoder decode, const std::vector<uint8_t>& file,
+                        uint32_t row_bytes) {
+    struct Sink {
+        std::vector<uint8_t> row;
+        uint64_t sum = 0;
+    } sink{std::vector<uint8_t>(row_bytes), 0};
+    const auto header = [](const IMG_BITMAPINFOHEADER*, intptr_t) -> int32_t { return 1; };
+    const auto raster = [](uint8_t* row, intptr_t user, int32_t, uint32_t bytes) -> int32_t {
+        auto* s = reinterpret_cast<Sink*>(user);
+        if (s->row.empty()) {
+            s->sum += row[bytes / 2];
+            return 0;
+        }
+        std::memcpy(s->row.data(), row, std::min<size_t>(bytes, s->row.size()));
+        s->sum += s->row[s->row.size() / 2];
+        return 0;
+    };
+    for (auto _ : state)
+        if (decode_memory(decode, file, raster, reinterpret_cast<intptr_t>(&sink), header) != 0) std::abort();
+    benchmark::DoNotOptimize(sink.sum);
 }
 
 // Runs `encode` on a memory stream over `capacity` bytes at `out`; returns

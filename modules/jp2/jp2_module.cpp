@@ -30,15 +30,16 @@
 #include <new>
 #include <vector>
 
+#include "module_stream.h"
 #include "tesslin/tesslin.h"
 
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-using ReadFn = int32_t (*)(int32_t, void*, uint32_t);
-using WriteFn = int32_t (*)(int32_t, const void*, uint32_t);
-using SeekFn = int32_t (*)(int32_t, int32_t, int);
+using tesslin::module::ReadFn;
+using tesslin::module::SeekFn;
+using tesslin::module::WriteFn;
 
 ReadFn g_read = nullptr;
 WriteFn g_write = nullptr;
@@ -132,23 +133,7 @@ void silence(opj_codec_t* c) {
 // ---- Decoding ------------------------------------------------------------------
 
 int32_t read_stream(int32_t stream, uint32_t position, std::vector<uint8_t>& bytes) {
-    if (!g_read || !g_seek) return IMG_ERR_READ;
-    if (!(position & 0x80000000u) && g_seek(stream, int32_t(position), 0) < 0) return IMG_ERR_READ;
-    try {
-        constexpr uint32_t kBlock = 1u << 20;
-        for (;;) {
-            const size_t at = bytes.size();
-            bytes.resize(at + kBlock);
-            const int32_t n = g_read(stream, bytes.data() + at, kBlock);
-            if (n < 0) return n;
-            bytes.resize(at + uint32_t(n));
-            if (n == 0) break;
-            if (bytes.size() > kMaxInput) return IMG_ERR_BAD_IMAGE;
-        }
-    } catch (const std::bad_alloc&) {
-        return IMG_ERR_MEMORY;
-    }
-    return 0;
+    return tesslin::module::read_whole(g_read, g_seek, stream, position, bytes, kMaxInput);
 }
 
 // Sample of component c at output pixel (x, y), reduced to 8 bits.

@@ -46,15 +46,16 @@
 #include <utility>
 #include <vector>
 
+#include "module_stream.h"
 #include "tesslin/tesslin.h"
 
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-using ReadFn = int32_t (*)(int32_t, void*, uint32_t);
-using WriteFn = int32_t (*)(int32_t, const void*, uint32_t);
-using SeekFn = int32_t (*)(int32_t, int32_t, int);
+using tesslin::module::ReadFn;
+using tesslin::module::SeekFn;
+using tesslin::module::WriteFn;
 
 constexpr int32_t kDefaultDpi = 200;
 constexpr int32_t kDefaultBits = 24;
@@ -417,30 +418,8 @@ namespace {
 ReadFn g_read = nullptr;
 SeekFn g_seek = nullptr;
 
-// The stream from the current position to its end.
-int32_t read_stream(int32_t stream, std::vector<char>& bytes) {
-    if (!g_read) return IMG_ERR_READ;
-    try {
-        constexpr uint32_t kBlock = 1u << 20;
-        for (;;) {
-            const size_t at = bytes.size();
-            bytes.resize(at + kBlock);
-            const int32_t n = g_read(stream, bytes.data() + at, kBlock);
-            if (n < 0) return n;
-            bytes.resize(at + uint32_t(n));
-            if (n == 0) break;
-            if (bytes.size() > kMaxImageBytes) return IMG_ERR_BAD_IMAGE;
-        }
-    } catch (const std::bad_alloc&) {
-        return IMG_ERR_MEMORY;
-    }
-    return 0;
-}
-
 int32_t read_from(int32_t stream, uint32_t position, std::vector<char>& bytes) {
-    if (!g_seek) return IMG_ERR_READ;
-    if (!(position & 0x80000000u) && g_seek(stream, int32_t(position), 0) < 0) return IMG_ERR_READ;
-    return read_stream(stream, bytes);
+    return tesslin::module::read_whole(g_read, g_seek, stream, position, bytes, kMaxImageBytes);
 }
 
 int32_t load_stream(int32_t stream, uint32_t position, Lease& lease) {

@@ -56,13 +56,15 @@ private:
     uint32_t bits_ = 0;
 };
 
-// The LZW string table of the writer: each prefix code's children in a
-// linked list (first child, next sibling), searched by their last byte.
+// The LZW string table of the writer, as an open-addressed hash of
+// (prefix code, byte) -> code: a lookup costs one or two probes however many
+// strings share a prefix, which a list of children per prefix does not give
+// for 8-bit photographs. Which codes are sent depends only on which strings
+// are in the table, so the output is the same either way.
 class Encoder {
 public:
     Encoder(uint32_t k, CodePacker& packer)
-        : k_(k), clear_(1u << k), packer_(packer), child_(kTableSize), sibling_(kTableSize),
-          byte_(kTableSize) {
+        : k_(k), clear_(1u << k), packer_(packer), keys_(kSlots), codes_(kSlots) {
         reset();
         packer_.put(clear_, width_);
     }
@@ -72,19 +74,20 @@ public:
             prefix_ = index;
             return;
         }
-        for (int32_t c = child_[size_t(prefix_)]; c >= 0; c = sibling_[size_t(c)]) {
-            if (byte_[size_t(c)] == index) {
-                prefix_ = c;
+        // Keys are stored plus one so that zero marks an empty slot.
+        const uint32_t key = (uint32_t(prefix_) << 8 | index) + 1;
+        uint32_t slot = (key * 0x9E3779B1u) >> (32 - kSlotBits);
+        for (uint32_t k; (k = keys_[slot]) != 0; slot = (slot + 1) & (kSlots - 1)) {
+            if (k == key) {
+                prefix_ = codes_[slot];
                 return;
             }
         }
         packer_.put(uint32_t(prefix_), width_);
         if (next_ < kTableSize) {
             const uint32_t code = next_++;
-            byte_[code] = index;
-            child_[code] = -1;
-            sibling_[code] = child_[size_t(prefix_)];
-            child_[size_t(prefix_)] = int16_t(code);
+            keys_[slot] = key;
+            codes_[slot] = uint16_t(code);
             if (code == limit_) {
                 if (width_ < 12) {
                     ++width_;
@@ -110,8 +113,11 @@ public:
     }
 
 private:
+    // Twice the table's 4,096 codes: the hash is never more than half full.
+    static constexpr uint32_t kSlotBits = 13, kSlots = 1u << kSlotBits;
+
     void reset() {
-        std::fill(child_.begin(), child_.end(), int16_t(-1));
+        std::fill(keys_.begin(), keys_.end(), 0u);
         next_ = clear_ + 2;
         width_ = k_ + 1;
         limit_ = 1u << width_;
@@ -119,8 +125,8 @@ private:
 
     uint32_t k_, clear_;
     CodePacker& packer_;
-    std::vector<int16_t> child_, sibling_;
-    std::vector<uint8_t> byte_;
+    std::vector<uint32_t> keys_;
+    std::vector<uint16_t> codes_;
     uint32_t next_ = 0, width_ = 0, limit_ = 0;
     int32_t prefix_ = -1;
 };
