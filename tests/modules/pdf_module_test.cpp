@@ -59,9 +59,8 @@ Raster render_ps(const std::string& ps, const std::string& name, int dpi) {
     write_file(src, Bytes(ps.begin(), ps.end()));
     Raster got{};
     if (run("ps2pdf '" + src + "' '" + pdf + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
-        const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+        const Handle page = IMG_decompress_bitmap(pdf.c_str());
         if (page >= 0) got = handle_raster(page);
-        if (page >= 0) IMG_delete_bitmap(page);
     }
     IMGLOW_set_pdf_input(0, 0);
     fs::remove(src);
@@ -238,10 +237,9 @@ TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
     ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
     std::vector<Raster> alone;
     for (int p = 0; p < 2; ++p) {
-        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), p);
         ASSERT_GE(h, 0);
         alone.push_back(handle_raster(h));
-        IMG_delete_bitmap(h);
     }
     std::vector<size_t> differ(4, 0);
     std::vector<std::thread> threads;
@@ -249,9 +247,8 @@ TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 6; ++i) {
                 const int p = (t + i) % 2;
-                const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+                const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), p);
                 differ[size_t(t)] += h < 0 ? 1 : count_differences(handle_raster(h), alone[size_t(p)], 1);
-                if (h >= 0) IMG_delete_bitmap(h);
             }
         });
     for (auto& t : threads) t.join();
