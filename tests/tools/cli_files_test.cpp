@@ -87,10 +87,16 @@ TEST(CliFiles, ManualPagesComeFromTheHelpTexts) {
     const TempDir dir("man");
     ASSERT_EQ(run_cli("--write-man '" + dir.path + "'").status, 0);
     const std::string text = slurp(dir.path + "/tesslin.1");
-    // Every command `tesslin --help` lists has its page, holding its help's options.
+    // Every command `tesslin --help` lists has its usage and its page, holding
+    // its help's options.
     const CliRun list = run_cli("--help");
+    EXPECT_EQ(list.status, 0);
+    EXPECT_NE(list.out.find("usage: tesslin"), std::string::npos);
     for (const char* command : {"info", "convert", "formats", "tags", "version"}) {
         ASSERT_NE(list.out.find(std::string("  ") + command), std::string::npos);
+        const CliRun help = run_cli(std::string(command) + " --help");
+        EXPECT_EQ(help.status, 0) << command;
+        EXPECT_NE(help.out.find("usage: tesslin " + std::string(command)), std::string::npos) << command;
         EXPECT_NE(text.find(std::string(".B ") + command), std::string::npos) << command;
         EXPECT_FALSE(slurp(dir.path + "/tesslin-" + command + ".1").empty()) << command;
     }
