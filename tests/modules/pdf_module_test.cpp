@@ -55,16 +55,14 @@ class PdfModule : public ModuleTest {};
 // The 1-bit page a PostScript program draws, through ps2pdf and the module
 // at `dpi`; an empty raster when a step fails.
 Raster render_ps(const std::string& ps, const std::string& name, int dpi) {
-    const std::string src = temp_path(name + ".ps"), pdf = temp_path(name + ".pdf");
+    const Scratch src(name + ".ps"), pdf(name + ".pdf");
     write_file(src, Bytes(ps.begin(), ps.end()));
     Raster got{};
-    if (run("ps2pdf '" + src + "' '" + pdf + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
+    if (run("ps2pdf '" + src.path + "' '" + pdf.path + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
         const Handle page = IMG_decompress_bitmap(pdf.c_str());
         if (page >= 0) got = handle_raster(page);
     }
     IMGLOW_set_pdf_input(0, 0);
-    fs::remove(src);
-    fs::remove(pdf);
     return got;
 }
 
