@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -12,8 +11,6 @@
 
 #include "cli.h"
 #include "fax.h"
-#include "tesslin/tesslin.h"
-#include "test_util.h"
 
 using namespace tesslin::test;
 

@@ -87,9 +87,7 @@ TEST(Geometry, AnyAngleGrowsTheImageAndFillsTheCorners) {
         const uint8_t background = bits == 1 ? 1 : 0;
         for (int32_t corner : {0, 141, 142 * 141, 142 * 142 - 1})
             EXPECT_EQ(a.px[size_t(corner) * size_t(a.k)], background) << bits << " bits";
-        int32_t x, y, cw, ch;
-        IMG_get_croprect(h, &x, &y, &cw, &ch);
-        EXPECT_EQ(std::vector<int32_t>({x, y, cw, ch}), std::vector<int32_t>({0, 0, 142, 142}));
+        EXPECT_EQ(crop_of(h), std::vector<int32_t>({0, 0, 142, 142}));
     }
     // Angle 0 and whole turns change nothing.
     const Handle same = noise_handle(5, 3, 4);
@@ -161,8 +159,7 @@ TEST(Geometry, CropRectangleFollowsTheContent) {
             }
             ASSERT_EQ(IMG_set_croprect(h, 10, 5, 20, 30), 0);
             ASSERT_EQ(c.op(h), 0);
-            std::vector<int32_t> crop(4);
-            IMG_get_croprect(h, &crop[0], &crop[1], &crop[2], &crop[3]);
+            const std::vector<int32_t> crop = crop_of(h);
             EXPECT_EQ(crop, c.crop);
             const PixelArray a = pixels_of(h);
             size_t black = 0;

@@ -9,12 +9,6 @@ namespace {
 using namespace tesslin;
 using namespace tesslin::test;
 
-std::vector<int32_t> crop_of(int32_t h) {
-    int32_t c[4];
-    IMG_get_croprect(h, &c[0], &c[1], &c[2], &c[3]);
-    return {c[0], c[1], c[2], c[3]};
-}
-
 TEST(Resize, NearestFollowsTheFixedPointMappingOnEveryDepth) {
     if (!have_numpy()) GTEST_SKIP() << "numpy and Pillow for /usr/bin/python3";
     NumpyChecks checks;
