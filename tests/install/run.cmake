@@ -1,7 +1,8 @@
 # Installs the build into a fresh prefix and uses it as an integrator would:
-# a C program built with pkg-config and with find_package(Tesslin), the
-# installed tesslin run without LD_LIBRARY_PATH, the Python tests run
-# against the installed package.
+# C programs built with pkg-config (the info example, and
+# tests/consumer/consumer.c, which checks the header's structures from C)
+# and with find_package(Tesslin), the installed tesslin run without
+# LD_LIBRARY_PATH, the Python tests run against the installed package.
 #   -DBUILD_DIR -DSOURCE_DIR -DWORK -DCC -DSAMPLE -DPYTHON -DPYTHON_SITE -DSANITIZE
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
@@ -49,6 +50,9 @@ run("program built with pkg-config" ${WORK}/info_pc ${SAMPLE})
 if(NOT out MATCHES "3 pages, 1700 x 2200, 1 bit")
   message(FATAL_ERROR "info_pc printed: ${out}")
 endif()
+run("cc consumer.c with pkg-config" ${CC} -std=c99 -Wall -Wextra -Werror ${sanitize_flags}
+    ${SOURCE_DIR}/tests/consumer/consumer.c ${pc_flags} -Wl,-rpath,${prefix}/lib -o ${WORK}/consumer)
+run("consumer.c" ${WORK}/consumer)
 
 # find_package(Tesslin).
 file(MAKE_DIRECTORY ${WORK}/project)

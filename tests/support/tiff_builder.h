@@ -4,7 +4,6 @@
 #pragma once
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "core/dib.h"
@@ -46,12 +45,6 @@ struct TiffBuilder {
     }
     void add_short(uint16_t tag, uint32_t v) { add(tag, 3, {v}); }
     void add_long(uint16_t tag, uint32_t v) { add(tag, 4, {v}); }
-    void add_rational(uint16_t tag, uint32_t num, uint32_t den) { add(tag, 5, {num, den}); }
-    void add_ascii(uint16_t tag, const std::string& text) {
-        Entry e{tag, 2, uint32_t(text.size() + 1), {text.begin(), text.end()}};
-        e.data.push_back(0);
-        entries.push_back(e);
-    }
     // Appends the directory (long values first) and returns its offset.
     uint32_t finish_directory(uint32_t next = 0) {
         std::vector<uint32_t> where(entries.size(), 0);

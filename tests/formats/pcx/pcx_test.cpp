@@ -157,7 +157,7 @@ TEST(PcxWrite, PeersReadBackEveryPage) {
 
 TEST(PcxWrite, RunsDepthsAndFailedAppends) {
     // 200 equal bytes and a lone 0xC5: FF v FF v FF v CB v, C1 C5.
-    const int32_t h = make_handle(201, 1, 8, [](uint8_t* row, uint32_t, int32_t) {
+    const Handle h = make_handle(201, 1, 8, [](uint8_t* row, uint32_t, int32_t) {
         std::memset(row, 7, 200);
         row[200] = 0xC5;
     });
@@ -190,7 +190,6 @@ TEST(PcxWrite, RunsDepthsAndFailedAppends) {
     EXPECT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), IMG_ERR_UNSUPPORTED);
     EXPECT_EQ(read_file(path), full);
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 99);
-    IMG_delete_bitmap(h);
 }
 
 // The reader's rules on files built here.

@@ -146,11 +146,8 @@ TEST(Text, TabsMarginsAndStyles) {
     TextScope scope;
     // A tab is eight spaces by default, four with a tab size of 4.
     const auto same_page = [](const std::string& a, const std::string& b) {
-        const int32_t x = page_of(a), y = page_of(b);
-        const bool same = x >= 0 && y >= 0 && count_differences(handle_raster(x), handle_raster(y), 1) == 0;
-        IMG_delete_bitmap(x);
-        IMG_delete_bitmap(y);
-        return same;
+        const Handle x = page_of(a), y = page_of(b);
+        return x >= 0 && y >= 0 && count_differences(handle_raster(x), handle_raster(y), 1) == 0;
     };
     // (Detection looks at ten bytes: every text here is longer.)
     EXPECT_TRUE(same_page("\tX\nab\tcd\nend\n", "        X\nab      cd\nend\n"));
@@ -172,19 +169,18 @@ TEST(Text, TabsMarginsAndStyles) {
 
     // Bold inks more; italic leans (ink reaches further right on the line).
     const std::string body = "Hamburgefonstiv lll 0123\n";
-    const int32_t plain = page_of(body);
+    const Handle plain = page_of(body);
     a.mask = IMG_ASCII_BOLD;
     a.bold = 1;
     IMGLOW_set_ascii_attributes(&a);
-    const int32_t bold = page_of(body);
+    const Handle bold = page_of(body);
     a.mask = IMG_ASCII_BOLD | IMG_ASCII_ITALIC;
     a.bold = 0;
     a.italic = 1;
     IMGLOW_set_ascii_attributes(&a);
-    const int32_t italic = page_of(body);
+    const Handle italic = page_of(body);
     EXPECT_GT(ink(bold).total * 100, ink(plain).total * 125);
     EXPECT_NE(count_differences(handle_raster(italic), handle_raster(plain), 1), 0u);
-    for (int32_t h : {plain, bold, italic}) IMG_delete_bitmap(h);
 }
 
 TEST(Text, WidthMeasureAndRefusals) {

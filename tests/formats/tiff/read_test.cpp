@@ -114,7 +114,8 @@ TEST(TiffSuite, EveryFileDecodesToItsReference) {
             ref = read_netpbm(kSuite + "/" + e.reference);
         }
         ASSERT_GT(ref.width, 0) << name;
-        EXPECT_EQ(differences(d, ref, e.channels), 0) << name;
+        ASSERT_TRUE(d.complete()) << name;
+        EXPECT_EQ(count_differences(d.raster(), ref, e.channels), 0u) << name;
     }
     EXPECT_EQ(checked, 12);
 }
@@ -130,7 +131,8 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
     for (const Case& c : {Case{"tone/rgb-none.tif", 24, 0}, Case{"tone/rgba.tif", 32, 200},
                           Case{"tone/cmyk.tif", 32, 0}, Case{"tone/rgb16.tif", 24, 0},
                           Case{"tone/palette4.tif", 4, 0}, Case{"tone/grey-none.tif", 8, 0},
-                          Case{"doc/g4.tif", 1, 0}, Case{"doc/bilevel-lzw.tif", 1, 0}}) {
+                          Case{"doc/g4.tif", 1, 0}, Case{"doc/g4-strips.tif", 1, 0},
+                          Case{"doc/bilevel-lzw.tif", 1, 0}}) {
         const Decoded d = decode_file(kCorpus + "/" + c.file);
         ASSERT_EQ(d.status, 0) << c.file;
         EXPECT_EQ(d.bits(), c.bits) << c.file;
@@ -147,24 +149,15 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
     }
 }
 
-// WhiteIsZero Group 4 data arrives as it is coded; the same data marked
-// BlackIsZero arrives with every row inverted; both with black, white.
-// Without ImageLength, width 1728 gives the standard 1045 rows.
+// A fax page's resolution, in dots per inch; without ImageLength, width
+// 1728 gives the standard 1045 rows. (WhiteIsZero and BlackIsZero Group 4
+// pixels: the conformance rows doc/g4.tif and doc/g4-strips.tif.)
 TEST(TiffRead, FaxPageFields) {
     Bytes f = read_file(kCorpus + "/doc/g4.tif");
     const Decoded white = decode(f);
-    store_le16(&f[tiff_field(f, 262)], 1);
-    const Decoded black = decode(f);
     ASSERT_EQ(white.status, 0);
-    ASSERT_EQ(black.status, 0);
-    EXPECT_EQ(white.h().biXPelsPerMeter, 200);  // dots per inch
+    EXPECT_EQ(white.h().biXPelsPerMeter, 200);
     EXPECT_EQ(white.h().biYPelsPerMeter, 200);
-    EXPECT_EQ(black.palette()[0].rgbRed, 0);
-    for (int y : {0, 700, 1500}) {
-        const auto& a = white.rows[size_t(y)];
-        const auto& b = black.rows[size_t(y)];
-        for (size_t i = 0; i < 1728 / 8; ++i) ASSERT_EQ(uint8_t(~a[i]), b[i]) << y;
-    }
     store_le16(&f[tiff_field(f, 257) - 8], 0x7FFF);  // some private tag number instead of ImageLength
     const Decoded d = decode(f);
     ASSERT_EQ(d.status, 0);
@@ -235,13 +228,11 @@ TEST(TiffRead, TagQueries) {
     EXPECT_EQ(IMGLOW_get_tiff_tag_page_fd(256, 0, &value, fd, nullptr, 1), 0);
     EXPECT_EQ(value, 1700);
     close(fd);
-    // Orientation by page.
-    EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 2), 0);
-    EXPECT_EQ(IMGLOW_get_image_orientation_page(multi.c_str(), 3), IMG_ERR_NO_PAGE);
 }
 
-// The directory listing decodes every field type in either byte order and
-// sizes its array with a first call.
+// The directory listing decodes the signed and floating field types in
+// either byte order (the unsigned ones and ASCII: the CLI's tag listing
+// against libtiff's tiffdump) and sizes its array with a first call.
 TEST(TiffRead, DirectoryListing) {
     for (bool big : {false, true}) {
         SCOPED_TRACE(big ? "big-endian" : "little-endian");
@@ -250,9 +241,6 @@ TEST(TiffRead, DirectoryListing) {
         b.add_long(256, 8);
         b.add_long(257, 4);
         b.add_long(273, strip);
-        b.add(258, 3, {8, 8, 8, 8, 8, 8});  // six SHORTs: data elsewhere
-        b.add_rational(282, 300, 1);
-        b.add_ascii(305, "listing");
         auto be_or_le = [&](Bytes v) {
             if (!big) std::reverse(v.begin(), v.end());
             return v;
@@ -269,7 +257,7 @@ TEST(TiffRead, DirectoryListing) {
         write_file(path, b.bytes);
 
         const int32_t n = IMGLOW_get_tiff_directory(path.c_str(), 0, nullptr, 0);
-        ASSERT_EQ(n, 10);
+        ASSERT_EQ(n, 7);
         std::vector<IMG_TIFF_FIELD> f(size_t(n) + 2, IMG_TIFF_FIELD{0xEEEE, 0, 0, 0, {}});
         EXPECT_EQ(IMGLOW_get_tiff_directory(path.c_str(), 0, f.data(), 3), n);
         EXPECT_EQ(f[2].tag, 273);
@@ -278,14 +266,6 @@ TEST(TiffRead, DirectoryListing) {
         std::map<uint16_t, IMG_TIFF_FIELD> by_tag;
         for (int32_t i = 0; i < n; ++i) by_tag[f[size_t(i)].tag] = f[size_t(i)];
         EXPECT_EQ(by_tag[256].value[0], 8u);
-        EXPECT_EQ(by_tag[258].count, 6u);
-        EXPECT_GT(by_tag[258].offset, 0u);
-        EXPECT_EQ(std::vector<uint32_t>(by_tag[258].value, by_tag[258].value + 4),
-                  (std::vector<uint32_t>{8, 8, 8, 8}));
-        EXPECT_EQ(by_tag[282].value[0], 300u);
-        EXPECT_EQ(by_tag[282].value[1], 1u);
-        EXPECT_EQ(by_tag[305].type, 2);
-        EXPECT_EQ(by_tag[305].count, 8u);
         EXPECT_EQ(int32_t(by_tag[0x8001].value[0]), -5);
         EXPECT_EQ(int32_t(by_tag[0x8002].value[0]), -2);
         const uint64_t bits = uint64_t(by_tag[0x8003].value[1]) << 32 | by_tag[0x8003].value[0];

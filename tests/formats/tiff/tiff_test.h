@@ -16,11 +16,5 @@ inline Decoded jpeg_rows(const Bytes& file) {
                           int32_t s) { return jpeg::decode(p, r, u, h, s); },
                        file);
 }
-// Pixels of a complete decode that differ from a reference (-1: size differs).
-inline int64_t differences(const Decoded& d, const Raster& ref, int channels) {
-    if (d.header.empty() || !d.complete()) return -1;
-    const size_t n = count_differences(d.raster(), ref, channels);
-    return n == size_t(-1) ? -1 : int64_t(n);
-}
 
 }  // namespace tesslin::test

@@ -240,10 +240,13 @@ Ifd first_ifd(const Bytes& f) { return ifd_at(f, load_le32(&f[4])); }
 // Three pages saved in turn to a new file with the page index for 10:
 // bytes 16-19 hold 3, the index the three directory offsets, and each
 // directory chains to the next. Every page reads back, also in libtiff.
-TEST(TiffWrite, ThreePagesWithThePageIndex) {
+// Pages beyond the index's room (2) go on along the chain: the page count
+// at 16 keeps counting, and every page is found through the last indexed
+// page and the chain.
+TEST(TiffWrite, PageIndex) {
     Restore restore;
     IMGLOW_set_tiff_indexing(10);
-    const Scratch path("indexed.tif");
+    const Scratch path("indexed.tif"), overflow("overflow.tif");
     const Handle pages[] = {image(1), image(8), image(24)};
     for (size_t i = 0; i < 3; ++i) ASSERT_EQ(IMG_save_bitmap(pages[i], path.c_str(), i == 0 ? 10 : 9), 0);
     const Bytes f = read_file(path);
@@ -265,27 +268,20 @@ TEST(TiffWrite, ThreePagesWithThePageIndex) {
     EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 3);
     expect_libtiff_reads(path, "indexed");
     if (have_pillow()) { EXPECT_EQ(pillow(path, "RGB", 2).px, expected_for_pillow(pages[2], "RGB").px); }
-}
 
-// Pages beyond the index's room go on along the chain: the page count at
-// 16 keeps counting, the index keeps the pages it has room for, and every
-// page is found (through the last indexed page and the chain).
-TEST(TiffWrite, PagesBeyondTheIndexFollowTheChain) {
-    Restore restore;
     IMGLOW_set_tiff_indexing(2);
-    const Scratch path("overflow.tif");
-    for (int i = 0; i < 5; ++i) ASSERT_EQ(IMG_save_bitmap(image(8, false, false, 20 + i, 10), path.c_str(), 0), 0) << i;
-    const Bytes f = read_file(path);
-    EXPECT_EQ(load_le32(&f[16]), 5u);
-    EXPECT_EQ(load_le32(&f[4]), 28u);  // 20 + 4 x 2: the first directory follows the index
-    EXPECT_EQ(ifd_at(f, 28).tags.count(256), 1u);  // not overwritten by index entries
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(IMG_save_bitmap(image(8, false, false, 20 + i, 10), overflow.c_str(), 0), 0);
+    const Bytes o = read_file(overflow);
+    EXPECT_EQ(load_le32(&o[16]), 5u);
+    EXPECT_EQ(load_le32(&o[4]), 28u);  // 20 + 4 x 2: the first directory follows the index
+    EXPECT_EQ(ifd_at(o, 28).tags.count(256), 1u);  // not overwritten by index entries
     for (uint32_t p = 0; p < 5; ++p) {
-        const Decoded back = decode(f, 0x80000000u | p);
+        const Decoded back = decode(o, 0x80000000u | p);
         ASSERT_EQ(back.status, 0) << p;
         EXPECT_EQ(back.width(), int32_t(20 + p));
     }
-    EXPECT_EQ(IMGLOW_get_pages(path.c_str()), 5);
-    expect_libtiff_reads(path, "overflow");
+    EXPECT_EQ(IMGLOW_get_pages(overflow.c_str()), 5);
+    expect_libtiff_reads(overflow, "overflow");
 }
 
 // Extra tags: count 3 is a LONG with the value, count 12 twelve ASCII bytes

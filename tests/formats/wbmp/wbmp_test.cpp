@@ -1,5 +1,5 @@
 // WBMP: files written by ImageMagick against its decode, the widths
-// detection accepts, our files read back, damaged files.
+// detection accepts, damaged files. (The writer: tests/formats/raster.)
 #include <gtest/gtest.h>
 
 #include "formats/wbmp/wbmp.h"
@@ -41,31 +41,4 @@ TEST(WbmpRead, DamagedFilesAreRefused) {
         {"zero width", {0, 0, 0, 1, 0}, IMG_ERR_BAD_IMAGE},
         {"height beyond the file", {0, 0, 8, 0x87, 0xFF, 0xFF, 0x7F, 0}, IMG_ERR_READ},
     });
-}
-
-// Width 200 is 0x81 0x48; 100 the single byte 0x64. ImageMagick reads
-// widths up to 16000 (its default limit); the reader itself reads back the
-// three-byte width 20000 (detection would not take it for WBMP).
-TEST(WbmpWrite, MultiByteSizesAndReadBack) {
-    if (!have_magick()) GTEST_SKIP() << "needs ImageMagick";
-    const struct {
-        int32_t width;
-        Bytes header;  // type, fixed header, width, height 5
-    } cases[] = {{200, {0, 0, 0x81, 0x48, 0x05}},
-                 {100, {0, 0, 0x64, 0x05}},
-                 {20000, {0, 0, 0x81, 0x9C, 0x20, 0x05}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.width);
-        const Handle h = make_handle(c.width, 5, 1);
-        const std::string path = temp_path("out.wbmp");
-        ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_WBMP), 0);
-        const Bytes file = read_file(path);
-        EXPECT_EQ(Bytes(file.begin(), file.begin() + long(c.header.size())), c.header);
-        EXPECT_EQ(file.size(), c.header.size() + size_t((c.width + 7) / 8) * 5);
-        const Raster ours = handle_raster(h);
-        const Raster back = c.width < 16000 ? magick(path) : decode_with(wbmp::decode, file).raster();
-        EXPECT_EQ(count_differences(ours, back, 3), 0u);
-        fs::remove(path);
-    }
-    EXPECT_EQ(save_status(8, IMG_FORMAT_WBMP), IMG_ERR_DEPTH);
 }
