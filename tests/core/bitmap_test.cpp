@@ -22,17 +22,6 @@ void text_row(uint8_t* row, uint32_t n, int32_t r) {
 
 }  // namespace
 
-TEST(BitmapTable, HandsOutSlotsFrom100AndReusesTheFirstFreeOne) {
-    int32_t a = make_handle(4, 4, 8), b = make_handle(4, 4, 8), c = make_handle(4, 4, 8);
-    EXPECT_EQ(a, 100);
-    EXPECT_EQ(b, 101);
-    EXPECT_EQ(c, 102);
-    ASSERT_EQ(IMG_delete_bitmap(b), 0);
-    int32_t d = make_handle(4, 4, 8);
-    EXPECT_EQ(d, 101);
-    for (int32_t h : {a, c, d}) IMG_delete_bitmap(h);
-}
-
 TEST(BitmapTable, BadHandlesGiveMinus13FromEveryOperation) {
     int32_t freed = make_handle(4, 4, 8);
     ASSERT_EQ(IMG_delete_bitmap(freed), 0);
@@ -86,8 +75,14 @@ TEST(BitmapObject, CreateKeepWrapsTheCallersDibAndChecksIt) {
         EXPECT_EQ(IMG_create_handle_keep(bad), IMG_ERR_BAD_IMAGE);
         tesslin_block_free(bad);
     }
-    EXPECT_EQ(make_handle(1, 1, 8), 100) << "a refused DIB leaves its slot free";
-    IMG_delete_bitmap(100);
+    // Slots are handed out from 100, the first free one again after a delete
+    // (a refused DIB left its slot free).
+    int32_t a = make_handle(4, 4, 8), b = make_handle(4, 4, 8), c = make_handle(4, 4, 8);
+    EXPECT_EQ(std::vector<int32_t>({a, b, c}), std::vector<int32_t>({100, 101, 102}));
+    ASSERT_EQ(IMG_delete_bitmap(b), 0);
+    int32_t d = make_handle(4, 4, 8);
+    EXPECT_EQ(d, 101);
+    for (int32_t h : {a, c, d}) IMG_delete_bitmap(h);
 }
 
 TEST(BitmapObject, BilevelPaletteIsNormalisedWithoutTouchingPixels) {
@@ -141,10 +136,13 @@ TEST(BitmapObject, CropRectangleIsClampedIntoTheImage) {
     }
 }
 
-TEST(BitmapObject, HeaderAndPaletteCopiesFollowTheBitCount) {
+// On every depth: the header and palette copies take the depth's palette
+// and nothing beyond it; rows read back top first (whole or in part) and are
+// rewritten; rows outside the image are refused.
+TEST(BitmapObject, EveryDepthCopiesItsPaletteAndRows) {
     for (int bits : {1, 4, 8, 16, 24, 32}) {
         SCOPED_TRACE(bits);
-        Handle h = make_handle(3, 3, bits);
+        Handle h = make_handle(29, 7, bits);
         std::vector<uint8_t> buf(1064 + 16, 0xEE);
         ASSERT_EQ(IMGLOW_get_bitmap_header(h, buf.data()), 0);
         const uint32_t pal = palette_bytes(uint32_t(bits));
@@ -157,18 +155,11 @@ TEST(BitmapObject, HeaderAndPaletteCopiesFollowTheBitCount) {
         for (uint32_t i = 0; i < pal; ++i) ASSERT_EQ(back[i], 0x11);
         EXPECT_EQ(back[pal], 0x22);
         EXPECT_EQ(bitmap_is_color(bitmap_get(h)), bits >= 24 ? 1 : 0);
-    }
-}
 
-TEST(BitmapRows, EveryDepthReadsBackAndRewritesRowByRow) {
-    for (int bits : {1, 4, 8, 16, 24, 32}) {
-        SCOPED_TRACE(bits);
-        Handle h = make_handle(29, 7, bits);
         void* copy = make_dib(29, 7, bits);
         const uint32_t rb = row_bytes(29, uint32_t(bits));
         for (int32_t r = 0; r < 7; ++r) {
-            std::vector<uint8_t> want(dib_pixels(copy) + (6 - r) * rb,
-                                      dib_pixels(copy) + (7 - r) * rb);
+            std::vector<uint8_t> want(dib_pixels(copy) + (6 - r) * rb, dib_pixels(copy) + (7 - r) * rb);
             EXPECT_EQ(get_row(h, r), want);
             std::vector<uint8_t> part(3, 0);
             ASSERT_EQ(IMGLOW_get_raster(h, part.data(), r, 3), 0);

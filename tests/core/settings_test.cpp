@@ -1,6 +1,6 @@
-// Process-wide settings: the checks on their values and the progress
-// callback. (The JPEG quality tables are checked where they are written, in
-// the JPEG encoder's tests.)
+// Process-wide settings: the checks on their values. (The progress callback
+// is checked by the decode and operation tests that it stops; the JPEG
+// quality tables where they are written, in the JPEG encoder's tests.)
 #include <gtest/gtest.h>
 
 #include "core/settings.h"
@@ -51,18 +51,4 @@ TEST(Settings, NoticeAndDateAreCopiedWithinTheirLengths) {
     EXPECT_EQ(std::strlen(notice), 199u);
     EXPECT_STREQ(date, "12-31-2099");
     IMGLOW_set_bitmap_name(keep_notice.c_str(), keep_date.c_str());
-}
-
-TEST(Settings, StatusBarTurnsOnAndOff) {
-    static int calls = 0;
-    IMG_STATUS_CALLBACK cb = [](intptr_t user, int32_t, int32_t row, uint32_t) -> int32_t {
-        ++calls;
-        return row == 10 ? static_cast<int32_t>(user) : 0;
-    };
-    IMG_set_statusbar(-1, cb, 1);
-    EXPECT_EQ(report_progress(20, 3, 4), 0);
-    EXPECT_EQ(report_progress(20, 10, 4), -1);
-    IMG_set_statusbar(0, nullptr, 0);
-    EXPECT_EQ(report_progress(20, 10, 4), 0);
-    EXPECT_EQ(calls, 2);
 }

@@ -67,6 +67,8 @@ int32_t faulting_write(int32_t, const void*, uint32_t) {
     return 0;
 }
 
+void marker_handler(int) {}
+
 }  // namespace
 
 TEST_F(Streams, MemoryWriteStopsAtTheEndOfTheBlock) {
@@ -115,17 +117,29 @@ TEST_F(Streams, MemoryReadsEndAtTheSizeAndSeeksAreNotClamped) {
     EXPECT_EQ(stream::length(0), 0);
 }
 
-TEST_F(Streams, FileLengthKeepsThePosition) {
-    const test::Scratch path("len");
+// A file stream with the scrambling key on: the bytes come back through the
+// stream as written and scrambled without it; length, position and
+// truncation (a failed append undone).
+TEST_F(Streams, FilesScrambledLengthAndTruncation) {
+    const test::Scratch path("key");
+    IMG_set_encrypt(1, 0x30);
     int32_t fd = platform::file_open(path.c_str(), 2);
     ASSERT_GT(fd, 0);
-    std::vector<uint8_t> data = pattern(1000);
-    ASSERT_EQ(stream::write(fd, data.data(), 1000), 1000);
+    std::vector<uint8_t> data = pattern(20000), copy = data;
+    ASSERT_EQ(stream::write(fd, data.data(), 20000), 20000);
+    EXPECT_EQ(data, copy);
     ASSERT_EQ(stream::seek(fd, 200, 0), 200);
-    EXPECT_EQ(stream::length(fd), 1000);
+    EXPECT_EQ(stream::length(fd), 20000);
     EXPECT_EQ(stream::seek(fd, 0, 1), 200);
-    EXPECT_EQ(stream::capacity(fd), 1000);
-    // Truncation (a failed append undone) cuts the file and moves there.
+    EXPECT_EQ(stream::capacity(fd), 20000);
+    std::vector<uint8_t> back(20000);
+    stream::seek(fd, 0, 0);
+    ASSERT_EQ(stream::read(fd, back.data(), 20000), 20000);
+    EXPECT_EQ(back, data);
+    IMG_set_encrypt(0, 0x30);
+    stream::seek(fd, 0, 0);
+    ASSERT_EQ(stream::read(fd, back.data(), 1), 1);
+    EXPECT_EQ(back[0], 1 ^ 0x30);
     EXPECT_EQ(stream::truncate(fd, 300), 0);
     EXPECT_EQ(stream::length(fd), 300);
     EXPECT_EQ(stream::seek(fd, 0, 1), 300);
@@ -134,24 +148,6 @@ TEST_F(Streams, FileLengthKeepsThePosition) {
     EXPECT_EQ(platform::file_delete(path.c_str()), 0);
     EXPECT_EQ(platform::file_open(path.c_str(), 3), -1);
     EXPECT_EQ(platform::file_open(path.c_str(), 0), -1);
-}
-
-TEST_F(Streams, KeyScramblesFilesBothWays) {
-    const test::Scratch path("key");
-    IMG_set_encrypt(1, 0x30);
-    int32_t fd = platform::file_open(path.c_str(), 2);
-    std::vector<uint8_t> data = pattern(20000), copy = data;
-    ASSERT_EQ(stream::write(fd, data.data(), 20000), 20000);
-    EXPECT_EQ(data, copy);
-    stream::seek(fd, 0, 0);
-    std::vector<uint8_t> back(20000);
-    ASSERT_EQ(stream::read(fd, back.data(), 20000), 20000);
-    EXPECT_EQ(back, data);
-    IMG_set_encrypt(0, 0x30);
-    stream::seek(fd, 0, 0);
-    ASSERT_EQ(stream::read(fd, back.data(), 1), 1);
-    EXPECT_EQ(back[0], 1 ^ 0x30);
-    platform::file_close(fd);
 }
 
 TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {
@@ -185,11 +181,20 @@ TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
     EXPECT_EQ(m.block[3], 0x42 ^ 5);
 }
 
+// Faults in hooks come back as the call's status, and the guard puts back
+// the signal handler it found.
 TEST_F(Streams, FaultsInHooksBecomeStatus38) {
+    struct sigaction mine = {}, old_segv = {}, now = {};
+    mine.sa_handler = marker_handler;
+    sigemptyset(&mine.sa_mask);
+    ASSERT_EQ(sigaction(SIGSEGV, &mine, &old_segv), 0);
     IMGLOW_set_fileio(faulting_read, faulting_write, nullptr);
     uint8_t buf[4];
     EXPECT_EQ(stream::read(1, buf, 4), IMG_ERR_STREAM_FAULT);
     EXPECT_EQ(stream::write(1, buf, 4), IMG_ERR_STREAM_FAULT);
+    ASSERT_EQ(sigaction(SIGSEGV, nullptr, &now), 0);
+    EXPECT_EQ(now.sa_handler, marker_handler);
+    sigaction(SIGSEGV, &old_segv, nullptr);
     // Concurrent faults on several threads each come back to their own call.
     std::vector<std::thread> threads;
     std::atomic<int> right{0};
@@ -220,23 +225,6 @@ TEST_F(Streams, ForeignMemoryThatEndsEarlyFaultsCleanly) {
     EXPECT_EQ(stream::write(s, buf.data(), uint32_t(page) + 1), IMG_ERR_STREAM_FAULT);
     stream::mem_release(s);
     munmap(map, size_t(page) * 2);
-}
-
-namespace {
-void marker_handler(int) {}
-}  // namespace
-
-TEST_F(Streams, FaultGuardRestoresTheHandlersItFound) {
-    struct sigaction mine = {}, old_segv = {}, now = {};
-    mine.sa_handler = marker_handler;
-    sigemptyset(&mine.sa_mask);
-    ASSERT_EQ(sigaction(SIGSEGV, &mine, &old_segv), 0);
-    IMGLOW_set_fileio(faulting_read, nullptr, nullptr);
-    uint8_t buf[4];
-    EXPECT_EQ(stream::read(1, buf, 4), IMG_ERR_STREAM_FAULT);
-    ASSERT_EQ(sigaction(SIGSEGV, nullptr, &now), 0);
-    EXPECT_EQ(now.sa_handler, marker_handler);
-    sigaction(SIGSEGV, &old_segv, nullptr);
 }
 
 TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {

@@ -48,35 +48,6 @@ int32_t colourful() {
 
 }  // namespace
 
-// Drawing: the crop rectangle, stretched nearest-neighbour, mirrored as
-// asked and clipped to the surface.
-TEST(DisplayDraw, StretchesMirrorsAndClips) {
-    const Handle h = colourful();
-    const Raster image = handle_raster(h);
-    const intptr_t dc = tesslin_dc_create(16, 12);
-    ASSERT_NE(dc, 0);
-    // Twice the size at (1, 1): each image pixel becomes a 2 x 2 block.
-    ASSERT_EQ(IMG_display_bitmap(h, dc, 1, 1, 14, 10), 0);
-    Raster shown = surface(dc);
-    for (int32_t y = 0; y < 10; ++y)
-        for (int32_t x = 0; x < 14; ++x)
-            EXPECT_EQ(std::memcmp(shown.at(x + 1, y + 1), image.at(x / 2, y / 2), 3), 0) << x << "," << y;
-    EXPECT_EQ(Bytes(shown.at(0, 0), shown.at(0, 0) + 3), Bytes(3, 255));  // untouched
-    int32_t rx, ry, rw, rh;
-    IMGLOW_get_display_rect(h, &rx, &ry, &rw, &rh);
-    EXPECT_EQ(std::pair(rw, rh), std::pair(14, 10));
-    // Mirrored both ways at 1:1, partly off the surface to the right.
-    ASSERT_EQ(IMG_display_bitmap(h, dc, 12, 0, -7, -5), 0);
-    shown = surface(dc);
-    EXPECT_EQ(std::memcmp(shown.at(12, 0), image.at(6, 4), 3), 0);
-    EXPECT_EQ(std::memcmp(shown.at(15, 4), image.at(3, 0), 3), 0);
-    // The crop rectangle is what is drawn.
-    IMG_set_croprect(h, 2, 1, 1, 1);
-    ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, 3, 3), 0);
-    EXPECT_EQ(std::memcmp(surface(dc).at(2, 2), image.at(2, 1), 3), 0);
-    tesslin_dc_destroy(dc);
-}
-
 TEST(DisplayDraw, BilevelRunRecordsAndPalettes) {
     // Column x is black when x is odd.
     const Handle h = make_handle(9, 2, 1, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0xAA, n); });
@@ -141,26 +112,34 @@ TEST(DisplayGeometry, FitFigures) {
     tesslin_dc_destroy(dc);
 }
 
-// Drawn at 1:1 or 2:1 in each angle and mirroring, the surface holds what
-// ImageMagick makes of the same image.
+// The crop rectangle drawn at 1:1 or stretched nearest-neighbour, in each
+// angle and mirroring, placed off the corner and clipped at the surface's
+// edges: the white 16 x 12 surface holds what ImageMagick makes of the image.
 TEST(DisplayGeometry, DrawingMatchesImageMagick) {
     if (!have_tool("/usr/bin/convert")) GTEST_SKIP() << "ImageMagick missing";
     const Handle h = colourful();
     const Raster image = handle_raster(h);
     struct Case {
-        int32_t angle, scale;
-        bool mirror_x, mirror_y;
-        const char* ops;
-    } cases[] = {{0, 2, false, false, "-sample 200%"}, {90, 1, false, false, "-rotate 90"},
-                 {180, 1, false, false, "-rotate 180"}, {270, 2, false, false, "-rotate 270 -sample 200%"},
-                 {0, 1, true, false, "-flop"}, {90, 1, false, true, "-flip -rotate 90"}};
+        int32_t angle, x, y, w, h;  // a negative size mirrors
+        bool crop;                  // the crop rectangle is the pixel at (2, 1)
+        std::string ops;
+    } cases[] = {{0, 0, 0, 14, 10, false, "-sample 200%"},
+                 {0, 1, 1, 14, 10, false, "-sample 200%"},
+                 {90, 0, 0, 5, 7, false, "-rotate 90"},
+                 {180, 0, 0, 7, 5, false, "-rotate 180"},
+                 {270, 0, 0, 10, 14, false, "-rotate 270 -sample 200%"},
+                 {0, 0, 0, -7, 5, false, "-flop"},
+                 {90, 0, 0, 5, -7, false, "-flip -rotate 90"},
+                 {0, 12, 0, -7, -5, false, "-flip -flop"},
+                 {0, 0, 0, 3, 3, true, "-crop 1x1+2+1 +repage -sample 300%"}};
     for (const Case& c : cases) {
         IMG_set_display_angle(h, c.angle);
-        const bool across = c.angle % 180 != 0;
-        const int32_t w = (across ? 5 : 7) * c.scale, hh = (across ? 7 : 5) * c.scale;
-        const intptr_t dc = tesslin_dc_create(w, hh);
-        ASSERT_EQ(IMG_display_bitmap(h, dc, 0, 0, c.mirror_x ? -w : w, c.mirror_y ? -hh : hh), 0);
-        EXPECT_EQ(count_differences(surface(dc), magick(image, c.ops), 3), 0u) << c.ops;
+        IMG_set_croprect(h, c.crop ? 2 : 0, c.crop ? 1 : 0, c.crop ? 1 : 7, c.crop ? 1 : 5);
+        const intptr_t dc = tesslin_dc_create(16, 12);
+        ASSERT_EQ(IMG_display_bitmap(h, dc, c.x, c.y, c.w, c.h), 0);
+        const std::string place = " -background white -gravity northwest -splice " + std::to_string(c.x) + "x" +
+                                  std::to_string(c.y) + " -extent 16x12";
+        EXPECT_EQ(count_differences(surface(dc), magick(image, c.ops + place), 3), 0u) << c.ops << " at " << c.x;
         tesslin_dc_destroy(dc);
     }
     // Anti-aliased and printed drawings average like ImageMagick's box scaling.

@@ -55,17 +55,14 @@ class PdfModule : public ModuleTest {};
 // The 1-bit page a PostScript program draws, through ps2pdf and the module
 // at `dpi`; an empty raster when a step fails.
 Raster render_ps(const std::string& ps, const std::string& name, int dpi) {
-    const std::string src = temp_path(name + ".ps"), pdf = temp_path(name + ".pdf");
+    const Scratch src(name + ".ps"), pdf(name + ".pdf");
     write_file(src, Bytes(ps.begin(), ps.end()));
     Raster got{};
-    if (run("ps2pdf '" + src + "' '" + pdf + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
-        const int32_t page = IMG_decompress_bitmap(pdf.c_str());
+    if (run("ps2pdf '" + src.path + "' '" + pdf.path + "'") && IMGLOW_set_pdf_input(dpi, 1) == 0) {
+        const Handle page = IMG_decompress_bitmap(pdf.c_str());
         if (page >= 0) got = handle_raster(page);
-        if (page >= 0) IMG_delete_bitmap(page);
     }
     IMGLOW_set_pdf_input(0, 0);
-    fs::remove(src);
-    fs::remove(pdf);
     return got;
 }
 
@@ -238,10 +235,9 @@ TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
     ASSERT_EQ(IMGLOW_set_pdf_input(100, 1), 0);
     std::vector<Raster> alone;
     for (int p = 0; p < 2; ++p) {
-        const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+        const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), p);
         ASSERT_GE(h, 0);
         alone.push_back(handle_raster(h));
-        IMG_delete_bitmap(h);
     }
     std::vector<size_t> differ(4, 0);
     std::vector<std::thread> threads;
@@ -249,9 +245,8 @@ TEST_F(PdfModule, ConcurrentDecodesOfOneDocumentAgree) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 6; ++i) {
                 const int p = (t + i) % 2;
-                const int32_t h = IMG_decompress_bitmap_page(pdf.c_str(), p);
+                const Handle h = IMG_decompress_bitmap_page(pdf.c_str(), p);
                 differ[size_t(t)] += h < 0 ? 1 : count_differences(handle_raster(h), alone[size_t(p)], 1);
-                if (h >= 0) IMG_delete_bitmap(h);
             }
         });
     for (auto& t : threads) t.join();

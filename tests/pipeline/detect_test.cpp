@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "gif_builder.h"
 #include "platform/platform.h"
 #include "test_util.h"
 #include "tiff_builder.h"
@@ -33,8 +34,9 @@ struct Switch {
 
 }  // namespace
 
-// Every file of the corpus is identified with its expected code by name,
-// open stream and memory block; the stream is put back where it was, except
+// Every file of the corpus is identified with its expected code from an open
+// stream and a memory block (by name: the conformance rows); the stream is
+// put back where it was, except
 // that TIFF, BMP and GIF files are read from there to refine the code.
 TEST(Detect, EveryCorpusFileHasItsExpectedFormatCode) {
     int checked = 0;
@@ -43,7 +45,6 @@ TEST(Detect, EveryCorpusFileHasItsExpectedFormatCode) {
         const std::string path = corpus(cells[0]);
         const int32_t expected = std::stoi(cells[5]);
         SCOPED_TRACE(cells[0]);
-        EXPECT_EQ(IMGLOW_get_filetype(path.c_str()), expected);
         EXPECT_EQ(filetype_mem(read_file(path)), expected);
         const int32_t fd = platform::file_open(path.c_str(), 0);
         ASSERT_GE(fd, 0);
@@ -120,14 +121,12 @@ TEST(Detect, RefinementsOfTiffBmpAndGif) {
     // Compression 1 in a BMP gives 12; a bare DIB is read from its own header.
     EXPECT_EQ(IMGLOW_get_filetype(corpus("bmp/pal8-rle.bmp").c_str()), 12);
     // Interlaced GIF with a global colour table and an extension block.
-    const Bytes gif = {'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0x80, 0, 0,
-                                      0, 0, 0, 255, 255, 255,  // 2-entry global table
-                                      '!', 0xF9, 4, 1, 0, 0, 0, 0,  // extension block
-                                      ',', 0, 0, 0, 0, 1, 0, 1, 0, 0x40};
+    auto gif_of = [](bool interlaced) {
+        return gif_file(1, 1, 1, {GifFrame{.indices = {0}, .interlaced = interlaced, .delay = 0}});
+    };
+    const Bytes gif = gif_of(true);
     EXPECT_EQ(filetype_mem(gif), 44);
-    Bytes plain = gif;
-    plain.back() = 0;
-    EXPECT_EQ(filetype_mem(plain), 4);
+    EXPECT_EQ(filetype_mem(gif_of(false)), 4);
     Bytes cut(gif.begin(), gif.begin() + 22);  // ends inside the extension
     EXPECT_EQ(filetype_mem(cut), IMG_ERR_BAD_IMAGE);
     Bytes short_header(gif.begin(), gif.begin() + 11);

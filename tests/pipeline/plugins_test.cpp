@@ -1,12 +1,13 @@
 // The plug-in loader with the test suite's own modules (tests/plugin/):
 // detection, page counts and decodes through a module, callbacks passed
 // once, settings forwarded, and every failure code when modules are absent.
-// (The ABIC module is exercised through raw fax and TIFF pages.)
+// (The ABIC module itself is exercised through raw fax and TIFF pages.)
 #include <gtest/gtest.h>
 #include <dlfcn.h>
 
 #include <tuple>
 
+#include "pipeline/decode.h"
 #include "platform/platform.h"
 #include "test_util.h"
 
@@ -77,6 +78,18 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
         EXPECT_EQ(IMGLOW_get_pages(path.c_str()), pages);
     }
     EXPECT_EQ(save_status(24, 70), IMG_ERR_JP2_PLUGIN);
+
+    // The ABIC fallback (a seam the public interface cannot reach) without
+    // its module; data no container describes stays undecoded.
+    void* tiff = to_block({'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0});
+    void* other = to_block({'X', 'Y', 1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    const int32_t s = stream::mem_create(tiff), o = stream::mem_create(other);
+    EXPECT_EQ(abic_decode_image(s, AbicParams{20, 6, 1, 300, 300}), IMG_ERR_ABIC_PLUGIN);
+    EXPECT_EQ(abic_fallback(o, 0), IMG_ERR_COMPRESSION);
+    stream::mem_release(s);
+    stream::mem_release(o);
+    tesslin_block_free(tiff);
+    tesslin_block_free(other);
 }
 
 TEST_F(Plugins, StreamPdfModuleCountsAndDecodesPages) {

@@ -49,21 +49,16 @@ private:
 
 // What the scripted source draws: see scripted_dsm.cpp.
 Raster scripted_page(int n, int width, int height, int bits) {
-    Raster r;
-    r.width = width;
-    r.height = height;
-    r.channels = bits == 24 ? 3 : 1;
+    Raster r{width, height, bits == 24 ? 3 : 1, {}};
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
-            if (bits == 1) {
+            const uint8_t grey = uint8_t((x * 3 + y + n) & 255);
+            if (bits == 1)
                 r.px.push_back(((x / 8 + y / 8 + n) & 1) ? 0 : 255);
-            } else if (bits == 8) {
-                r.px.push_back(uint8_t((x * 3 + y + n) & 255));
-            } else {  // red, green, blue
-                r.px.push_back(uint8_t(y & 255));
-                r.px.push_back(uint8_t(x & 255));
-                r.px.push_back(uint8_t((x * 3 + y + n) & 255));
-            }
+            else if (bits == 8)
+                r.px.push_back(grey);
+            else  // red, green, blue
+                r.px.insert(r.px.end(), {uint8_t(y & 255), uint8_t(x & 255), grey});
         }
     return r;
 }

@@ -28,6 +28,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,6 @@ bool g_manager = false, g_open = false, g_enabled = false;
 int g_transfer = 0;    // transfers begun
 int g_left = 0;        // sheets left in the feeder
 bool g_ready = false;  // a transfer is ready
-bool g_feeder = false, g_autofeed = false, g_duplex = false;
-int g_compression = 0;
 std::vector<uint16_t> g_events;
 std::vector<uint8_t> g_coded;
 size_t g_coded_at = 0;
@@ -69,16 +68,10 @@ void log(const char* format, ...) {
 void read_script() {
     g_script.clear();
     const char* text = std::getenv("TESSLIN_SCRIPTED_DSM");
-    std::string s = text ? text : "";
-    size_t at = 0;
-    while (at < s.size()) {
-        size_t end = s.find(';', at);
-        if (end == std::string::npos) end = s.size();
-        const std::string item = s.substr(at, end - at);
-        const size_t eq = item.find('=');
-        if (eq != std::string::npos) g_script[item.substr(0, eq)] = std::atol(item.c_str() + eq + 1);
-        at = end + 1;
-    }
+    std::istringstream in(text ? text : "");
+    for (std::string item; std::getline(in, item, ';');)
+        if (const size_t eq = item.find('='); eq != std::string::npos)
+            g_script[item.substr(0, eq)] = std::atol(item.c_str() + eq + 1);
 }
 
 int width() { return int(opt("width", 64)); }
@@ -145,53 +138,50 @@ bool code_page(int n) {
     return got > 0;
 }
 
-uint16_t reply(TW_CAPABILITY* c, uint16_t type, uint32_t value) {
-    auto* one = static_cast<TW_ONEVALUE*>(std::malloc(sizeof(TW_ONEVALUE)));
-    one->ItemType = type;
-    one->Item = value;
-    c->ConType = TWON_ONEVALUE;
-    c->hContainer = one;
-    return TWRC_SUCCESS;
+// The capabilities the source knows: the type a GET answers with (0: a GET
+// fails), the value it answers, and whether a SET keeps the value given (the
+// others accept any value and keep theirs).
+struct Cap {
+    uint16_t type;
+    uint32_t value;
+    bool kept;
+};
+std::map<uint16_t, Cap> g_caps;
+
+void reset_caps() {
+    g_caps = {{CAP_FEEDERENABLED, {TWTY_BOOL, 0, !opt("no_feeder", 0)}},
+              {CAP_FEEDERLOADED, {TWTY_BOOL, uint32_t(opt("loaded", 1)), false}},
+              {CAP_AUTOFEED, {TWTY_BOOL, 0, true}},
+              {CAP_DUPLEX, {TWTY_UINT16, 1, false}},
+              {CAP_DUPLEXENABLED, {0, 0, true}},
+              {CAP_ENABLEDSUIONLY, {TWTY_BOOL, uint32_t(opt("uionly", 1)), false}},
+              {ICAP_COMPRESSION, {TWTY_UINT16, 0, true}},
+              {ICAP_PIXELTYPE, {0, 0, false}},
+              {ICAP_BITDEPTH, {0, 0, false}},
+              {ICAP_UNITS, {TWTY_UINT16, uint32_t(opt("units", 0)), false}},
+              {ICAP_XRESOLUTION, {TWTY_UINT32, uint32_t(opt("res", 300)), false}},
+              {ICAP_YRESOLUTION, {0, 0, false}}};
 }
 
 uint16_t capability(uint16_t msg, TW_CAPABILITY* c) {
+    const auto it = g_caps.find(c->Cap);
     if (msg == MSG_SET) {
         TW_ONEVALUE one;
         std::memcpy(&one, c->hContainer, sizeof one);
         log("SET %04x %u type %u", c->Cap, one.Item, one.ItemType);
-        switch (c->Cap) {
-            case CAP_FEEDERENABLED:
-                if (opt("no_feeder", 0)) return TWRC_SUCCESS;
-                g_feeder = one.Item != 0;
-                return TWRC_SUCCESS;
-            case CAP_AUTOFEED:
-                if (opt("autofeed_fail", 0)) return TWRC_FAILURE;
-                g_autofeed = one.Item != 0;
-                return TWRC_SUCCESS;
-            case ICAP_COMPRESSION: g_compression = int(one.Item); return TWRC_SUCCESS;
-            case CAP_DUPLEXENABLED: g_duplex = one.Item != 0; return TWRC_SUCCESS;
-            case ICAP_PIXELTYPE:
-            case ICAP_BITDEPTH:
-            case ICAP_UNITS:
-            case ICAP_XRESOLUTION:
-            case ICAP_YRESOLUTION: return TWRC_SUCCESS;
-            default: return TWRC_FAILURE;
-        }
+        if (it == g_caps.end() || (c->Cap == CAP_AUTOFEED && opt("autofeed_fail", 0))) return TWRC_FAILURE;
+        if (it->second.kept) it->second.value = one.Item;
+        return TWRC_SUCCESS;
     }
     log("GET %04x", c->Cap);
-    switch (c->Cap) {
-        case CAP_FEEDERENABLED:
-            if (opt("feeder_fail", 0)) return TWRC_FAILURE;
-            return reply(c, TWTY_BOOL, g_feeder);
-        case CAP_FEEDERLOADED: return reply(c, TWTY_BOOL, uint32_t(opt("loaded", 1)));
-        case CAP_AUTOFEED: return reply(c, TWTY_BOOL, g_autofeed);
-        case CAP_DUPLEX: return reply(c, TWTY_UINT16, 1);
-        case CAP_ENABLEDSUIONLY: return reply(c, TWTY_BOOL, uint32_t(opt("uionly", 1)));
-        case ICAP_COMPRESSION: return reply(c, TWTY_UINT16, uint32_t(g_compression));
-        case ICAP_UNITS: return reply(c, TWTY_UINT16, uint32_t(opt("units", 0)));
-        case ICAP_XRESOLUTION: return reply(c, TWTY_UINT32, uint32_t(opt("res", 300)));
-        default: return TWRC_FAILURE;
-    }
+    if (it == g_caps.end() || !it->second.type || (c->Cap == CAP_FEEDERENABLED && opt("feeder_fail", 0)))
+        return TWRC_FAILURE;
+    auto* one = static_cast<TW_ONEVALUE*>(std::malloc(sizeof(TW_ONEVALUE)));
+    one->ItemType = it->second.type;
+    one->Item = it->second.value;
+    c->ConType = TWON_ONEVALUE;
+    c->hContainer = one;
+    return TWRC_SUCCESS;
 }
 
 void fix(TW_FIX32* f, long value) {
@@ -271,7 +261,7 @@ uint16_t to_source(uint32_t group, uint16_t dat, uint16_t msg, void* data) {
         info->ImageWidth = width();
         info->ImageLength = height();
         info->BitsPerPixel = int16_t(bits());
-        info->Compression = uint16_t(bits() == 1 && opt("g4", 0) ? g_compression : 0);
+        info->Compression = uint16_t(bits() == 1 && opt("g4", 0) ? g_caps[ICAP_COMPRESSION].value : 0);
         return TWRC_SUCCESS;
     }
     if (group == DG_IMAGE && dat == DAT_IMAGENATIVEXFER) {
@@ -325,10 +315,10 @@ extern "C" __attribute__((visibility("default"))) uint16_t DSM_Entry(TW_IDENTITY
         id->Id = 8;
         std::strcpy(id->ProductName, "scripted");
         g_open = true;
-        g_enabled = g_ready = g_feeder = g_autofeed = false;
+        g_enabled = g_ready = false;
         g_transfer = 0;
         g_left = int(opt("pages", 3));
-        g_compression = 0;
+        reset_caps();
         g_events.clear();
         g_coded.clear();
         return TWRC_SUCCESS;

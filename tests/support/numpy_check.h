@@ -41,6 +41,13 @@ inline int32_t noise_handle(int32_t w, int32_t h, int bits) {
     });
 }
 
+// The crop rectangle: x, y, width, height.
+inline std::vector<int32_t> crop_of(int32_t h) {
+    int32_t c[4];
+    IMG_get_croprect(h, &c[0], &c[1], &c[2], &c[3]);
+    return {c[0], c[1], c[2], c[3]};
+}
+
 // A progress callback that cancels at row 3 with status -77.
 inline int32_t stop_at_row_3(intptr_t, int32_t, int32_t row, uint32_t) { return row == 3 ? -77 : 0; }
 

@@ -6,19 +6,11 @@ CASES lists one check per line: OP [ARGS...] INPUT OUTPUT, where INPUT is
 the array the library started from and OUTPUT what it produced. Arrays are
 files with a text line "WIDTH HEIGHT K" and then HEIGHT x WIDTH x K bytes,
 top row first (K bytes per pixel: a palette index, or the pixel's bytes).
-For each line the script prints one line: "ok", "diff N" (N samples
-differ from numpy's result), "size W H" (numpy's result has another size)
-or "psnr X" (the PSNR of OUTPUT against Pillow's or numpy's result).
-
-Ops:
-  rot90cw | rot90ccw | rot180 | fliplr | flipud   numpy's rot90 and flips
-  invert BITS        every value complemented within BITS bits (1, 4, 8)
-  nearest W H        16.16 nearest-neighbour mapping in stored-row order
-  box W H | bilinear W H   Pillow's resize of an RGB (K = 3) or grey input
-  boxmean F          numpy mean of F x F blocks of a 0/255 page (psnr)
-  rotate DEG         Pillow's nearest-neighbour turn by DEG clockwise with
-                     expand, centred on OUTPUT's size: prints "match F", the
-                     fraction of pixels equal (K = 1 inputs)
+For each line the script prints "ok", "diff N" (N samples differ from
+numpy's result), "size W H" (numpy's result has another size), "psnr X"
+(box, bilinear: Pillow's resize; boxmean F: numpy's F x F block mean) or
+"match F" (rotate DEG: the fraction of pixels equal to Pillow's
+nearest-neighbour turn, centred on OUTPUT).
 """
 import sys
 

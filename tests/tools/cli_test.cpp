@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -12,8 +11,6 @@
 
 #include "cli.h"
 #include "fax.h"
-#include "tesslin/tesslin.h"
-#include "test_util.h"
 
 using namespace tesslin::test;
 
@@ -181,9 +178,7 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
     // Every page equals the source page.
     for (int32_t page = 0; page < 3; ++page) {
         const Handle a = IMG_decompress_bitmap_page(src.c_str(), page), b = IMG_decompress_bitmap_page(out.c_str(), page);
-        ASSERT_GE(a, 0);
-        ASSERT_GE(b, 0);
-        for (int32_t y = 0; y < 2200; y += 7) ASSERT_EQ(get_row(a, y), get_row(b, y)) << page << " " << y;
+        EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 1), 0u) << page;
     }
     // Converting again is refused without --overwrite (the file stays as it
     // was), and with it replaces the file instead of appending to it.
@@ -201,15 +196,17 @@ TEST(Cli, AllPagesGoIntoOneTiff) {
 }
 
 // The README's main job: a multi-page fax TIFF into one PDF, the format
-// taken from the name or given as a code; poppler gives every page back.
+// taken from the name or given as a code; poppler gives every page back. The
+// summary line names the format and the pages; --quiet leaves it out.
 TEST(Cli, AllPagesGoIntoOnePdf) {
     if (!have_tool("pdfinfo") || !have_tool("pdfimages") || !have_pillow())
         GTEST_SKIP() << "poppler-utils or Pillow missing";
     const std::string src = corpus("doc/multipage-g4.tif");
-    for (const std::string& how : {std::string(".pdf"), std::string(".out --format 59")}) {
+    for (const std::string& how : {std::string(".pdf"), std::string(".out --format 59 --quiet")}) {
         const Scratch out("cli-pages" + how.substr(0, 4));
         CliRun r = convert("doc/multipage-g4.tif", out, how.substr(4) + " --all-pages");
         ASSERT_EQ(r.status, 0) << how << r.err;
+        EXPECT_EQ(r.text(), how.size() > 4 ? "" : "wrote " + out.path + " (pdf, 3 pages)\n");
         std::string info;
         ASSERT_TRUE(run("pdfinfo " + quote(out), &info));
         EXPECT_NE(info.find("Pages:           3"), std::string::npos) << info;
@@ -225,13 +222,8 @@ TEST(Cli, AllPagesGoIntoOnePdf) {
     }
 }
 
-TEST(Cli, HelpVersionAndFormats) {
-    for (const char* cmd :
-         {"--help", "info --help", "convert --help", "formats --help", "tags --help"}) {
-        CliRun r = run_cli(cmd);
-        EXPECT_EQ(r.status, 0) << cmd;
-        EXPECT_NE(r.out.find("usage: tesslin"), std::string::npos) << cmd;
-    }
+// (Every command's help is the manual pages' test.)
+TEST(Cli, VersionAndFormats) {
     CliRun v = run_cli("--version");
     EXPECT_EQ(v.status, 0);
     EXPECT_NE(v.out.find("(interface 13.0)"), std::string::npos);

@@ -41,6 +41,7 @@ TEST(StandardPalettes, NamedEntries) {
         {4, "dither", 1, 15, 0xFFFFFF},       {4, "no such name", 1, 7, 0x808080},
         {4, "pcx", 1, 4, 0x000080},           {4, "pcx", 1, 12, 0x0000FF},
         {8, "targa", 1, 0xFF, 0xFFFFFF},      {8, "targa", 1, 0x25, 0x242455},  // red, green, blue 1 (3-3-2)
+        {8, "targa", 1, 0, 0x000000},         {8, "targa", 1, 200, 0xDA4800},   // 6, 2, 0
         {8, "332", 2, 0, 0x000000},           {8, "332", 2, 8, 0xC0DCC0},      {8, "332", 2, 246, 0xFFFBF0},
         {8, "332", 2, 255, 0xFFFFFF},         {4, "332", 1, 16, 0xCDCDCDCD},
     };
