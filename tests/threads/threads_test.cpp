@@ -55,7 +55,15 @@ Outcome run_one(const std::string& path) {
     return {digest(h), fnv(1, saved(h, IMG_FORMAT_BMP)), fnv(1, saved(h, IMG_FORMAT_BMP_RLE)), digest(tiff)};
 }
 
-// Up to three readable files of each corpus folder, none larger than 1 MB.
+// Files whose decoders keep the most state of their own, beyond the folder sample below:
+// progressive and YCCK JPEG, JPEG, JBIG, deflate and G4 TIFF pages, interlaced 16-bit PNG.
+const char* const kAlso[] = {"jpeg/progressive.jpg", "jpeg/ycck.jpg", "corpus/tone/rgb-jpeg.tif",
+                             "corpus/doc/jbig.tif", "corpus/tone/rgb-deflate.tif", "corpus/doc/g4-strips.tif",
+                             "corpus/tone/rgb-lzw.tif", "corpus/tone/palette8.tif",
+                             "corpus/suites/pngsuite/basi2c16.png", "corpus/suites/pngsuite/basi6a16.png",
+                             "corpus/suites/pngsuite/basi3p08.png", "corpus/suites/pngsuite/basi4a16.png"};
+
+// Up to three readable files of each corpus folder, none larger than 1 MB, and the files above.
 std::vector<std::string> sample_files() {
     std::map<std::string, std::vector<std::string>> by_folder;
     const fs::path root = fs::path(TESSLIN_TEST_DATA) / "corpus";
@@ -66,6 +74,10 @@ std::vector<std::string> sample_files() {
             by_folder[e.path().parent_path().string()].push_back(e.path().string());
     }
     std::vector<std::string> out;
+    for (const char* f : kAlso) {
+        out.push_back((fs::path(TESSLIN_TEST_DATA) / f).string());
+        EXPECT_GE(Handle(IMG_decompress_bitmap(out.back().c_str())), 0) << f;
+    }
     for (auto& [folder, files] : by_folder) {
         std::sort(files.begin(), files.end());
         int taken = 0;

@@ -2,7 +2,6 @@
 // header fields: exact_test against libjpeg's coefficients and djpeg; the
 // corpus' JPEG pages against their references in the conformance suite.)
 #include "core/settings.h"
-#include "format_checks.h"
 #include "jpeg_test.h"
 
 using namespace tesslin;
@@ -219,20 +218,4 @@ TEST(JpegDecode, IccProfile) {
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(IMG_get_profile(data_path("corpus/tone/rgb-none.tif").c_str(), 0, &size), nullptr);
     EXPECT_EQ(IMG_get_profile("/nonexistent/file.jpg", 0, &size), nullptr);
-}
-
-TEST(JpegDecode, ThreadsDecodeIndependently) {
-    const auto a = test_file("progressive.jpg"), b = test_file("ycck.jpg");
-    Decoded ra, rb;
-    ASSERT_EQ(jpeg_decode_bytes(a, &ra), 0);
-    ASSERT_EQ(jpeg_decode_bytes(b, &rb), 0);
-    const auto bad = on_threads(4, [&](size_t t) {
-        int wrong = 0;
-        for (int i = 0; i < 20; ++i) {
-            Decoded d;
-            wrong += jpeg_decode_bytes(t % 2 ? b : a, &d) != 0 || d.rows != (t % 2 ? rb : ra).rows;
-        }
-        return wrong;
-    });
-    EXPECT_EQ(bad, std::vector<int>(4, 0));
 }

@@ -219,22 +219,3 @@ TEST(PngReader, ReservedBlockTypeEndsTheDecodeKeepingWhatWasDelivered) {
     EXPECT_EQ(d.order.size(), 2u);
     EXPECT_EQ(d.rows[1], (Bytes{3, 4, 0, 0}));
 }
-
-TEST(PngReader, FilesDecodeOnSeveralThreadsWithTheSameResults) {
-    const auto names = suite_files(false);
-    std::vector<Bytes> files;
-    std::vector<Decoded> alone;
-    for (const auto& n : names) {
-        files.push_back(read_file(kSuite + "/" + n));
-        alone.push_back(png_read(files.back()));
-    }
-    const auto mismatches = on_threads(4, [&](size_t t) {
-        int wrong = 0;
-        for (size_t i = t; i < files.size(); i += 2) {
-            const Decoded d = png_read(files[i]);
-            wrong += d.status != alone[i].status || d.rows != alone[i].rows;
-        }
-        return wrong;
-    });
-    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
-}

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include "format_checks.h"
 #include "tiff_test.h"
 
 using namespace tesslin;
@@ -468,16 +467,6 @@ TEST(TiffRead, OldStyleJpeg) {
     EXPECT_EQ(d.width(), width);
     EXPECT_EQ(d.bits(), 24);
     EXPECT_TRUE(d.rows == whole.rows);
-}
-
-// Different files on different threads give the results of one thread.
-TEST(TiffRead, ThreadsDecodeAlike) {
-    const std::vector<std::string> files = {"tone/rgb-lzw.tif", "doc/g4-strips.tif",
-                                            "tone/rgb-jpeg.tif", "doc/jbig.tif",
-                                            "tone/rgb-deflate.tif", "tone/palette8.tif"};
-    auto rows = [&](size_t i) { return decode_file(kCorpus + "/" + files[i % files.size()]).rows; };
-    const auto many = on_threads(files.size() * 3, rows);
-    for (size_t t = 0; t < many.size(); ++t) EXPECT_EQ(many[t], rows(t)) << files[t % files.size()];
 }
 
 namespace {
