@@ -1,9 +1,8 @@
 // Checks the format tests share: a table of damaged files and the status
-// each must give, and jobs run on several threads at once.
+// each must give.
 #pragma once
 
 #include <initializer_list>
-#include <thread>
 #include <vector>
 
 #include "test_util.h"
@@ -33,17 +32,6 @@ void expect_statuses(DecodeFn decoder, std::initializer_list<StatusCase> cases, 
         for (const Bytes& r : d.rows) rows += !r.empty();
         EXPECT_EQ(rows, c.rows) << c.what;
     }
-}
-
-// job(i) for i in [0, jobs), each on a thread of its own, all at once; the
-// results in order.
-template <typename Job>
-auto on_threads(size_t jobs, Job job) {
-    std::vector<decltype(job(size_t(0)))> out(jobs);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < jobs; ++i) threads.emplace_back([&, i] { out[i] = job(i); });
-    for (auto& t : threads) t.join();
-    return out;
 }
 
 }  // namespace tesslin::test

@@ -396,14 +396,6 @@ inline int32_t decode_mem(const Bytes& data, int32_t page = 0) {
     tesslin_block_free(block);
     return h;
 }
-// Saves a handle into memory and decodes the bytes back; *status gets the
-// save's result (a refused save gives a handle of -1).
-inline Handle round_trip(int32_t handle, int32_t code, int32_t* status = nullptr) {
-    int32_t n = 0;
-    const Bytes b = save_mem(handle, code, &n);
-    if (status) *status = n;
-    return Handle(n > 0 ? decode_mem(b) : -1);
-}
 // Status of saving an 8 x 2 image of `bits` bits in `code` into memory (for
 // saves that must be refused).
 inline int32_t save_status(int bits, int32_t code) {
