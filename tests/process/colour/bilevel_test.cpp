@@ -28,7 +28,7 @@ int32_t grey_handle(int32_t width, int32_t height, const std::function<uint8_t(i
 // White pixels of a bilevel handle, after checking it is run-encoded with
 // palette black, white.
 Raster bilevel(int32_t h) {
-    EXPECT_EQ(bits_of(h), 1);
+    EXPECT_EQ(info_of(h).biBitCount, 1);
     EXPECT_EQ(info_of(h).biCompression, uint32_t(IMG_COMPRESSION_RUNS));
     const Bytes header = header_of(h);
     EXPECT_EQ(load_le32(header.data() + 40), 0u);
