@@ -235,11 +235,7 @@ int32_t partial_body(void* context, IMG_RASTER_CALLBACK raster, intptr_t user,
     auto* destinations = static_cast<std::vector<bool>*>(context);
     alignas(4) uint8_t block[kHeaderBlockSize] = {};
     auto* h = reinterpret_cast<DibHeader*>(block);
-    h->biSize = 40;
-    h->biWidth = 7;
-    h->biHeight = 6;
-    h->biPlanes = 1;
-    h->biBitCount = 24;
+    *h = dib_header(7, 6, 24);
     if (int32_t r = header(h, user); r < 0) return r;
     const uint32_t rb = row_bytes(7, 24);
     std::vector<uint8_t> own(rb, 0);
