@@ -18,10 +18,6 @@
 //   open_fail=1    the source does not open
 //   units=1        the source works in centimetres
 //   res=N          its resolution (default 300)
-//
-// Page n's pixel (x, y) is a checker of 8-pixel squares shifted by n
-// (1 bit), or (x * 3 + y + n) & 255 (8 bits), or that in blue, x in green,
-// y in red (24 bits): see scripted_pixel in scan_test.cpp.
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -81,7 +77,7 @@ int width() { return int(opt("width", 64)); }
 int height() { return int(opt("height", 48)); }
 int bits() { return int(opt("bits", 1)); }
 
-// Sample of page n at (x, y): 1-bit pages give 0 (black) or 1 (white).
+// Sample of page n at (x, y), as scan_test.cpp's scripted_page draws it; 1 bit: 0 black, 1 white.
 int pixel(int n, int x, int y, int channel) {
     if (bits() == 1) return ((x / 8 + y / 8 + n) & 1) ? 0 : 1;
     const int grey = (x * 3 + y + n) & 255;
