@@ -55,13 +55,8 @@ std::vector<Row> read_manifest(const std::string& path) {
 // file<TAB>page<TAB>reason; '#' starts a comment line.
 std::map<std::string, std::string> read_expected(const std::string& path) {
     std::map<std::string, std::string> out;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) {
-        std::vector<std::string> f;
-        std::istringstream cells(line);
-        for (std::string c; std::getline(cells, c, '\t');) f.push_back(c);
-        if (!line.empty() && line[0] != '#' && f.size() >= 3) out[f[0] + "#" + f[1]] = f[2];
-    }
+    for (const auto& f : test::read_tsv(path))
+        if (f.size() >= 3 && f[0][0] != '#') out[f[0] + "#" + f[1]] = f[2];
     return out;
 }
 
@@ -158,20 +153,14 @@ Result compare(int handle, const Reference& reference, const std::string& rule) 
                                  : uint8_t((299 * p.c[2] + 587 * p.c[1] + 114 * p.c[0] + 500) / 1000);
                     break;
                 case Form::Rgb:
-                    if (bits == 32 && !alpha) {  // CMYK shown as RGB
-                        for (int i = 0; i < 3; ++i)
-                            got[i] = uint8_t((255 - p.c[i]) * (255 - p.c[3]) / 255);
-                    } else {
-                        got[0] = p.c[2];
-                        got[1] = p.c[1];
-                        got[2] = p.c[0];
-                    }
-                    break;
                 case Form::Rgba:
                     got[0] = p.c[2];
                     got[1] = p.c[1];
                     got[2] = p.c[0];
                     got[3] = alpha ? p.c[3] : 255;
+                    if (reference.form == Form::Rgb && bits == 32 && !alpha)  // CMYK shown as RGB
+                        for (int i = 0; i < 3; ++i)
+                            got[i] = uint8_t((255 - p.c[i]) * (255 - p.c[3]) / 255);
                     break;
                 case Form::Cmyk:
                     if (bits == 32 && !alpha) {
@@ -351,10 +340,8 @@ int main(int argc, char** argv) {
     int status = failed ? 1 : 0;
     if (!doc.empty()) std::ofstream(doc) << text;
     if (!check_doc.empty() && only.empty()) {
-        std::ifstream in(check_doc);
-        std::stringstream have;
-        have << in.rdbuf();
-        if (have.str() != text) {
+        const test::Bytes have = test::read_file(check_doc);
+        if (std::string(have.begin(), have.end()) != text) {
             std::printf("%s is out of date: run tesslin_conformance --doc %s\n", check_doc.c_str(),
                         check_doc.c_str());
             status = 1;

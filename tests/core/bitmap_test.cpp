@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <tuple>
 #include <vector>
 
 #include "core/bitmap.h"
@@ -55,9 +56,7 @@ TEST(BitmapObject, CreateKeepWrapsTheCallersDibAndChecksIt) {
     ASSERT_GE(h, 0);
     int32_t w, ht, bits;
     EXPECT_EQ(IMG_bitmap_info(h, &w, &ht, &bits), reinterpret_cast<intptr_t>(dib));
-    EXPECT_EQ(w, 640);
-    EXPECT_EQ(ht, 480);
-    EXPECT_EQ(bits, 24);
+    EXPECT_EQ(std::tuple(w, ht, bits), std::tuple(640, 480, 24));
     int32_t x, y, cw, ch;
     ASSERT_EQ(IMG_get_croprect(h, &x, &y, &cw, &ch), 0);
     EXPECT_EQ(std::vector<int32_t>({x, y, cw, ch}), std::vector<int32_t>({0, 0, 640, 480}));
@@ -246,8 +245,7 @@ TEST(RunRecords, RewrittenRowsMoveTheRowsAfterThem) {
     for (int32_t r = 0; r < 40; ++r) rows.push_back(get_row(h, r));
     ASSERT_EQ(IMG_dib_to_runs(h), 0);
     // A busy row needs far more room than the white row it replaces.
-    std::vector<uint8_t> busy(row_bytes(300, 1));
-    for (size_t i = 0; i < busy.size(); ++i) busy[i] = 0x55;
+    std::vector<uint8_t> busy(row_bytes(300, 1), 0x55);
     ASSERT_EQ(IMGLOW_put_raster(h, busy.data(), 4, 0), 0);
     rows[4] = busy;
     // A shorter record fits in the old space.

@@ -76,20 +76,18 @@ TEST_F(Streams, MemoryWriteStopsAtTheEndOfTheBlock) {
         SCOPED_TRACE(key_on);
         IMG_set_encrypt(key_on, 0x01020304);
         const MemStream m(140);
-        const int32_t s = m.s;
-        uint8_t* block = m.block;
-        ASSERT_LT(s, 0) << "memory streams never look like descriptors";
-        ASSERT_EQ(stream::seek(s, 100, 0), 100);
+        ASSERT_LT(m.s, 0) << "memory streams never look like descriptors";
+        ASSERT_EQ(stream::seek(m.s, 100, 0), 100);
         std::vector<uint8_t> data = pattern(100), copy = data;
-        EXPECT_EQ(stream::write(s, data.data(), 100), 40);
+        EXPECT_EQ(stream::write(m.s, data.data(), 100), 40);
         EXPECT_EQ(data, copy) << "the caller's bytes are unchanged";
-        EXPECT_EQ(stream::seek(s, 0, 1), 140);
-        EXPECT_EQ(stream::length(s), 140);
-        EXPECT_EQ(block[100], key_on ? (1 ^ 10) : 1);
+        EXPECT_EQ(stream::seek(m.s, 0, 1), 140);
+        EXPECT_EQ(stream::length(m.s), 140);
+        EXPECT_EQ(m.block[100], key_on ? (1 ^ 10) : 1);
         // Reading back through the stream undoes the key.
         std::vector<uint8_t> back(40);
-        stream::seek(s, 100, 0);
-        EXPECT_EQ(stream::read(s, back.data(), 100), 40);
+        stream::seek(m.s, 100, 0);
+        EXPECT_EQ(stream::read(m.s, back.data(), 100), 40);
         EXPECT_TRUE(std::equal(back.begin(), back.end(), data.begin()));
     }
 }
@@ -168,7 +166,6 @@ TEST_F(Streams, KeyByteIsTheSumOfTheKeyBytes) {
 
 TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
     const MemStream m(16);
-    const int32_t s = m.s;
     IMGLOW_set_fileio(counting_read, nullptr, nullptr);
     IMG_set_encrypt(1, 5);
     g_hook_reads = 0;
@@ -176,8 +173,8 @@ TEST_F(Streams, HooksTakeOnlyTheOperationsTheyAreFor) {
     EXPECT_EQ(stream::read(12345, buf, 8), 8);
     EXPECT_EQ(buf[0], 0x42) << "no key on hooked reads";
     EXPECT_EQ(g_hook_reads, 1);
-    EXPECT_EQ(stream::seek(s, 3, 0), 3) << "seeks still reach the memory stream";
-    EXPECT_EQ(stream::write(s, buf, 1), 1);
+    EXPECT_EQ(stream::seek(m.s, 3, 0), 3) << "seeks still reach the memory stream";
+    EXPECT_EQ(stream::write(m.s, buf, 1), 1);
     EXPECT_EQ(m.block[3], 0x42 ^ 5);
 }
 
@@ -230,9 +227,8 @@ TEST_F(Streams, ForeignMemoryThatEndsEarlyFaultsCleanly) {
 TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
     std::vector<uint8_t> data = pattern(70000);
     const MemStream m(70000, test::to_block(data));
-    const int32_t s = m.s;
     {
-        StreamReader in(s);
+        StreamReader in(m.s);
         EXPECT_EQ(in.u8(), 1);
         EXPECT_EQ(in.le16(), 0x0302);
         EXPECT_EQ(in.be32(), 0x04050607u);
@@ -247,8 +243,8 @@ TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
         EXPECT_EQ(tail[9], data[69999]);
     }
     {
-        stream::seek(s, 100, 0);
-        StreamReader in(s);  // starts where the stream stands
+        stream::seek(m.s, 100, 0);
+        StreamReader in(m.s);  // starts where the stream stands
         EXPECT_EQ(in.tell(), 100u);
         EXPECT_EQ(in.u8(), data[100]);
         ASSERT_TRUE(in.seek(50));
@@ -265,14 +261,13 @@ TEST_F(Streams, ReaderCountsWhatItHasAndReportsShortReads) {
 
 TEST_F(Streams, WriterReportsShortWrites) {
     const MemStream m(100);
-    uint8_t* block = m.block;
     StreamWriter out(m.s, 64);
     std::vector<uint8_t> data = pattern(90);
     EXPECT_TRUE(out.write(data.data(), 90));
     EXPECT_TRUE(out.be32(0x01020304));
     EXPECT_TRUE(out.flush());
-    EXPECT_EQ(block[90], 1);
-    EXPECT_EQ(block[93], 4);
+    EXPECT_EQ(m.block[90], 1);
+    EXPECT_EQ(m.block[93], 4);
     EXPECT_TRUE(out.le32(5));
     EXPECT_TRUE(out.le32(6));
     EXPECT_FALSE(out.flush());

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <regex>
 #include <thread>
 #include <vector>
 
@@ -40,14 +41,9 @@ std::string vector_pdf() {
     return path;
 }
 
+// Runs of spaces and line ends as one space (page breaks are kept).
 std::string collapse_spaces(const std::string& s) {
-    std::string out;
-    for (char c : s) {
-        const bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-        if (space && (out.empty() || out.back() == ' ')) continue;
-        out += space ? ' ' : c;
-    }
-    return out;
+    return std::regex_replace(s, std::regex("[ \n\r\t]+"), " ");
 }
 
 class PdfModule : public ModuleTest {};

@@ -57,17 +57,12 @@ TEST_F(Decode, RasterCallbackFailureEndsTheDecodeAtOnce) {
 TEST_F(Decode, UnknownFormatAndMissingFileLeaveNothingBehind) {
     const int32_t probe = make_handle(2, 2, 8);
     IMG_delete_bitmap(probe);
-    std::vector<uint8_t> junk(100, 0xEE);
-    void* block = to_block(junk);
-    EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_UNSUPPORTED);
-    tesslin_block_free(block);
+    EXPECT_EQ(decode_mem(Bytes(100, 0xEE)), IMG_ERR_UNSUPPORTED);
     EXPECT_EQ(IMG_decompress_bitmap("/nonexistent/x.bmp"), IMG_ERR_OPEN);
     // A truncated file fails without keeping its handle.
-    std::vector<uint8_t> cut = read_file(corpus("bmp/rgb24.bmp"));
+    Bytes cut = read_file(corpus("bmp/rgb24.bmp"));
     cut.resize(cut.size() / 2);
-    block = to_block(cut);
-    EXPECT_EQ(IMG_decompress_bitmap_mem(block, 0), IMG_ERR_READ);
-    tesslin_block_free(block);
+    EXPECT_EQ(decode_mem(cut), IMG_ERR_READ);
     const Handle again = make_handle(2, 2, 8);
     EXPECT_EQ(again, probe);  // the slot the failed decodes took is free again
 }
@@ -235,11 +230,7 @@ int32_t partial_body(void* context, IMG_RASTER_CALLBACK raster, intptr_t user,
     auto* destinations = static_cast<std::vector<bool>*>(context);
     alignas(4) uint8_t block[kHeaderBlockSize] = {};
     auto* h = reinterpret_cast<DibHeader*>(block);
-    h->biSize = 40;
-    h->biWidth = 7;
-    h->biHeight = 6;
-    h->biPlanes = 1;
-    h->biBitCount = 24;
+    *h = dib_header(7, 6, 24);
     if (int32_t r = header(h, user); r < 0) return r;
     const uint32_t rb = row_bytes(7, 24);
     std::vector<uint8_t> own(rb, 0);

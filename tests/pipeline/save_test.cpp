@@ -23,8 +23,6 @@ int32_t make(int32_t width, int32_t height, int bits) {
     return IMG_create_handle_keep(dib);
 }
 
-int32_t bits_of(int32_t handle) { return info_of(handle).biBitCount; }
-
 int32_t stop_at_row_5(intptr_t, int32_t, int32_t row, uint32_t) { return row == 5 ? -2 : 0; }
 
 }  // namespace
@@ -59,7 +57,7 @@ TEST(Save, EveryDepthRoundTripsThroughTheBmpWriters) {
                 ASSERT_GE(back, 0);
                 const Raster r = handle_raster(back);
                 const bool widened = code == 1 && (bits == 16 || bits == 32);
-                EXPECT_EQ(bits_of(back), widened ? 24 : bits);
+                EXPECT_EQ(info_of(back).biBitCount, widened ? 24 : bits);
                 EXPECT_EQ(count_differences(r, original, widened ? 3 : original.channels), 0u);
                 if (code != 48 && bits != 16 && bits != 32 && have_pillow()) {
                     EXPECT_EQ(count_differences(pillow(path, "RGB"), original, 3), 0u);

@@ -18,10 +18,6 @@
 //   open_fail=1    the source does not open
 //   units=1        the source works in centimetres
 //   res=N          its resolution (default 300)
-//
-// Page n's pixel (x, y) is a checker of 8-pixel squares shifted by n
-// (1 bit), or (x * 3 + y + n) & 255 (8 bits), or that in blue, x in green,
-// y in red (24 bits): see scripted_pixel in scan_test.cpp.
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -32,10 +28,13 @@
 #include <string>
 #include <vector>
 
+#include "core/dib.h"
 #include "scan/twain.h"
 #include "tesslin/tesslin.h"
 
 namespace {
+
+using namespace tesslin;
 
 std::map<std::string, long> g_script;
 bool g_manager = false, g_open = false, g_enabled = false;
@@ -78,31 +77,25 @@ int width() { return int(opt("width", 64)); }
 int height() { return int(opt("height", 48)); }
 int bits() { return int(opt("bits", 1)); }
 
-// Sample of page n at (x, y): 1-bit pages give 0 (black) or 1 (white).
+// Sample of page n at (x, y), as scan_test.cpp's scripted_page draws it; 1 bit: 0 black, 1 white.
 int pixel(int n, int x, int y, int channel) {
     if (bits() == 1) return ((x / 8 + y / 8 + n) & 1) ? 0 : 1;
     const int grey = (x * 3 + y + n) & 255;
     return channel == 0 ? grey : channel == 1 ? x & 255 : y & 255;
 }
 
-size_t stride() { return ((size_t(width()) * bits() + 31) / 32) * 4; }
+size_t stride() { return row_bytes(uint32_t(width()), uint32_t(bits())); }
 
 // The page as a DIB (1 bit: palette black, white), malloc.
 void* page_dib(int n) {
     const int b = bits(), w = width(), h = height();
-    const size_t colours = b == 1 ? 2 : b == 8 ? 256 : 0;
-    const size_t size = 40 + colours * 4 + stride() * size_t(h);
-    auto* dib = static_cast<uint8_t*>(std::calloc(1, size));
-    IMG_BITMAPINFOHEADER hd{};
-    hd.biSize = 40;
-    hd.biWidth = w;
-    hd.biHeight = h;
-    hd.biPlanes = 1;
-    hd.biBitCount = uint16_t(b);
-    hd.biClrUsed = uint32_t(colours);
-    std::memcpy(dib, &hd, 40);
-    for (size_t i = 0; i < colours; ++i)
-        dib[40 + i * 4] = dib[41 + i * 4] = dib[42 + i * 4] = uint8_t(colours == 2 ? i * 255 : i);
+    const uint32_t colours = palette_entries(uint32_t(b));
+    auto* dib = static_cast<uint8_t*>(std::calloc(1, 40 + colours * 4 + stride() * size_t(h)));
+    *reinterpret_cast<DibHeader*>(dib) = dib_header(w, h, uint16_t(b));
+    for (uint32_t i = 0; i < colours; ++i) {
+        const uint8_t v = uint8_t(colours == 2 ? i * 255 : i);
+        dib_palette(dib)[i] = RgbQuad{v, v, v, 0};
+    }
     uint8_t* rows = dib + 40 + colours * 4;
     for (int y = 0; y < h; ++y) {
         uint8_t* out = rows + size_t(h - 1 - y) * stride();

@@ -15,6 +15,16 @@ nearest-neighbour turn, centred on OUTPUT).
 import sys
 
 import numpy as np
+from PIL import Image
+
+# Operations whose exact result numpy gives from the input alone.
+EXACT = {
+    "rot90cw": lambda a: np.rot90(a, -1),
+    "rot90ccw": lambda a: np.rot90(a, 1),
+    "rot180": lambda a: np.rot90(a, 2),
+    "fliplr": np.fliplr,
+    "flipud": np.flipud,
+}
 
 
 def load(path):
@@ -40,8 +50,6 @@ def nearest(a, width, height):
 
 
 def pillow_resize(a, width, height, method):
-    from PIL import Image
-
     img = Image.fromarray(a[:, :, 0] if a.shape[2] == 1 else a)
     filt = Image.BOX if method == "box" else Image.BILINEAR
     out = np.asarray(img.resize((width, height), filt))
@@ -50,16 +58,8 @@ def pillow_resize(a, width, height, method):
 
 def check(parts):
     op, args, src, out = parts[0], parts[1:-2], load(parts[-2]), load(parts[-1])
-    if op == "rot90cw":
-        want = np.rot90(src, -1)
-    elif op == "rot90ccw":
-        want = np.rot90(src, 1)
-    elif op == "rot180":
-        want = np.rot90(src, 2)
-    elif op == "fliplr":
-        want = np.fliplr(src)
-    elif op == "flipud":
-        want = np.flipud(src)
+    if op in EXACT:
+        want = EXACT[op](src)
     elif op == "invert":
         top = {1: 1, 4: 15}.get(int(args[0]), 255)
         want = (top - src.astype(np.int32)).astype(np.uint8)
@@ -71,8 +71,6 @@ def check(parts):
             return "size %d %d" % (want.shape[1], want.shape[0])
         return "psnr %.3f" % psnr(want, out)
     elif op == "rotate":
-        from PIL import Image
-
         img = Image.fromarray(src[:, :, 0])
         want = np.asarray(img.rotate(-float(args[0]), resample=Image.NEAREST, expand=True))
         h, w = out.shape[:2]

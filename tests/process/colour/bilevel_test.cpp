@@ -28,7 +28,7 @@ int32_t grey_handle(int32_t width, int32_t height, const std::function<uint8_t(i
 // White pixels of a bilevel handle, after checking it is run-encoded with
 // palette black, white.
 Raster bilevel(int32_t h) {
-    EXPECT_EQ(bits_of(h), 1);
+    EXPECT_EQ(info_of(h).biBitCount, 1);
     EXPECT_EQ(info_of(h).biCompression, uint32_t(IMG_COMPRESSION_RUNS));
     const Bytes header = header_of(h);
     EXPECT_EQ(load_le32(header.data() + 40), 0u);
@@ -52,15 +52,11 @@ TEST(Bilevel, BayerOnUniformGreys) {
         const Handle h = grey_handle(21, 19, [&](int32_t, int32_t) { return level; });
         ASSERT_EQ(IMG_bayer_mono(h), 0);
         const Raster r = bilevel(h);
-        size_t expected = 0;
         for (int32_t y = 0; y < 19; ++y)
             for (int32_t x = 0; x < 21; ++x) {
-                const int32_t s = 19 - 1 - y;
-                const bool white = level > kBayer[x % 8][s % 8];
-                expected += white;
+                const bool white = level > kBayer[x % 8][(19 - 1 - y) % 8];
                 ASSERT_EQ(r.at(x, y)[0], white ? 255 : 0) << int(level) << " at " << x << "," << y;
             }
-        EXPECT_EQ(whites(r), expected);
     }
 }
 

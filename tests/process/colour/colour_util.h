@@ -37,10 +37,4 @@ inline Raster corpus_reference(const std::string& file) {
     return Raster{};
 }
 
-inline int32_t bits_of(int32_t handle) {
-    int32_t w = 0, h = 0, bits = 0;
-    IMG_bitmap_info(handle, &w, &h, &bits);
-    return bits;
-}
-
 }  // namespace tesslin::test

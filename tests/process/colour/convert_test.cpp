@@ -22,7 +22,7 @@ TEST(Convert, RgbToCmykBytes) {
     for (const Case& c : cases) {
         const Handle h = rgb_handle(3, 2, [&](int32_t, int32_t) { return c.rgb; });
         ASSERT_EQ(IMG_rgb_to_cmyk(h), 0);
-        EXPECT_EQ(bits_of(h), 32);
+        EXPECT_EQ(info_of(h).biBitCount, 32);
         EXPECT_EQ(info_of(h).biCompression, 0u);
         EXPECT_EQ(load_le32(get_row(h, 1).data() + 4), c.cmyk) << std::hex << c.rgb;
     }
@@ -63,7 +63,7 @@ TEST(Convert, SeparateAndCombine) {
     for (int p = 0; p < 3; ++p) {
         planes[p] = IMG_color_separate(h, p);
         ASSERT_GE(planes[p], 0);
-        EXPECT_EQ(bits_of(planes[p]), 8);
+        EXPECT_EQ(info_of(planes[p]).biBitCount, 8);
         const Raster r = handle_raster(planes[p]);
         for (int32_t y = 0; y < r.height; y += 7)
             for (int32_t x = 0; x < r.width; x += 5) ASSERT_EQ(r.at(x, y)[0], original.at(x, y)[2 - p]);
@@ -72,12 +72,12 @@ TEST(Convert, SeparateAndCombine) {
     EXPECT_EQ(IMG_color_separate(h, -1), IMG_ERR_DEPTH);
     const Handle back = IMG_color_combine(planes[0], planes[1], planes[2], 0, 3);
     ASSERT_GE(back, 0);
-    EXPECT_EQ(bits_of(back), 24);
+    EXPECT_EQ(info_of(back).biBitCount, 24);
     EXPECT_EQ(count_differences(handle_raster(back), original, 3), 0u);
 
     const Handle cmyk = IMG_color_combine(planes[0], planes[1], planes[2], planes[0], 4);
     ASSERT_GE(cmyk, 0);
-    EXPECT_EQ(bits_of(cmyk), 32);
+    EXPECT_EQ(info_of(cmyk).biBitCount, 32);
     EXPECT_EQ(info_of(cmyk).biCompression, 0u);
     const Handle black = IMG_color_separate(cmyk, 3);
     ASSERT_GE(black, 0);

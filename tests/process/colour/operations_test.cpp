@@ -80,11 +80,11 @@ TEST(ColourOperations, DepthsStatusesAndTheImageLeftOnFailure) {
             } else if (op.result_bits == 0) {
                 EXPECT_GE(r, 0);
                 EXPECT_TRUE(snapshot(h) == before);
-                EXPECT_EQ(bits_of(r), 8);
+                EXPECT_EQ(info_of(r).biBitCount, 8);
                 IMG_delete_bitmap(r);
             } else {
                 EXPECT_GE(r, 0);
-                EXPECT_EQ(bits_of(h), op.result_bits);
+                EXPECT_EQ(info_of(h).biBitCount, op.result_bits);
                 int32_t x, y, w, hh;
                 IMG_get_croprect(h, &x, &y, &w, &hh);
                 EXPECT_EQ(x * 1000 + y * 100 + w * 10 + hh, 2175);

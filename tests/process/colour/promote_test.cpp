@@ -25,7 +25,7 @@ TEST(Promote, KeepsEveryPaletteColour) {
             const Handle h = IMG_decompress_bitmap(corpus(file).c_str());
             ASSERT_GE(h, 0);
             ASSERT_EQ(op(h), 0);
-            EXPECT_EQ(bits_of(h), bits);
+            EXPECT_EQ(info_of(h).biBitCount, bits);
             EXPECT_EQ(info_of(h).biCompression, bits == 32 ? uint32_t(IMG_COMPRESSION_ALPHA) : 0u);
             EXPECT_EQ(IMG_runs_to_dib(h), IMG_ERR_UNSUPPORTED);  // plain rows now
             EXPECT_EQ(count_differences(handle_raster(h), want, 3), 0u);
@@ -75,7 +75,7 @@ TEST(Promote, CmykAndAlphaToRgb) {
         for (auto op : {IMG_cmyk_to_rgb, IMG_promote_24}) {
             const Handle h = quad_handle(3, 2, c.bytes, c.compression);
             ASSERT_EQ(op(h), 0);
-            ASSERT_EQ(bits_of(h), 24);
+            ASSERT_EQ(info_of(h).biBitCount, 24);
             EXPECT_EQ(info_of(h).biCompression, 0u);
             const Bytes row = get_row(h, 1);
             EXPECT_EQ(row[6], c.b) << std::hex << c.bytes;

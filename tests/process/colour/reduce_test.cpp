@@ -35,7 +35,7 @@ int32_t photo() { return IMG_decompress_bitmap(corpus("png/rgb.png").c_str()); }
 TEST(Reduce, SixteenColourDiffusionNumbers) {
     const Handle h = rgb_handle(4, 1, [](int32_t, int32_t) { return 0xC80000u; });
     ASSERT_EQ(IMG_diffusion_color(h), 0);
-    ASSERT_EQ(bits_of(h), 4);
+    ASSERT_EQ(info_of(h).biBitCount, 4);
     EXPECT_EQ(get_row(h, 0)[0], 0x11);
     EXPECT_EQ(get_row(h, 0)[1], 0x91);
     EXPECT_EQ(palette_of(h)[1], 0x800000u);
@@ -109,7 +109,7 @@ TEST(Reduce, OctreeOfFewColours) {
         const Handle h = rgb_handle(11, 7, [&](int32_t x, int32_t y) { return colours[(x + 2 * y) % 5]; });
         const Raster before = handle_raster(h);
         ASSERT_EQ(IMG_octree_color(h, bits, nullptr, count), 5);
-        EXPECT_EQ(bits_of(h), bits);
+        EXPECT_EQ(info_of(h).biBitCount, bits);
         EXPECT_EQ(count_differences(handle_raster(h), before, 3), 0u);
     }
     // The caller's three colours are the palette, in tree order.
