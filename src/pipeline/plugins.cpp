@@ -21,12 +21,13 @@ namespace {
 enum Slot { kPdf, kApdf, kDoc, kPcl, kJp2, kAbic, kSlotCount };
 constexpr int kMaxEntries = 5;
 
-struct Spec {
+// A module's base name and the entry points looked up in it.
+struct ModuleEntries {
     const char* base;
     const char* entries[kMaxEntries];
 };
 
-constexpr Spec kSpecs[kSlotCount] = {
+constexpr ModuleEntries kModules[kSlotCount] = {
     {"pdfmod", {"decode_pdf", "set_pdf_input", "pdf_get_pages", "pdf_search_text", "set_callbacks"}},
     {"apdfmod", {"decode_apdf", "set_pdf_input", "apdf_get_pages", "apdf_extract_text", nullptr}},
     {"docmod", {"decode_word", "set_word_input", "word_get_pages", "set_callbacks", nullptr}},
@@ -131,12 +132,12 @@ void* entry(Slot slot, int index) {
     std::lock_guard<std::recursive_mutex> hold(g_lock);
     Loaded& l = g_loaded[slot];
     if (!l.module) {
-        void* module = open_module(kSpecs[slot].base);
+        void* module = open_module(kModules[slot].base);
         if (!module) return nullptr;
         l.module = module;
         void* callbacks = nullptr;
         for (int i = 0; i < kMaxEntries; ++i) {
-            const char* name = kSpecs[slot].entries[i];
+            const char* name = kModules[slot].entries[i];
             if (!name) continue;
             l.entry[i] = dlsym(module, name);
             if (std::strcmp(name, "set_callbacks") == 0) callbacks = l.entry[i];

@@ -1,5 +1,6 @@
 // tesslin: command-line front end of the library. This file holds the table
-// of commands and the dispatch; each command is tools/tesslin/cmd_<name>.cpp.
+// of commands and the dispatch; each command is tools/tesslin/cmd_<name>.cpp
+// (despeckle: cmd_lone_dots.cpp, named for what it removes).
 #include <cstdio>
 #include <cstring>
 #include <string>

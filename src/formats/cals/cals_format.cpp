@@ -5,8 +5,9 @@
 namespace tesslin::cals {
 namespace {
 
-// A CALS header opens with its "srcdocid:" or "specversion:" record.
-bool signature(const Probe& p) { return p.starts_with("src") || p.starts_with("spec"); }
+// A CALS header opens with its "srcdocid:" record or with its version record
+// ("specversion:"): the first three bytes of the one or four of the other.
+bool signature(const Probe& p) { return p.starts_with("src") || p.bytes_are({'s', 'p', 'e', 'c'}); }
 
 // The three digits of the orientation record at offset 905 (blanks
 // skipped): 90 and 270 swap, other values are returned as they are.

@@ -18,12 +18,12 @@ namespace {
 
 // A PCX file: the header fields given, each line's bytes as literals (or as
 // a run of one when the byte looks like a count), then `tail`.
-struct PcxSpec {
+struct PcxHeader {
     uint8_t version = 5, bits = 8, planes = 1;
     uint16_t xmin = 0, ymin = 0, xmax = 0, ymax = 0, bytes_per_line = 0, palette_info = 1;
     Bytes header_palette;  // up to 48 bytes
 };
-Bytes pcx_file(const PcxSpec& s, const std::vector<Bytes>& lines, const Bytes& tail = {}) {
+Bytes pcx_file(const PcxHeader& s, const std::vector<Bytes>& lines, const Bytes& tail = {}) {
     Bytes f(128, 0);
     f[0] = 10, f[1] = s.version, f[2] = 1, f[3] = s.bits;
     store_le16(&f[4], s.xmin), store_le16(&f[6], s.ymin), store_le16(&f[8], s.xmax), store_le16(&f[10], s.ymax);
@@ -238,16 +238,16 @@ TEST(PcxRead, BuiltFilesFollowTheReadersRules) {
 }
 
 TEST(PcxRead, DamagedDataGivesItsStatus) {
-    const PcxSpec grey{.bits = 4, .xmax = 7, .ymax = 2, .bytes_per_line = 4, .header_palette = {}};
+    const PcxHeader grey{.bits = 4, .xmax = 7, .ymax = 2, .bytes_per_line = 4, .header_palette = {}};
     const Bytes good = pcx_file(grey, {{1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}});
-    PcxSpec huge = grey;
+    PcxHeader huge = grey;
     huge.xmax = huge.ymax = 0xFFFF;
     huge.bytes_per_line = 0xFFFF;
-    PcxSpec two_bits = grey;
+    PcxHeader two_bits = grey;
     two_bits.bits = 2;
-    PcxSpec narrow = grey;
+    PcxHeader narrow = grey;
     narrow.bytes_per_line = 3;
-    PcxSpec no_palette = grey;
+    PcxHeader no_palette = grey;
     no_palette.bits = 8;
     no_palette.bytes_per_line = 8;
     Bytes overfull = pcx_file(grey, {});
