@@ -137,11 +137,17 @@ struct Lease {
     ~Lease() { g_cache.give(std::move(doc)); }
 };
 
+// A PDF file starts with its "%PDF-" version line; anything shorter than
+// that line is not worth handing to poppler.
+bool looks_like_pdf(const std::vector<char>& bytes) {
+    return bytes.size() >= 8 && std::memcmp(bytes.data(), "%PDF", 4) == 0;
+}
+
 // The document of `bytes`, from the cache or parsed now: IMG_ERR_BAD_IMAGE
 // when poppler cannot parse it (or it has no page), IMG_ERR_VARIANT when it
 // needs a password. Only documents that opened are kept.
 int32_t load_bytes(std::vector<char>& bytes, Lease& lease) {
-    if (bytes.size() < 8 || std::memcmp(bytes.data(), "%PDF", 4) != 0) return IMG_ERR_BAD_IMAGE;
+    if (!looks_like_pdf(bytes)) return IMG_ERR_BAD_IMAGE;
     if ((lease.doc = g_cache.take(bytes))) return 0;
     auto loaded = std::make_unique<Loaded>();
     loaded->bytes = std::move(bytes);
@@ -172,7 +178,7 @@ int32_t load_bytes(std::vector<char>& bytes, Lease& lease) {
 using TextDocument = std::unique_ptr<poppler::document>;
 
 [[maybe_unused]] int32_t load_text(std::vector<char>& bytes, TextDocument& doc) {
-    if (bytes.size() < 8 || std::memcmp(bytes.data(), "%PDF", 4) != 0) return IMG_ERR_BAD_IMAGE;
+    if (!looks_like_pdf(bytes)) return IMG_ERR_BAD_IMAGE;
     doc.reset(poppler::document::load_from_data(&bytes));
     if (!doc) return IMG_ERR_BAD_IMAGE;
     if (doc->is_locked()) return IMG_ERR_VARIANT;
