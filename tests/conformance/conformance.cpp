@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -87,29 +86,6 @@ bool read_reference(const std::string& path, Reference& ref) {
 
 // ---- Our bitmap in the reference's form -----------------------------------
 
-struct Pixel {
-    uint8_t c[4];
-};
-
-// Reads pixel x of a stored row as blue, green, red, fourth byte.
-Pixel pixel_of(const uint8_t* row, int x, int bits, const IMG_RGBQUAD* pal) {
-    Pixel p{{0, 0, 0, 255}};
-    auto from_pal = [&](unsigned i) {
-        p.c[0] = pal[i].rgbBlue;
-        p.c[1] = pal[i].rgbGreen;
-        p.c[2] = pal[i].rgbRed;
-    };
-    switch (bits) {
-        case 1: from_pal((row[x / 8] >> (7 - x % 8)) & 1); break;
-        case 4: from_pal((row[x / 2] >> (x % 2 ? 0 : 4)) & 15); break;
-        case 8: from_pal(row[x]); break;
-        case 16: from_pal(row[2 * x + 1]); break;  // little-endian grey sample: high byte
-        case 24: std::memcpy(p.c, row + 3 * x, 3); break;
-        case 32: std::memcpy(p.c, row + 4 * x, 4); break;
-    }
-    return p;
-}
-
 struct Result {
     bool pass = false;
     std::string detail;
@@ -121,74 +97,56 @@ std::string describe(const uint8_t* v, int n) {
     return s + ")";
 }
 
+// Our pixel o (red, green, blue, fourth byte; 16-bit samples as grey) in the
+// reference's form.
+void to_form(const uint8_t* o, Form form, int bits, bool alpha, uint8_t* got) {
+    switch (form) {
+        case Form::Bilevel: got[0] = (int(o[0]) + o[1] + o[2]) < 384 ? 0 : 255; break;
+        case Form::Grey:
+            got[0] = (o[0] == o[1] && o[1] == o[2]) ? o[1]
+                                                    : uint8_t((299 * o[0] + 587 * o[1] + 114 * o[2] + 500) / 1000);
+            break;
+        case Form::Rgb:
+        case Form::Rgba:
+            for (int i = 0; i < 3; ++i)  // CMYK (cyan in the first byte) shown as RGB
+                got[i] = bits == 32 && !alpha && form == Form::Rgb ? uint8_t((255 - o[2 - i]) * (255 - o[3]) / 255)
+                                                                   : o[i];
+            got[3] = alpha ? o[3] : 255;
+            break;
+        case Form::Cmyk:
+            for (int i = 0; i < 3; ++i) got[i] = bits == 32 && !alpha ? o[2 - i] : uint8_t(255 - o[i]);
+            got[3] = bits == 32 && !alpha ? o[3] : 0;
+            break;
+    }
+}
+
 Result compare(int handle, const Reference& reference, const std::string& rule) {
     const test::Raster& ref = reference.r;
     int32_t w = 0, h = 0, bits = 0;
-    intptr_t hdr = IMG_bitmap_info(handle, &w, &h, &bits);
-    if (hdr < 0) return {false, "no bitmap"};
+    if (IMG_bitmap_info(handle, &w, &h, &bits) < 0) return {false, "no bitmap"};
     if (w != ref.width || h != ref.height)
         return {false, "size " + std::to_string(w) + "x" + std::to_string(h) + ", want " +
                            std::to_string(ref.width) + "x" + std::to_string(ref.height)};
-    const auto* header = reinterpret_cast<const IMG_BITMAPINFOHEADER*>(hdr);
-    const bool alpha = bits == 32 && header->biCompression == IMG_COMPRESSION_ALPHA;
-    IMG_RGBQUAD pal[256] = {};
-    IMGLOW_get_palette(handle, pal);
-    const uint32_t rb = uint32_t(((int64_t(w) * bits + 31) / 32) * 4);
-    std::vector<uint8_t> row(rb);
+    const test::Bytes header = test::header_of(handle);
+    const bool alpha = bits == 32 && test::info_of(handle).biCompression == IMG_COMPRESSION_ALPHA;
+    std::vector<test::Bytes> rows;
+    for (int y = 0; y < h; ++y) rows.push_back(test::get_row(handle, y));
+    const test::Raster ours = test::dib_raster(header.data(), rows, true);
     const int n = ref.channels;
-    const bool exact = rule == "exact";
-    double sq = 0;
-    for (int y = 0; y < h; ++y) {
-        if (IMGLOW_get_raster(handle, row.data(), y, 0) != 0) return {false, "row read failed"};
+    test::Bytes got_all, want_all;
+    for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
-            Pixel p = pixel_of(row.data(), x, bits, pal);
             uint8_t got[4];
-            switch (reference.form) {
-                case Form::Bilevel:
-                    got[0] = (int(p.c[0]) + p.c[1] + p.c[2]) < 384 ? 0 : 255;
-                    break;
-                case Form::Grey:
-                    got[0] = (p.c[0] == p.c[1] && p.c[1] == p.c[2])
-                                 ? p.c[1]
-                                 : uint8_t((299 * p.c[2] + 587 * p.c[1] + 114 * p.c[0] + 500) / 1000);
-                    break;
-                case Form::Rgb:
-                case Form::Rgba:
-                    got[0] = p.c[2];
-                    got[1] = p.c[1];
-                    got[2] = p.c[0];
-                    got[3] = alpha ? p.c[3] : 255;
-                    if (reference.form == Form::Rgb && bits == 32 && !alpha)  // CMYK shown as RGB
-                        for (int i = 0; i < 3; ++i)
-                            got[i] = uint8_t((255 - p.c[i]) * (255 - p.c[3]) / 255);
-                    break;
-                case Form::Cmyk:
-                    if (bits == 32 && !alpha) {
-                        std::memcpy(got, p.c, 4);
-                    } else {
-                        got[3] = 0;
-                        for (int i = 0; i < 3; ++i) got[i] = uint8_t(255 - p.c[2 - i]);
-                    }
-                    break;
-            }
+            to_form(ours.at(x, y), reference.form, bits, alpha, got);
             const uint8_t* want = ref.at(x, y);
-            if (exact) {
-                if (std::memcmp(got, want, size_t(n)) != 0)
-                    return {false, "first difference at (" + std::to_string(x) + "," +
-                                       std::to_string(y) + "): got " + describe(got, n) +
-                                       ", want " + describe(want, n)};
-            } else {
-                for (int i = 0; i < n; ++i) {
-                    double d = double(got[i]) - want[i];
-                    sq += d * d;
-                }
-            }
+            if (rule == "exact" && std::memcmp(got, want, size_t(n)) != 0)
+                return {false, "first difference at (" + std::to_string(x) + "," + std::to_string(y) +
+                                   "): got " + describe(got, n) + ", want " + describe(want, n)};
+            got_all.insert(got_all.end(), got, got + n);
+            want_all.insert(want_all.end(), want, want + n);
         }
-    }
-    if (exact) return {true, ""};
-    const double mse = sq / (double(w) * h * n);
-    const double psnr = mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
-    const double need = std::atof(rule.c_str() + 5);
+    if (rule == "exact") return {true, ""};
+    const double psnr = test::psnr(got_all, want_all), need = std::atof(rule.c_str() + 5);
     char buf[64];
     std::snprintf(buf, sizeof buf, "PSNR %.2f dB (need %.0f)", psnr, need);
     return {psnr >= need, buf};

@@ -1,6 +1,6 @@
 # Installs the build into a fresh prefix and uses it as an integrator would:
 # C programs built with pkg-config (the info example, and
-# tests/consumer/consumer.c, which checks the header's structures from C)
+# tests/consumer/consumer.c, which builds images with the header's structures from C)
 # and with find_package(Tesslin), the installed tesslin run without
 # LD_LIBRARY_PATH, the Python tests run against the installed package.
 #   -DBUILD_DIR -DSOURCE_DIR -DWORK -DCC -DSAMPLE -DPYTHON -DPYTHON_SITE -DSANITIZE

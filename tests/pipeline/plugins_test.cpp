@@ -60,7 +60,10 @@ TEST_F(Plugins, FailureCodesWhenModulesAreAbsent) {
     EXPECT_EQ(IMGLOW_get_filetype(pdf.c_str()), 59);  // detection needs no module
     EXPECT_EQ(IMG_decompress_bitmap(pdf.c_str()), IMG_ERR_PLUGIN);
     EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 1), IMG_ERR_PLUGIN);
-    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 0);
+    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 0);  // no pages from a stream, the status from memory
+    void* block = to_block(read_file(pdf));
+    EXPECT_EQ(IMGLOW_get_pages_mem(block), IMG_ERR_PLUGIN);
+    tesslin_block_free(block);
     EXPECT_EQ(IMGLOW_set_pdf_input(1, 2), IMG_ERR_PLUGIN);
     EXPECT_EQ(IMGLOW_set_pcl_input(1, 2), IMG_ERR_PLUGIN);
     EXPECT_EQ(IMGLOW_set_jpeg2000_comp_ratio(20), IMG_ERR_JP2_PLUGIN);
