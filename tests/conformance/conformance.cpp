@@ -188,29 +188,22 @@ Result run_row(const std::string& corpus, const Row& row) {
             return {false, std::to_string(pages) + " pages, want " + std::to_string(row.pages)};
     }
     if (row.compare == "refuse") {
-        int32_t h = IMG_decompress_bitmap_page(path.c_str(), row.page);
-        if (h >= 0) {
-            IMG_delete_bitmap(h);
-            return {false, "decoded, want a negative status"};
-        }
+        const test::Handle h = IMG_decompress_bitmap_page(path.c_str(), row.page);
+        if (h >= 0) return {false, "decoded, want a negative status"};
         return {true, std::string("refused with ") + IMG_status_name(h)};
     }
     // Raw fax data through IMG_decompress_fax; tiled pages tile by tile.
     const bool tiled = row.note.rfind("tiled", 0) == 0;
-    int32_t h = row.format_code.empty() ? decode_raw(path, row)
-                : tiled                 ? IMG_decompress_tiled_bitmap(path.c_str(), row.page)
-                                        : IMG_decompress_bitmap_page(path.c_str(), row.page);
+    const test::Handle h = row.format_code.empty() ? decode_raw(path, row)
+                           : tiled                 ? IMG_decompress_tiled_bitmap(path.c_str(), row.page)
+                                                   : IMG_decompress_bitmap_page(path.c_str(), row.page);
     if (h < 0)
         return {false, std::string("decode failed: ") + IMG_status_name(h) + " (" +
                            std::to_string(h) + ")"};
     Reference ref;
-    Result r;
     if (!read_reference(corpus + "/" + row.reference, ref))
-        r = {false, "cannot read reference " + row.reference};
-    else
-        r = compare(h, ref, row.compare);
-    IMG_delete_bitmap(h);
-    return r;
+        return {false, "cannot read reference " + row.reference};
+    return compare(h, ref, row.compare);
 }
 
 // Format name for the table: the corpus directory and, for suites, the suite.
