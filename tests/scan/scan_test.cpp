@@ -72,15 +72,12 @@ size_t scripted_diff(int32_t handle, int n, int width, int height, int bits) {
 class Scripted : public ::testing::Test {
 protected:
     void SetUp() override {
-        log_ = temp_path("scripted.log");
-        std::remove(log_.c_str());
         env_.set("TESSLIN_TWAIN_DSM", TESSLIN_TEST_SCRIPTED_DSM);
         env_.set("TESSLIN_SCRIPTED_LOG", log_);
     }
-    void TearDown() override { std::remove(log_.c_str()); }
     void script(const std::string& s) { env_.set("TESSLIN_SCRIPTED_DSM", s); }
     std::vector<std::string> log() {
-        std::ifstream in(log_);
+        std::ifstream in(log_.path);
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);) lines.push_back(line);
         return lines;
@@ -93,7 +90,7 @@ protected:
         return -1;
     }
     Env env_;
-    std::string log_;
+    const Scratch log_{"scripted.log"};
 };
 
 TEST_F(Scripted, SettingsRecordIsImposedAndTheFeederSwitchedOff) {

@@ -37,7 +37,7 @@ namespace {
 using namespace tesslin;
 
 std::map<std::string, long> g_script;
-bool g_manager = false, g_open = false, g_enabled = false;
+bool g_manager = false, g_open = false;
 int g_transfer = 0;    // transfers begun
 int g_left = 0;        // sheets left in the feeder
 bool g_ready = false;  // a transfer is ready
@@ -189,7 +189,6 @@ uint16_t to_source(uint32_t group, uint16_t dat, uint16_t msg, void* data) {
         const auto* ui = static_cast<TW_USERINTERFACE*>(data);
         if (msg == MSG_ENABLEDS || msg == MSG_ENABLEDSUIONLY) {
             log("%s show %u", msg == MSG_ENABLEDS ? "ENABLEDS" : "ENABLEDSUIONLY", ui->ShowUI);
-            g_enabled = true;
             if (msg == MSG_ENABLEDS && g_left > 0) {
                 g_ready = true;
                 g_events.assign(1, MSG_XFERREADY);
@@ -200,7 +199,7 @@ uint16_t to_source(uint32_t group, uint16_t dat, uint16_t msg, void* data) {
         }
         if (msg == MSG_DISABLEDS) {
             log("DISABLEDS");
-            g_enabled = g_ready = false;
+            g_ready = false;
             return TWRC_SUCCESS;
         }
         return TWRC_FAILURE;
@@ -308,7 +307,7 @@ extern "C" __attribute__((visibility("default"))) uint16_t DSM_Entry(TW_IDENTITY
         id->Id = 8;
         std::strcpy(id->ProductName, "scripted");
         g_open = true;
-        g_enabled = g_ready = false;
+        g_ready = false;
         g_transfer = 0;
         g_left = int(opt("pages", 3));
         reset_caps();
