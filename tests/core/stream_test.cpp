@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -36,8 +35,6 @@ std::vector<uint8_t> pattern(size_t n) {
     std::iota(v.begin(), v.end(), uint8_t(1));
     return v;
 }
-
-using test::temp_path;
 
 // A memory stream over a library block of `size` bytes, released with the
 // object.
