@@ -146,10 +146,8 @@ TEST_F(JpegEncode, QualityTablesAndColourModel) {
     void* grey = make_dib(16, 8, 8);
     auto dqt = [&](void* dib) {
         const auto bytes = jpeg_encode_dib(dib);
-        for (size_t i = 0; i + 1 < bytes.size(); ++i)
-            if (bytes[i] == 0xFF && bytes[i + 1] == 0xDB)
-                return Bytes(bytes.begin() + long(i), bytes.begin() + long(i) + 134);
-        return Bytes();
+        const size_t at = std::min(find_marker(bytes, 0xDB), bytes.size());
+        return Bytes(bytes.begin() + long(at), bytes.begin() + long(std::min(at + 134, bytes.size())));
     };
     IMGLOW_set_comp_quality(100);
     auto t = dqt(grey);

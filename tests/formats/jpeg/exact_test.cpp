@@ -1,9 +1,6 @@
-// The library's JPEG decoder and encoder against independent and plain
-// references: libjpeg-turbo's coefficients of every test file, turned into
-// rows by a plain form of the library's arithmetic, must be the library's
-// coefficient output and rows exactly; the transform and quantisation
-// kernels equal the plain forms on extreme blocks. Every test runs each
-// instruction set the processor has (AVX2, SSE4.1, SSE2) and the portable code.
+// The JPEG decoder against libjpeg-turbo's coefficients made into rows by the
+// plain reference (jpeg_reference.h), and the transform and quantisation
+// kernels against the plain forms, on every instruction set the processor has.
 #include <gtest/gtest.h>
 
 #include "formats/jpeg/jpeg_internal.h"

@@ -4,11 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <sstream>
 
 #include "fax.h"
