@@ -195,27 +195,19 @@ TEST(BmpRead, BuiltFilesGiveTheirRowsOrStatus) {
 }
 
 // Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
-// JPEG decoder: the same image as the JPEG file itself, and the JPEG
-// decoder's refusal for a stream without any scan.
+// JPEG decoder: the same image as the JPEG data on its own (the corpus file,
+// BMP Suite's rgb24jpeg.bmp from its data offset), and the JPEG decoder's
+// refusal for a stream without any scan.
 TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
-    Bytes bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
-    EXPECT_EQ(decode_mem(bad), IMG_ERR_BAD_IMAGE);
-    const std::string jpg = corpus("jpeg/444.jpg");
-    Bytes f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
-    const Handle direct = IMG_decompress_bitmap(jpg.c_str());
-    ASSERT_GE(direct, 0);
-    for (uint32_t code : {4u, 0x4745504Au}) {
-        store_le32(&f[30], code);
-        const Handle h = decode_mem(f);
-        ASSERT_GE(h, 0);
-        EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
+    EXPECT_EQ(decode_mem(bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9})), IMG_ERR_BAD_IMAGE);
+    const Bytes jpg = read_file(corpus("jpeg/444.jpg")), suite = read_file(kSuite + "q/rgb24jpeg.bmp");
+    Bytes code = bmp_file(454, 298, 0, 4, {}, jpg);
+    store_le32(&code[30], 0x4745504Au);
+    for (const auto& [bmp, data] : {std::pair{bmp_file(454, 298, 0, 4, {}, jpg), jpg}, std::pair{code, jpg},
+                                    std::pair{suite, Bytes(suite.begin() + load_le32(&suite[10]), suite.end())}}) {
+        const Handle from_bmp = decode_mem(bmp), from_jpeg = decode_mem(data);
+        ASSERT_GE(from_bmp, 0);
+        ASSERT_GE(from_jpeg, 0);
+        EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
     }
-    // BMP Suite's 24-bit file with JPEG compression: the data at the file's
-    // data offset, decoded by the JPEG decoder.
-    const Bytes suite = read_file(kSuite + "q/rgb24jpeg.bmp");
-    const Handle from_bmp = decode_mem(suite);
-    const Handle from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
-    ASSERT_GE(from_bmp, 0);
-    ASSERT_GE(from_jpeg, 0);
-    EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
 }
