@@ -139,7 +139,7 @@ TEST_F(JpegEncode, FourChannelImagesRoundTrip) {
     Decoded d;
     ASSERT_EQ(jpeg_decode_file(jpg, &d), 0);
     EXPECT_GE(psnr(samples(d), cmyk.px), 30.0);
-    if (have_pillow()) { EXPECT_GE(psnr(pillow(jpg, "CMYK").px, cmyk.px), 30.0); }
+    if (have_pillow()) { EXPECT_GE(psnr(pillow(jpg, "CMYK").px, samples(d)), 40.0); }
 }
 
 TEST_F(JpegEncode, QualityTablesAndColourModel) {
