@@ -122,8 +122,8 @@ TEST(PostScript, GhostscriptRendersEveryVariant) {
 }
 
 TEST(PostScript, EpsWithTiffPreview) {
-    // A 300-dpi page: a bounding box of 612 by 792 points, one line of 638
-    // hexadecimal digits a row, and the same image in the preview.
+    // A 300-dpi page: a bounding box of 612 by 792 points, and the same
+    // image in the preview. (The PostScript data: ghostscript's renderings.)
     const Handle page = with_dpi(make_dib(2550, 3300, 1, [](uint8_t* row, uint32_t n, int32_t y) {
         std::memset(row, (y / 40) % 2 ? 0xFF : 0xF0, n);
     }), 300);
@@ -138,12 +138,7 @@ TEST(PostScript, EpsWithTiffPreview) {
     EXPECT_EQ(ps_at + ps_len, file.size());
     EXPECT_EQ(load_le16(&file[28]), 0xFFFF);
     const std::string ps = text_of(Bytes(file.begin() + ps_at, file.end()));
-    EXPECT_EQ(ps.rfind("%!PS-Adobe-2.0 EPSF-2.0\r\n%%BoundingBox: 0 0 612 792\r\n/picstr 319 string def", 0), 0u);
-    size_t rows = 0;
-    for (size_t at = 0, next; (next = ps.find("\r\n", at)) != std::string::npos; at = next + 2)
-        rows += next - at == 638 && ps.find_first_not_of("0123456789ABCDEF", at) == next;
-    EXPECT_EQ(rows, 3300u);
-    EXPECT_NE(ps.find("\r\nshowpage\r\n%%EndDoc\r\n"), std::string::npos);
+    EXPECT_EQ(ps.rfind("%!PS-Adobe-2.0 EPSF-2.0\r\n%%BoundingBox: 0 0 612 792\r\n", 0), 0u);
 
     if (have_pillow()) {
         const std::string tif = temp_path("preview.tif");
@@ -164,12 +159,6 @@ TEST(PostScript, EpsWithTiffPreview) {
         const std::string fax_text = text_of(save_mem(fax_handle, code));
         EXPECT_NE(fax_text.find("%%BoundingBox: 0 0 144 144\r\n"), std::string::npos) << code;
     }
-
-    // An 8-bit palette: 256 six-digit entries, sixteen a line.
-    const Handle pal = image(8);
-    const std::string text = text_of(save_mem(pal, IMG_FORMAT_EPS));
-    EXPECT_TRUE(std::regex_search(text, std::regex("/pal <\r\n(([0-9A-F]{6} ){15}[0-9A-F]{6}\r\n){16}> def\r\n")));
-    EXPECT_NE(text.find("%!PS-Adobe-3.0 EPSF-3.0"), std::string::npos);
 }
 
 // Level 2 Group 4: both placeholders hold the byte count of the data after
