@@ -144,9 +144,6 @@ TEST(PostScript, EpsWithTiffPreview) {
         const std::string tif = temp_path("preview.tif");
         write_file(tif, Bytes(file.begin() + tiff_at, file.begin() + tiff_at + tiff_len));
         EXPECT_EQ(count_differences(pillow(tif, "L"), want, 1), 0u);
-        if (have_tool("tiffinfo")) {
-            EXPECT_TRUE(run("tiffinfo '" + tif + "'"));
-        }
         fs::remove(tif);
     }
 
