@@ -219,11 +219,6 @@ TEST(FaxContainers, MagPagesAreCountedAndSelected) {
         EXPECT_EQ(IMG_decompress_bitmap_page(path.c_str(), 60000), IMG_ERR_NO_PAGE);
         fs::remove(path);
     }
-    // One page.
-    const Scratch one("one.mag");
-    write_file(one, mag_file({pages[1]}, false));
-    EXPECT_EQ(IMGLOW_get_pages(one.c_str()), 1);
-    EXPECT_EQ(take_difference(IMG_decompress_bitmap(one.c_str()), pages[1].first), "");
 }
 
 TEST(FaxContainers, MagDamagedRecords) {
@@ -233,13 +228,10 @@ TEST(FaxContainers, MagDamagedRecords) {
     const Bytes g4 = save_mem(handle, 34, &n);
     const Bytes good = mag_file({{p, g4}, {p, g4}}, false);
     auto page_of = [](const Bytes& f, int32_t page) {
-        const std::string path = temp_path("bad.mag");
+        const Scratch path("bad.mag");
         write_file(path, f);
-        const int32_t h = IMG_decompress_bitmap_page(path.c_str(), page);
-        const int32_t pages = IMGLOW_get_pages(path.c_str());
-        fs::remove(path);
-        if (h >= 0) IMG_delete_bitmap(h);
-        return std::pair{h, pages};
+        return std::pair{int32_t(Handle(IMG_decompress_bitmap_page(path.c_str(), page))),
+                         IMGLOW_get_pages(path.c_str())};
     };
     const auto fine = page_of(good, 1);
     EXPECT_GE(fine.first, 0);
