@@ -89,8 +89,14 @@ TEST(Pdf, SavesMakeOneDocumentPeersRead) {
         IMGLOW_put_palette(h, palette.data());
         ASSERT_EQ(save(h, pdf), 0);
     }
+    // Ink is ink: a CMYK page, the left half paper, the right half full black.
+    const int32_t ink = make_handle(64, 32, 32, [](uint8_t* row, uint32_t n, int32_t) {
+        std::memset(row, 0, n);
+        for (int x = 32; x < 64; ++x) row[4 * x + 3] = 255;
+    });
+    ASSERT_EQ(save(ink, pdf), 0);
 
-    EXPECT_EQ(pdf_pages(pdf), 5);
+    EXPECT_EQ(pdf_pages(pdf), 6);
     std::string out;
     EXPECT_TRUE(run("qpdf --check '" + pdf.path + "'", &out)) << out;
     EXPECT_NE(out.find("No syntax or stream encoding errors"), std::string::npos) << out;
@@ -101,6 +107,7 @@ TEST(Pdf, SavesMakeOneDocumentPeersRead) {
     EXPECT_TRUE(std::regex_search(out, std::regex("3 +2 image +100 +80 +gray +1 +8 +jpeg"))) << out;
     EXPECT_TRUE(std::regex_search(out, std::regex("4 +3 image +64 +32 +rgb +3 +8 +jpeg"))) << out;
     EXPECT_TRUE(std::regex_search(out, std::regex("5 +4 image +64 +32 +rgb +3 +8 +jpeg"))) << out;
+    EXPECT_TRUE(std::regex_search(out, std::regex("6 +5 image +64 +32 +cmyk +4 +8 +jpeg"))) << out;
 
     // The bilevel page comes back exactly; the others closely, rendered.
     const std::string prefix = temp_path("extract");
@@ -109,6 +116,10 @@ TEST(Pdf, SavesMakeOneDocumentPeersRead) {
     fs::remove(prefix + "-000.pbm");
     EXPECT_GT(psnr(render(pdf, 2, 226, 336, 160, 120), colour_px), 30);
     EXPECT_GT(psnr(render(pdf, 3, 256, 356, 100, 80), grey_px), 30);
+    const Raster cmyk = render(pdf, 6, 274, 380, 64, 32);
+    ASSERT_EQ(cmyk.width, 64);
+    EXPECT_GT(cmyk.at(8, 16)[0], 240);
+    EXPECT_LT(cmyk.at(56, 16)[0], 40);
 }
 
 TEST(Pdf, PlacementOnThePage) {
@@ -137,24 +148,6 @@ TEST(Pdf, PlacementOnThePage) {
                   std::string::npos);
     }
     IMGLOW_set_pdf_output(612, 792);
-}
-
-// Ink is ink: CMYK pages render with white paper and black where K is full.
-TEST(Pdf, CmykRendersTheRightWayRound) {
-    if (!have_poppler()) GTEST_SKIP() << "poppler-utils missing";
-    const int32_t h = make_handle(64, 32, 32, [](uint8_t* row, uint32_t, int32_t) {
-        for (int x = 0; x < 64; ++x) {
-            uint8_t* p = row + 4 * x;
-            p[0] = p[1] = p[2] = 0;
-            p[3] = x < 32 ? 0 : 255;  // left half paper, right half black
-        }
-    });
-    const Scratch pdf("cmyk.pdf");
-    ASSERT_EQ(save(h, pdf), 0);
-    const Raster r = render(pdf, 1, 274, 380, 64, 32);
-    ASSERT_EQ(r.width, 64);
-    EXPECT_GT(r.at(8, 16)[0], 240);
-    EXPECT_LT(r.at(56, 16)[0], 40);
 }
 
 // A failed append through application I/O hooks over a file that cannot
