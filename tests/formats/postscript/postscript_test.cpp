@@ -172,16 +172,12 @@ TEST(PostScript, Level2CountsItsData) {
         if (code == IMG_FORMAT_EPS_LEVEL2_G4) {
             ASSERT_TRUE(std::regex_search(text, m, std::regex("%%BeginBinary: ([0-9]+) *\r\nimage")));
             EXPECT_EQ(std::stoul(m[1]), to - from);
-            EXPECT_NE(text.find("%%\r\n%%EndBinary\r\nshowpage\r\n%%EndDoc\r\n"), std::string::npos);
         }
-        EXPECT_EQ(text.find(std::string("%%") + std::string(98, ' ') + "\r\n"), 25u) << code;
     }
 }
 
 // The separation's four plates, rendered by ghostscript, and its CMYK
-// preview, read by Pillow. It takes CMYK only, and no PostScript output
-// takes 16 bits (a refused save's file is removed by the save driver: the
-// pipeline's tests).
+// preview, read by Pillow; it takes CMYK only, no PostScript output 16 bits.
 TEST(PostScript, Separation) {
     EXPECT_EQ(save_status(24, IMG_FORMAT_EPS_SEPARATION), IMG_ERR_DEPTH);
     for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_SEPARATION, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,

@@ -58,14 +58,10 @@ Bytes psd_file(uint16_t channels, uint32_t w, uint32_t h, uint16_t depth, uint16
 
 }  // namespace
 
-// ImageMagick reads the composite of an RGBA file it wrote differently
-// (and not its own indexed files): Pillow is the reference there, and for
-// CMYK, whose ink values it gives as they are. Lab goes through the
-// library's own CIELab conversion (shared with the TIFF reader: gamma 1.8
-// rather than the sRGB curve), which comes out darker than ImageMagick's:
-// 23.5 dB on lab.psd, where a and b taken without their offset of 128 give
-// 7 dB and a and b swapped 17 dB. (ImageMagick's plain and PackBits RGB
-// and its grey files: the conformance rows psd/*.psd.)
+// Pillow is the reference for RGBA and indexed files (ImageMagick reads its
+// own differently) and CMYK (ink values as they are). Lab (gamma 1.8, as the
+// TIFF reader) is 23.5 dB from ImageMagick's sRGB; a and b without their
+// offset give 7 dB, swapped 17 dB. (Plain RGB and grey: conformance rows.)
 TEST(PsdRead, EveryModeDecodesAsImageMagickOrPillowShowsIt) {
     if (!have_magick() || !have_pillow()) GTEST_SKIP() << "needs ImageMagick and Pillow";
     const TempDir dir("psd_variants");

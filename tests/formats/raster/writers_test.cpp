@@ -24,13 +24,9 @@ struct Written {
     std::vector<std::pair<size_t, uint8_t>> header;  // bytes the file must have, by offset
 };
 
-// Sun raster: 4-bit images are written one byte a pixel with a 768-byte map
-// (depth at 12, map length at 28, big-endian). Targa: image type at 2, depth
-// at 16, a colour map (byte 1) for colour palettes only; 16-bit images as
-// 8-bit grey from each sample's high byte; code 24 as 15-bit pixels.
-// Photoshop: the mode at 24 (bitmap 0, indexed 2, RGB 3, CMYK 4), several
-// bands of planar data. WBMP: multi-byte sizes (200 is 0x81 0x48, 20000
-// 0x81 0x9C 0x20; ImageMagick reads widths up to 16000).
+// Header bytes: Sun depth and map length (4 bits as 8 with a map); Targa
+// map, type and depth (16 bits as 8-bit grey, TARGA_24 as 15-bit pixels);
+// Photoshop mode; WBMP multi-byte sizes (ImageMagick reads up to 16000).
 const Written kWritten[] = {
     {"ras", IMG_FORMAT_SUN_RASTER, 1, 37, 23, kGrey, true, "RGB", {{15, 1}, {30, 0}, {31, 0}}},
     {"ras", IMG_FORMAT_SUN_RASTER, 4, 37, 23, kColour, true, "RGB", {{15, 8}, {30, 3}, {31, 0}}},
