@@ -2,8 +2,6 @@
 // streams and on streams written by netpbm, the raw writers (format codes
 // 33, 34, 52, 53) read back by netpbm and libtiff, and the height of 0 that
 // stops at the end of the page.
-#include <thread>
-
 #include "fax.h"
 
 using namespace tesslin;
@@ -133,24 +131,6 @@ TEST(FaxRaw, AbicModesUseTheModule) {
     }
     IMG_unload_plugins();
     tesslin_set_plugin_dir(nullptr);
-}
-
-// Decodes and saves on several threads at once give the same results.
-TEST(FaxRaw, ThreadsDecodeAndSaveAlike) {
-    corpus_fax("g3"), corpus_fax("g4"), corpus_page();  // read before the threads start
-    std::vector<std::pair<std::string, Bytes>> out(4);
-    std::vector<std::thread> threads;
-    for (size_t t = 0; t < out.size(); ++t)
-        threads.emplace_back([&out, t] {
-            const int32_t h = fax_from_bytes(corpus_fax(t % 2 ? "g4" : "g3"), kCorpusWidth, 0, t % 2 ? 4 : 3, 1);
-            out[t].second = save_mem(h, 18);
-            out[t].first = take_difference(h, corpus_page());
-        });
-    for (auto& th : threads) th.join();
-    for (const auto& [difference, saved] : out) {
-        EXPECT_EQ(difference, "");
-        EXPECT_EQ(saved, out[0].second);
-    }
 }
 
 TEST(FaxRaw, BadArgumentsAndDataFailCleanly) {
