@@ -150,82 +150,64 @@ TEST(BmpRead, BareDibInMemoryDecodesLikeTheFile) {
     EXPECT_EQ(info_of(a).biXPelsPerMeter, 72);
 }
 
-TEST(BmpRead, WhiteBlackPaletteIsNormalisedWithPixelsInverted) {
-    // 8 x 2, palette white, black; top row all index 1 (black).
-    Bytes pal = {255, 255, 255, 0, 0, 0, 0, 0};
-    Bytes rows = {0x00, 0, 0, 0, 0xFF, 0, 0, 0};  // bottom row first
-    const Handle h = decode_mem(bmp_file(8, 2, 1, 0, pal, rows));
-    ASSERT_GE(h, 0);
-    uint8_t p[8];
-    IMGLOW_get_palette(h, p);
-    EXPECT_EQ(p[0] | p[1] | p[2], 0);     // entry 0 black
-    EXPECT_EQ(p[4] & p[5] & p[6], 255);  // entry 1 white
-    EXPECT_EQ(get_row(h, 0)[0], 0x00);   // black pixels: index 0 now
-    EXPECT_EQ(get_row(h, 1)[0], 0xFF);
-}
-
-TEST(BmpRead, Rle8DeltaDeliversTheRowAndContinuesBelow) {
-    // 8 x 3: delta (5, 1) first, then a run of 3 pixels of 7, end of row,
-    // a run of 4 pixels of 2, end of bitmap.
-    Bytes data = {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1};
-    const Handle h = decode_mem(bmp_file(8, 3, 8, 1, grey_palette(256), data));
-    ASSERT_GE(h, 0);
-    EXPECT_EQ(get_row(h, 2), (Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(get_row(h, 1), (Bytes{0, 0, 0, 0, 0, 7, 7, 7}));
-    // The row buffer is not cleared between rows.
-    EXPECT_EQ(get_row(h, 0), (Bytes{2, 2, 2, 2, 0, 7, 7, 7}));
-}
-
-// Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
-// JPEG decoder: the same image as the JPEG file itself, and the JPEG
-// decoder's refusal for a stream without any scan.
-TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
-    Bytes bad = bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9});
-    EXPECT_EQ(decode_mem(bad), IMG_ERR_BAD_IMAGE);
-    const std::string jpg = corpus("jpeg/444.jpg");
-    Bytes f = bmp_file(454, 298, 0, 4, {}, read_file(jpg));
-    const Handle direct = IMG_decompress_bitmap(jpg.c_str());
-    ASSERT_GE(direct, 0);
-    for (uint32_t code : {4u, 0x4745504Au}) {
-        store_le32(&f[30], code);
-        const Handle h = decode_mem(f);
-        ASSERT_GE(h, 0);
-        EXPECT_EQ(count_differences(handle_raster(h), handle_raster(direct), 3), 0u);
-    }
-    // BMP Suite's 24-bit file with JPEG compression: the data at the file's
-    // data offset, decoded by the JPEG decoder.
-    const Bytes suite = read_file(kSuite + "q/rgb24jpeg.bmp");
-    const Handle from_bmp = decode_mem(suite);
-    const Handle from_jpeg = decode_mem(Bytes(suite.begin() + load_le32(&suite[10]), suite.end()));
-    ASSERT_GE(from_bmp, 0);
-    ASSERT_GE(from_jpeg, 0);
-    EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
-}
-
-TEST(BmpRead, RunRecordVariantDecodesRowByRow) {
+// Files built here: the status of each and the start of its rows, top first.
+TEST(BmpRead, BuiltFilesGiveTheirRowsOrStatus) {
     // A bare 1-bit DIB of compression 99, 40 x 2: row 0 black 8..16, row 1 white.
     Bytes records;
     for (uint8_t w : {28, 8, 16, 40, 40, 40, 40, 20, 40, 40, 40, 40}) records.insert(records.end(), {w, 0, 0, 0});
-    Bytes d = bmp_file(40, 2, 1, IMG_COMPRESSION_RUNS, {0, 0, 0, 0, 255, 255, 255, 0}, records);
-    d.erase(d.begin(), d.begin() + 14);
-    const Handle h = decode_mem(d);
-    ASSERT_GE(h, 0);
-    EXPECT_EQ(get_row(h, 0)[1], 0x00);
-    EXPECT_EQ(get_row(h, 0)[0], 0xFF);
-    EXPECT_EQ(get_row(h, 1)[1], 0xFF);
-    // A record longer than any row can need is refused.
-    store_le32(&d[48], 4000);
-    EXPECT_EQ(decode_mem(d), IMG_ERR_BAD_IMAGE);
+    Bytes runs = bmp_file(40, 2, 1, IMG_COMPRESSION_RUNS, {0, 0, 0, 0, 255, 255, 255, 0}, records);
+    runs.erase(runs.begin(), runs.begin() + 14);
+    Bytes long_record = runs;
+    store_le32(&long_record[48], 4000);
+    const Bytes white_black = bmp_file(8, 2, 1, 0, {255, 255, 255, 0, 0, 0, 0, 0}, {0x00, 0, 0, 0, 0xFF, 0, 0, 0});
+    struct Case {
+        const char* what;
+        Bytes file;
+        int32_t status;
+        std::vector<Bytes> rows;
+    };
+    const Case cases[] = {
+        // Palette white, black becomes black, white with the pixels inverted.
+        {"white/black palette, top row black", white_black, 0, {{0x00}, {0xFF}}},
+        // From the bottom: delta (5, 1), a run of 3 pixels of 7, end of row, a
+        // run of 4 pixels of 2, end of bitmap; the row buffer is not cleared.
+        {"RLE8 delta", bmp_file(8, 3, 8, 1, grey_palette(256), {0, 2, 5, 1, 3, 7, 0, 0, 4, 2, 0, 1}), 0,
+         {{2, 2, 2, 2, 0, 7, 7, 7}, {0, 0, 0, 0, 0, 7, 7, 7}, {0, 0, 0, 0, 0, 0, 0, 0}}},
+        {"run records", runs, 0, {{0xFF, 0x00}, {0xFF, 0xFF}}},
+        {"a record longer than any row can need", long_record, IMG_ERR_BAD_IMAGE, {}},
+        // 1.2 GB of rows declared, refused before allocation.
+        {"20000 x 20000 at 24 bits from 16 bytes", bmp_file(20000, 20000, 24, 0, {}, Bytes(16)), IMG_ERR_READ, {}},
+        {"RLE8 expanding beyond reason", bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1}), IMG_ERR_BAD_IMAGE, {}},
+        {"only the last row's padding missing", bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)), 0, {}},
+    };
+    for (const Case& c : cases) {
+        const Handle h = decode_mem(c.file);
+        EXPECT_EQ(std::min(int32_t(h), 0), c.status) << c.what;
+        for (size_t y = 0; y < c.rows.size() && h >= 0; ++y) {
+            const Bytes row = get_row(h, int32_t(y));
+            EXPECT_EQ(Bytes(row.begin(), row.begin() + long(c.rows[y].size())), c.rows[y]) << c.what << " row " << y;
+        }
+    }
+    // Index 0 is black now, index 1 white.
+    const Raster r = handle_raster(Handle(decode_mem(white_black)));
+    EXPECT_EQ(r.at(0, 0)[0] | r.at(0, 0)[1] | r.at(0, 0)[2], 0);
+    EXPECT_EQ(r.at(0, 1)[0] & r.at(0, 1)[1] & r.at(0, 1)[2], 255);
 }
 
-TEST(BmpRead, DeclaredSizesBeyondTheDataAreRefusedBeforeAllocation) {
-    // 20000 x 20000 at 24 bits would need 1.2 GB; the file has 16 bytes of rows.
-    EXPECT_EQ(decode_mem(bmp_file(20000, 20000, 24, 0, {}, Bytes(16))),
-              IMG_ERR_READ);
-    // Run-length data may expand, but not to this.
-    EXPECT_EQ(decode_mem(bmp_file(30000, 30000, 8, 1, grey_palette(256), {0, 1})),
-              IMG_ERR_BAD_IMAGE);
-    // A file missing only its last row's padding still decodes.
-    const Handle h = decode_mem(bmp_file(3, 2, 24, 0, {}, Bytes(12 + 9, 0x40)));
-    EXPECT_GE(h, 0);
+// Embedded JPEG data (compression 4, or the code "JPEG") is decoded by the
+// JPEG decoder: the same image as the JPEG data on its own (the corpus file,
+// BMP Suite's rgb24jpeg.bmp from its data offset), and the JPEG decoder's
+// refusal for a stream without any scan.
+TEST(BmpRead, EmbeddedJpegGoesToTheJpegDecoder) {
+    EXPECT_EQ(decode_mem(bmp_file(4, 4, 0, 4, {}, {0xFF, 0xD8, 0xFF, 0xD9})), IMG_ERR_BAD_IMAGE);
+    const Bytes jpg = read_file(corpus("jpeg/444.jpg")), suite = read_file(kSuite + "q/rgb24jpeg.bmp");
+    Bytes code = bmp_file(454, 298, 0, 4, {}, jpg);
+    store_le32(&code[30], 0x4745504Au);
+    for (const auto& [bmp, data] : {std::pair{bmp_file(454, 298, 0, 4, {}, jpg), jpg}, std::pair{code, jpg},
+                                    std::pair{suite, Bytes(suite.begin() + load_le32(&suite[10]), suite.end())}}) {
+        const Handle from_bmp = decode_mem(bmp), from_jpeg = decode_mem(data);
+        ASSERT_GE(from_bmp, 0);
+        ASSERT_GE(from_jpeg, 0);
+        EXPECT_EQ(count_differences(handle_raster(from_bmp), handle_raster(from_jpeg), 3), 0u);
+    }
 }

@@ -1,7 +1,6 @@
 // JPEG decoding: refusals, tables and the decoder contract. (Rows and
 // header fields: exact_test against libjpeg's coefficients and djpeg; the
 // corpus' JPEG pages against their references in the conformance suite.)
-#include "core/settings.h"
 #include "jpeg_test.h"
 
 using namespace tesslin;
@@ -72,20 +71,6 @@ TEST(JpegDecode, TablesAndSamplingFactors) {
     // Quantisation selectors 2 and 3 use table 1.
     const Bytes f = test_file("420.jpg");
     EXPECT_TRUE(same_pixels(f, patched(patched(f, 0xC0, 15, {2}), 0xC0, 18, {3})));
-}
-
-TEST(JpegDecode, BlackGreyImageDecodesToLevelOne) {
-    void* black = make_dib(16, 16, 8, [](uint8_t* row, uint32_t n, int32_t) { std::memset(row, 0, n); });
-    const Settings saved = settings();
-    IMGLOW_set_comp_quality(100);
-    const auto bytes = jpeg_encode_dib(black);
-    std::memcpy(settings().jpeg_luma, saved.jpeg_luma, 64);
-    std::memcpy(settings().jpeg_chroma, saved.jpeg_chroma, 64);
-    Decoded d;
-    ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 16; ++x) EXPECT_EQ(d.rows[size_t(y)][x], 1);
-    tesslin_block_free(black);
 }
 
 TEST(JpegDecode, StripRestartsAndSharedTables) {

