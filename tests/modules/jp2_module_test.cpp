@@ -2,7 +2,6 @@
 // exactly (lossless) or as well as opj_decompress decodes them (lossy); files
 // we write read back in opj_decompress; damaged data is refused.
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iostream>
 
@@ -12,54 +11,48 @@ using namespace tesslin::test;
 
 namespace {
 
-// A picture with smooth and busy parts, `channels` 8-bit samples a pixel
-// (or 16-bit big-endian samples when wide).
-Raster picture(int width, int height, int channels, bool wide = false) {
-    Raster r;
-    r.width = width;
-    r.height = height;
-    r.channels = channels * (wide ? 2 : 1);
-    uint32_t seed = 12345;
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            for (int c = 0; c < channels; ++c) {
-                seed = seed * 1103515245u + 12345u;
-                const int v = c == 3 ? (x * 255) / width  // alpha: a ramp
-                                     : (x * 3 + y * (c + 1) * 2) % 256 / 2 + int((seed >> 16) % 64) +
-                                           ((x / 16 + y / 16) % 2) * 60;
-                if (wide) {
-                    const int w16 = v * 257 + int((seed >> 8) % 200);
-                    r.px.push_back(uint8_t(w16 >> 8));
-                    r.px.push_back(uint8_t(w16));
-                } else {
-                    r.px.push_back(uint8_t(v));
-                }
-            }
-    return r;
+// Pictures with smooth and busy parts, written by numpy: src<n> of n 8-bit
+// samples a pixel (alpha, the fourth, a ramp), src<n>-16 of 16-bit samples
+// whose low byte is noise, and want<n>-16, their high bytes, which a decode
+// must give (.pgm, .ppm or .pam as n says).
+const char kPictures[] = R"(
+import sys
+import numpy as np
+rng = np.random.default_rng(12345)
+y, x = np.mgrid[0:157, 0:203]
+def write(name, a, maxval):
+    n = a.shape[2]
+    head = ("P%d\n203 157\n%d\n" % (5 if n == 1 else 6, maxval) if n < 4 else
+            "P7\nWIDTH 203\nHEIGHT 157\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n")
+    name += {1: ".pgm", 3: ".ppm", 4: ".pam"}[n]
+    open(sys.argv[1] + "/" + name, "wb").write(head.encode() + a.astype(">u2" if maxval > 255 else "u1").tobytes())
+for n in (1, 3, 4):
+    planes = [(x * 3 + y * (c + 1) * 2) % 256 // 2 + rng.integers(0, 64, x.shape) + (x // 16 + y // 16) % 2 * 60
+              for c in range(min(n, 3))]
+    a = np.stack(planes + [x * 255 // 203] * (n == 4), axis=2)
+    write("src%d" % n, a, 255)
+    if n < 4:
+        wide = a * 257 + rng.integers(0, 200, a.shape)
+        write("src%d-16" % n, wide, 65535)
+        write("want%d-16" % n, wide >> 8, 255)
+)";
+
+// The directory of the pictures; its path empty when numpy failed.
+const std::string& pictures() {
+    static const TempDir dir("modules_pictures");
+    static const std::string path = [] {
+        write_file(dir / "make.py", Bytes(kPictures, kPictures + sizeof kPictures - 1));
+        return run("/usr/bin/python3 '" + dir.path + "/make.py' '" + dir.path + "'") ? dir.path : "";
+    }();
+    return path;
+}
+std::string picture(const std::string& kind, int channels, bool wide = false) {
+    return pictures() + "/" + kind + std::to_string(channels) + (wide ? "-16" : "") +
+           (channels == 1 ? ".pgm" : channels == 3 ? ".ppm" : ".pam");
 }
 
-void write_netpbm(const std::string& path, const Raster& r, int channels, bool wide) {
-    std::string head;
-    const std::string size = std::to_string(r.width) + " " + std::to_string(r.height);
-    const std::string max = wide ? "65535" : "255";
-    if (channels == 4)
-        head = "P7\nWIDTH " + std::to_string(r.width) + "\nHEIGHT " + std::to_string(r.height) +
-               "\nDEPTH 4\nMAXVAL " + max + "\nTUPLTYPE RGB_ALPHA\nENDHDR\n";
-    else
-        head = std::string(channels == 1 ? "P5\n" : "P6\n") + size + "\n" + max + "\n";
-    Bytes b(head.begin(), head.end());
-    b.insert(b.end(), r.px.begin(), r.px.end());
-    write_file(path, b);
-}
-
-// The high byte of each 16-bit sample.
-Raster high_bytes(const Raster& r) {
-    Raster o = r;
-    o.channels = r.channels / 2;
-    o.px.clear();
-    for (size_t i = 0; i < r.px.size(); i += 2) o.px.push_back(r.px[i]);
-    return o;
-}
+#define REQUIRE_PICTURES() \
+    if (pictures().empty()) GTEST_SKIP() << "numpy (/usr/bin/python3) is not available"
 
 class Jp2Module : public ModuleTest {};
 
@@ -86,14 +79,13 @@ TEST_F(Jp2Module, OpenJpegFilesDecode) {
         {"grey ratio 10 tiled", 1, false, "-r 10 -t 64,64", "j2k", false},
         {"colour quality layers", 3, false, "-r 40,10,5", "jp2", false},
     };
+    REQUIRE_PICTURES();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const Raster src = picture(203, 157, c.channels, c.wide);
-        const Raster want = c.wide ? high_bytes(src) : src;
-        const Scratch in(std::string("modules_src.") + (c.channels == 4 ? "pam" : c.channels == 1 ? "pgm" : "ppm")),
-            file(std::string("modules_opj.") + c.ext);
-        write_netpbm(in, src, c.channels, c.wide);
-        ASSERT_TRUE(run("opj_compress -i '" + in.path + "' -o '" + file.path + "' " + c.options));
+        const std::string in = picture("src", c.channels, c.wide);
+        const Raster want = read_netpbm(c.wide ? picture("want", c.channels, true) : in);
+        const Scratch file(std::string("modules_opj.") + c.ext);
+        ASSERT_TRUE(run("opj_compress -i '" + in + "' -o '" + file.path + "' " + c.options));
         EXPECT_EQ(IMGLOW_get_filetype(file.c_str()), IMG_FORMAT_JPEG2000);
         EXPECT_EQ(IMG_decompress_bitmap_page(file.c_str(), 1), IMG_ERR_NO_PAGE);
         const Handle h = IMG_decompress_bitmap(file.c_str());
@@ -116,12 +108,13 @@ TEST_F(Jp2Module, OpenJpegFilesDecode) {
 TEST_F(Jp2Module, OurFilesReadBackInOpjDecompress) {
     REQUIRE_MODULE("jp2mod");
     REQUIRE_TOOL("opj_decompress");
+    REQUIRE_PICTURES();
     for (const int channels : {1, 3}) {
         SCOPED_TRACE(channels);
-        const Raster src = picture(150, 100, channels);
+        const Raster src = read_netpbm(picture("src", channels));
         // The picture's samples as the rows' bytes (blue first for colour).
-        const Handle handle = make_handle(150, 100, channels * 8, [&](uint8_t* row, uint32_t, int32_t y) {
-            std::memcpy(row, src.at(0, y), size_t(150 * channels));
+        const Handle handle = make_handle(src.width, src.height, channels * 8, [&](uint8_t* row, uint32_t, int32_t y) {
+            std::memcpy(row, src.at(0, y), size_t(src.width * channels));
         });
         ASSERT_GE(handle, 0);
         const Raster want = handle_raster(handle);
@@ -132,12 +125,12 @@ TEST_F(Jp2Module, OurFilesReadBackInOpjDecompress) {
             ASSERT_TRUE(run("opj_decompress -i '" + file.path + "' -o '" + ref.path + "'"));
             const Raster back = read_netpbm(ref);
             const auto size = fs::file_size(file.path);
-            std::cout << "[ figure   ] ratio " << ratio << ": " << size << " bytes for "
-                      << 150 * 100 * channels << " bytes of pixels\n";
+            std::cout << "[ figure   ] ratio " << ratio << ": " << size << " bytes for " << src.px.size()
+                      << " bytes of pixels\n";
             if (ratio == 1)
                 EXPECT_EQ(count_differences(back, want, 3), 0u);
             else
-                EXPECT_LE(size * 10, uint64_t(150 * 100 * channels));
+                EXPECT_LE(size * 10, src.px.size());
             // And through our own decoder.
             EXPECT_EQ(count_differences(handle_raster(Handle(IMG_decompress_bitmap(file.c_str()))), back, 3), 0u);
         }
@@ -150,13 +143,11 @@ TEST_F(Jp2Module, DamagedDataIsRefused) {
     REQUIRE_MODULE("jp2mod");
     REQUIRE_TOOL("opj_compress");
     REQUIRE_TOOL("opj_decompress");
-    const Raster src = picture(120, 90, 3);
-    const Scratch in("modules_bad.ppm");
-    write_netpbm(in, src, 3, false);
+    REQUIRE_PICTURES();
     for (const char* ext : {"jp2", "j2k"}) {
         SCOPED_TRACE(ext);
         const Scratch file(std::string("modules_bad.") + ext);
-        ASSERT_TRUE(run("opj_compress -i '" + in.path + "' -o '" + file.path + "'"));
+        ASSERT_TRUE(run("opj_compress -i '" + picture("src", 3) + "' -o '" + file.path + "'"));
         const Bytes good = read_file(file);
         // Cut short: refused.
         for (const size_t keep : {good.size() / 2, size_t(40), size_t(12)}) {

@@ -1,6 +1,6 @@
-// PDF input through pdfmod/apdfmod (poppler): scanned pages made by tiff2pdf
-// come back as the TIFF's pages, vector pages as pdftoppm renders them, text
-// as pdftotext gives it, and damaged or locked files are refused.
+// PDF input through pdfmod/apdfmod (poppler): placed 1-bit images come back
+// as their samples, vector pages as pdftoppm renders them, text as pdftotext
+// gives it, and damaged or locked files are refused.
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
@@ -73,49 +73,15 @@ size_t wrong_in(const Raster& got, int x0, int y0, int w, int h, Want want) {
 
 }  // namespace
 
-TEST_F(PdfModule, ScannedPagesComeBackAsTheTiffPages) {
-    REQUIRE_MODULE("pdfmod");
-    REQUIRE_TOOL("tiff2pdf");
-    REQUIRE_TOOL("/usr/bin/convert");
-    // Three letter-size G4 pages at 300 dpi with text, lines and shapes.
-    const Scratch tif("modules_scan.tif"), pdf("modules_scan.pdf");
-    std::string pages;
-    for (int p = 1; p <= 3; ++p)
-        pages += " '(' -size 2550x3300 xc:white -fill black -pointsize " + std::to_string(40 + 10 * p) +
-                 " -draw \"text 200," + std::to_string(300 * p) + " 'Scanned page " +
-                 std::to_string(p) + "'\" -draw 'line 100,100 2400," + std::to_string(1000 * p) +
-                 "' -draw 'ellipse 1200,1800 " + std::to_string(200 * p) + ",300 0,360' ')'";
-    ASSERT_TRUE(run("/usr/bin/convert" + pages +
-                    " -threshold 50% -type bilevel -units PixelsPerInch -density 300"
-                    " -compress group4 '" + tif.path + "'"));
-    ASSERT_TRUE(run("tiff2pdf -o '" + pdf.path + "' '" + tif.path + "'"));
-
-    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 3);
-    ASSERT_EQ(IMGLOW_set_pdf_input(300, 1), 0);
-    for (int p = 0; p < 3; ++p) {
-        const Handle scan = IMG_decompress_bitmap_page(tif.c_str(), p);
-        const Handle page = IMG_decompress_bitmap_page(pdf.c_str(), p);
-        ASSERT_GE(scan, 0);
-        ASSERT_GE(page, 0) << p;
-        EXPECT_EQ(info_of(page).biBitCount, 1);
-        EXPECT_EQ(info_of(page).biXPelsPerMeter, 300);
-        const Raster a = handle_raster(scan), b = handle_raster(page);
-        const size_t differ = count_differences(a, b, 1);
-        ASSERT_NE(differ, size_t(-1));
-        const double equal = 100.0 * (1.0 - double(differ) / (double(a.width) * a.height));
-        std::cout << "[ figure   ] page " << p + 1 << ": " << equal << " % of pixels equal\n";
-        EXPECT_GE(equal, 99.5);
-    }
-    EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 3), IMG_ERR_NO_PAGE);
-    IMGLOW_set_pdf_input(0, 0);
-}
-
 TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
     REQUIRE_MODULE("pdfmod");
     REQUIRE_TOOL("ps2pdf");
     // A 2000x2000 page at 300 dpi with one 333x211 1-bit image placed three
-    // times: pixel for pixel at an odd offset, inverted by its decode array,
-    // and scaled by 4 (drawn by the renderer, each sample a 4x4 block).
+    // times: pixel for pixel at an odd offset (the scanned-page path),
+    // inverted by its decode array, and scaled by 4 (drawn by the renderer,
+    // each sample a 4x4 block); and four 200-pixel squares of grey, which
+    // must come back solid, black below half grey and white above (a
+    // halftone fails it).
     constexpr int w = 333, h = 211, side = 2000;
     const auto sample = [](int x, int y) { return ((x * x + 3 * y * y) / 97 + x / 13) & 1; };
     std::string ps = "%!PS\n<< /PageSize [480 480] >> setpagedevice\n/DeviceGray setcolorspace\n/data <";
@@ -142,8 +108,14 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
                       h * p.scale * 0.24, w, h, p.invert ? "[1 0]" : "[0 1]", w, h, h);
         ps += line;
     }
+    const double greys[] = {0.2, 0.45, 0.55, 0.8};
+    for (int i = 0; i < 4; ++i)
+        ps += std::to_string(greys[i]) + " setgray " + std::to_string(240 + 60 * i) + " 417.6 48 48 rectfill\n";
     ps += "showpage\n";
     Raster want{side, side, 1, Bytes(size_t(side) * side, 255)};
+    for (int i = 0; i < 4; ++i)
+        for (int y = 60; y < 260; ++y)
+            std::memset(&want.px[size_t(y) * side + size_t(1000 + 250 * i)], greys[i] < 0.5 ? 0 : 255, 200);
     for (const auto& p : places)
         for (int y = 0; y < h * p.scale; ++y)
             for (int x = 0; x < w * p.scale; ++x)
@@ -158,29 +130,13 @@ TEST_F(PdfModule, PlacedBilevelImagesComeBackAsTheirSamples) {
     // The scaled copy may be a pixel off along a seam (the renderer's
     // rounding); the pixel-for-pixel ones come back exactly.
     EXPECT_LE(differ, size_t(side) * side / 1000);
+    const auto wanted = [&](int x, int y) { return want.at(x, y)[0]; };
     for (const auto& p : places) {
-        if (p.scale != 1) continue;
-        EXPECT_EQ(wrong_in(got, p.left, p.top, w, h, [&](int x, int y) { return want.at(x, y)[0]; }), 0u)
-            << p.left;
+        if (p.scale == 1) {
+            EXPECT_EQ(wrong_in(got, p.left, p.top, w, h, wanted), 0u) << p.left;
+        }
     }
-}
-
-TEST_F(PdfModule, BilevelGreysAreThresholdedNotHalftoned) {
-    REQUIRE_MODULE("pdfmod");
-    REQUIRE_TOOL("ps2pdf");
-    // Four 1-inch squares of grey on a 4x1-inch page, rendered at 100 dpi:
-    // each comes back solid, black below half grey and white above.
-    const double greys[] = {0.2, 0.45, 0.55, 0.8};
-    std::string ps = "%!PS\n<< /PageSize [288 72] >> setpagedevice\n";
-    for (int i = 0; i < 4; ++i)
-        ps += std::to_string(greys[i]) + " setgray " + std::to_string(72 * i) + " 0 72 72 rectfill\n";
-    ps += "showpage\n";
-    const Raster got = render_ps(ps, "modules_greys", 100);
-    ASSERT_EQ(got.width, 400);
-    for (int i = 0; i < 4; ++i) {
-        const uint8_t level = greys[i] < 0.5 ? 0 : 255;
-        EXPECT_EQ(wrong_in(got, 100 * i + 5, 5, 90, 90, [=](int, int) { return level; }), 0u) << greys[i];
-    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(wrong_in(got, 1005 + 250 * i, 65, 190, 190, wanted), 0u) << greys[i];
 }
 
 TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
@@ -217,7 +173,11 @@ TEST_F(PdfModule, VectorPagesRenderLikePdftoppm) {
         EXPECT_GE(equal, c.equal);
     }
     // The whole-file decode goes through the stream module at the setting.
-    EXPECT_EQ(info_of(Handle(IMG_decompress_bitmap(pdf.c_str()))).biWidth, 827);  // A4, 595 pt at 100 dpi
+    const auto whole = info_of(Handle(IMG_decompress_bitmap(pdf.c_str())));
+    EXPECT_EQ(whole.biWidth, 827);  // A4, 595 pt at 100 dpi
+    EXPECT_EQ(whole.biXPelsPerMeter, 100);
+    EXPECT_EQ(IMGLOW_get_pages(pdf.c_str()), 2);
+    EXPECT_EQ(IMG_decompress_bitmap_page(pdf.c_str(), 2), IMG_ERR_NO_PAGE);
     IMGLOW_set_pdf_input(0, 0);
 }
 

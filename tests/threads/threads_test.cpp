@@ -41,10 +41,11 @@ Bytes saved(int32_t h, int32_t code) {
     return save_mem(h, code, nullptr, row_bytes(uint32_t(i.biWidth), 32) * uint32_t(i.biHeight) * 2 + 65536);
 }
 
-// What one page gives: its decode, the bytes of the BMP writers, and the
-// pixels of a TIFF (LZW) save read back.
+// What one page gives: its decode, the bytes of the BMP writers and of the
+// CALS writer (Group 4, bilevel pages only), and the pixels of a TIFF (LZW)
+// save read back.
 struct Outcome {
-    uint64_t decoded = 0, bmp = 0, rle = 0, tiff = 0;
+    uint64_t decoded = 0, bmp = 0, rle = 0, tiff = 0, cals = 0;
     bool operator==(const Outcome&) const = default;
 };
 
@@ -52,7 +53,8 @@ Outcome run_one(const std::string& path) {
     const Handle h = IMG_decompress_bitmap(path.c_str());
     if (h < 0) return {};
     const Handle tiff = decode_mem(saved(h, IMG_FORMAT_TIFF_LZW));
-    return {digest(h), fnv(1, saved(h, IMG_FORMAT_BMP)), fnv(1, saved(h, IMG_FORMAT_BMP_RLE)), digest(tiff)};
+    return {digest(h), fnv(1, saved(h, IMG_FORMAT_BMP)), fnv(1, saved(h, IMG_FORMAT_BMP_RLE)), digest(tiff),
+            fnv(1, saved(h, IMG_FORMAT_CALS))};
 }
 
 // Files whose decoders keep the most state of their own, beyond the folder sample below:
@@ -111,7 +113,8 @@ TEST(Threads, DecodesAndSavesMatchOneThread) {
                         ++mismatches;
                         ADD_FAILURE() << files[k] << ": decode " << (o.decoded == expected[k].decoded)
                                       << ", BMP " << (o.bmp == expected[k].bmp) << ", RLE "
-                                      << (o.rle == expected[k].rle) << ", TIFF " << (o.tiff == expected[k].tiff);
+                                      << (o.rle == expected[k].rle) << ", TIFF " << (o.tiff == expected[k].tiff)
+                                      << ", CALS " << (o.cals == expected[k].cals);
                     }
                     ++runs;
                 }

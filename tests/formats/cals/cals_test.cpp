@@ -29,7 +29,6 @@ Bytes with_data(Bytes header, const Bytes& data) {
 }
 
 const Bytes& corpus_g4() { return corpus_fax("g4"); }
-int32_t dpi_of(int32_t handle) { return info_of(handle).biXPelsPerMeter; }
 
 // The pel count at record 9, or moved to record 8 or 7 (record 9 then
 // without a comma), with the corpus page behind it.
@@ -63,13 +62,13 @@ TEST(Cals, ReadsAtAnOffset) {
     const int32_t h = IMG_decompress_bitmap_fd(fd, 777, 0);
     ::close(fd);
     ASSERT_GE(h, 0);
-    EXPECT_EQ(dpi_of(h), 400);
+    EXPECT_EQ(info_of(h).biXPelsPerMeter, 400);
     EXPECT_EQ(take_difference(h, corpus_page()), "");
 }
 
 // Format code 18 for a 2544 x 3300 page at 300 dpi: the records of the
-// table, the pel count and density values, the page read back exactly by us
-// and by libtiff (the payload in a minimal TIFF).
+// table, the pel count and density values, the page read back exactly by
+// libtiff (the payload in a minimal TIFF; the reader's records: the tests above).
 TEST(Cals, WriterRecordsAndRoundTrip) {
     const Page page = test_page(2544, 3300);
     const Handle h = page_handle(page, 300, 300);
@@ -78,11 +77,6 @@ TEST(Cals, WriterRecordsAndRoundTrip) {
     const Bytes file = save_mem(h, 18, &n);
     ASSERT_GT(n, 2048);
     EXPECT_EQ(Bytes(file.begin(), file.begin() + 2048), cals_header(standard_records("002544,003300", "0300")));
-
-    const int32_t back = decode_mem(file);
-    ASSERT_GE(back, 0);
-    EXPECT_EQ(dpi_of(back), 300);
-    EXPECT_EQ(take_difference(back, page), "");
     if (have_pillow()) {
         EXPECT_EQ(page_difference(libtiff_decode(2544, 3300, 4, 1, 3300, {Bytes(file.begin() + 2048, file.end())}), page),
                   "");

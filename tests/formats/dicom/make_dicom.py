@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """Writes DICOM test files with pydicom and DCMTK into a directory, with what
-an independent decoder makes of them:
+an independent decoder makes of them, and hand-made files of the encodings no
+writer makes (packed 12 bits, implicit VR big-endian) and of damage:
 
   cases.tsv    file, compare (exact / psnr / status), width, height, DIB bits,
-               expected rows, expected palette, expected status
+               expected rows, expected palette, expected status (IMG_ERR_ name)
   queries.tsv  file, tag, result (0 value, 1 text, -31 absent), value
 
 Expected rows are top-down and unpadded, in the layout of the DIB the reader
@@ -13,6 +14,7 @@ from pydicom's pixel_array; JPEG frames from djpeg of the embedded stream.
 """
 import os
 import shutil
+import struct
 import subprocess
 import sys
 
@@ -81,7 +83,7 @@ def expected_rows(arr, ds):
     return v.astype("<u2").tobytes()
 
 
-def add(name, compare, bits, rows=b"", palette=b"", status=0, size=(W, H)):
+def add(name, compare, bits, rows=b"", palette=b"", status="", size=(W, H)):
     if rows:
         open(path(name + ".rows"), "wb").write(rows)
     if palette:
@@ -211,13 +213,108 @@ if all(shutil.which(t) for t in ("img2dcm", "dcmconv", "dcmcrle", "dcmcjpeg", "d
         # JPEG lossless (process 14 and its first-order prediction form): refused.
         for suffix, option in (("-lossless.dcm", "+el"), ("-lossless-sv1.dcm", "+e1")):
             run("dcmcjpeg", option, path(source + ".dcm"), path(source + suffix))
-            add(source + suffix, "status", 0, status=-27)
+            add(source + suffix, "status", 0, status="COMPRESSION")
     # A JPEG file wrapped as it is (baseline, YCbCr 4:2:0).
     run("cjpeg", "-quality", "95", "-outfile", path("photo.jpg"), path("rgb.pnm"))
     run("img2dcm", path("photo.jpg"), path("img2dcm-jpeg.dcm"))
     jbits, rows = djpeg_rows("img2dcm-jpeg.dcm")
     add("img2dcm-jpeg.dcm", "psnr", jbits, rows)
     query("grey8-implicit-tb.dcm", [0x00280010, 0x00280100, 0x00080016, 0x00020002])
+
+# ---- hand-made: explicit VR little-endian elements -----------------------------
+UNDEFINED = 0xFFFFFFFF
+EXPLICIT, RLE = "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.5"
+
+
+def el(group, elem, vr, value=b"", length=None):
+    n = len(value) if length is None else length
+    head = struct.pack("<HH", group, elem) + vr.encode()
+    if vr in ("OB", "OW", "SQ", "UN"):
+        return head + struct.pack("<2xI", n) + value
+    return head + struct.pack("<H", n) + value
+
+
+def item(elem, value=b"", length=None):
+    return struct.pack("<HHI", 0xFFFE, elem, len(value) if length is None else length) + value
+
+
+def us(v):
+    return struct.pack("<H", v)
+
+
+def meta(syntax, extra=b""):
+    body = el(2, 0x10, "UI", syntax.encode() + b"\0" * (len(syntax) % 2)) + extra
+    return b"\0" * 128 + b"DICM" + el(2, 0, "UL", struct.pack("<I", len(body))) + body
+
+
+def attributes(rows, columns, allocated, stored):
+    return (el(0x28, 4, "CS", b"MONOCHROME2 ") + el(0x28, 0x10, "US", us(rows)) +
+            el(0x28, 0x11, "US", us(columns)) + el(0x28, 0x100, "US", us(allocated)) +
+            el(0x28, 0x101, "US", us(stored)) + el(0x28, 0x102, "US", us(stored - 1)))
+
+
+def hand(name, data, compare, bits=0, rows=b"", status="", size=(0, 0)):
+    open(path(name), "wb").write(data)
+    add(name, compare, bits, rows, status=status, size=size)
+
+
+# Packed 12-bit samples: 12 34 56 gives 0x1230 and 0x4560. A nested sequence
+# of undefined length holding its own Rows and Pixel Data (an icon) does not
+# disturb the image's.
+icon = item(0xE000, el(0x28, 0x10, "US", us(99)) + el(0x7FE0, 0x10, "OB", b"\1\2") + item(0xE00D), UNDEFINED)
+hand("packed12-nested.dcm", meta(EXPLICIT) + attributes(1, 2, 12, 12) +
+     el(0x88, 0x200, "SQ", icon + item(0xE0DD), UNDEFINED) + el(0x7FE0, 0x10, "OB", b"\x12\x34\x56\0"),
+     "exact", 16, us(0x1230) + us(0x4560), size=(2, 1))
+
+
+# Implicit VR big-endian: 16-bit samples, and 8-bit samples in byte-swapped words.
+def big_implicit(group, elem, value):
+    return struct.pack(">HHI", group, elem, len(value)) + value
+
+
+for bits, pixels, rows in ((16, b"\1\2\3\4\xFF\xFE", struct.pack("<3H", 0x0102, 0x0304, 0xFFFE)),
+                           (8, b"\2\1\0\3", b"\1\2\3")):
+    header = b"".join(big_implicit(0x28, e, struct.pack(">H", v))
+                      for e, v in ((0x10, 1), (0x11, 3), (0x100, bits), (0x101, bits)))
+    hand("implicit-big%d.dcm" % bits, meta("1.2.840.10008.1.3") + big_implicit(0x28, 4, b"MONOCHROME2 ") + header +
+         big_implicit(0x7FE0, 0x10, pixels), "exact", bits, rows, size=(3, 1))
+
+
+# A 4 x 2 8-bit image whose pixel data is one RLE fragment of one literal run.
+def rle_file(segments, first_offset, cut=0):
+    fragment = struct.pack("<2I56x", segments, first_offset) + bytes([7, 1, 2, 3, 4, 5, 6, 7, 8])
+    data = (meta(RLE) + attributes(2, 4, 8, 8) + el(0x7FE0, 0x10, "OB", length=UNDEFINED) + item(0xE000) +
+            item(0xE000, fragment) + item(0xE0DD))
+    return data[:len(data) - cut]
+
+
+hand("rle-literal.dcm", rle_file(1, 64), "exact", 8, bytes(range(1, 9)), size=(4, 2))
+image, pixels = attributes(2, 4, 8, 8), el(0x7FE0, 0x10, "OB", b"\x09" * 8)
+damaged = [
+    ("meta element the meta information may not hold", meta(EXPLICIT, el(2, 0x99, "UI", b"1.")) + image + pixels,
+     "BAD_IMAGE"),
+    ("meta element of undefined length", meta(EXPLICIT, el(2, 0x102, "OB", length=UNDEFINED)) + image + pixels,
+     "BAD_IMAGE"),
+    ("native pixel data of undefined length",
+     meta(EXPLICIT) + image + el(0x7FE0, 0x10, "OB", b"\x09" * 8, UNDEFINED), "BAD_IMAGE"),
+    ("element length past the end", meta(EXPLICIT) + el(0x10, 0x10, "UN", b"Doe", 0x7FFFFF00) + image + pixels,
+     "READ"),
+    ("sequence that never ends",
+     meta(EXPLICIT) + image + el(0x88, 0x200, "SQ", item(0xE000, b"\0" * 8, UNDEFINED), UNDEFINED), "READ"),
+    ("pixel data shorter than the image", meta(EXPLICIT) + image + el(0x7FE0, 0x10, "OB", b"\x09" * 6), "READ"),
+    ("rows and columns the data cannot hold", meta(EXPLICIT) + attributes(60000, 60000, 16, 16) + pixels, "READ"),
+    ("32 bits allocated", meta(EXPLICIT) + attributes(2, 4, 32, 32) + pixels, "VARIANT"),
+    ("RLE data without an item",
+     meta(RLE) + image + el(0x7FE0, 0x10, "OB", length=UNDEFINED) + el(0x10, 0x10, "PN"), "BAD_IMAGE"),
+    ("RLE segment offset past the fragment", rle_file(1, 4000), "BAD_IMAGE"),
+    ("RLE segment offset inside the header", rle_file(1, 8), "BAD_IMAGE"),
+    ("RLE segment count 0", rle_file(0, 64), "BAD_IMAGE"),
+    ("RLE fragment cut short", rle_file(1, 64, cut=20), "READ"),
+    ("JPEG data that is no JPEG", meta("1.2.840.10008.1.2.4.50") + image + el(0x7FE0, 0x10, "OB", length=UNDEFINED) +
+     item(0xE000) + item(0xE000, b"\7" * 16) + item(0xE0DD), "BAD_IMAGE"),
+]
+for what, data, status in damaged:
+    hand(what.replace(" ", "-") + ".dcm", data, "status", status=status)
 
 with open(path("cases.tsv"), "w") as f:
     f.write("file\tcompare\twidth\theight\tbits\trows\tpalette\tstatus\n")

@@ -1,8 +1,7 @@
 // IOCA and MO:DCA: files built here from structured fields and
-// self-defining fields around the corpus page's fax streams (Group 4 made by
-// libtiff's tiffcp at test time when it is there), in every framing; each
-// must decode to the corpus page. Pages, orientation, the ABIC parameters
-// and damaged files.
+// self-defining fields around the corpus page's fax streams, in every
+// framing; each must decode to the corpus page. Pages, orientation, the
+// ABIC parameters and damaged files.
 #include "format_checks.h"
 #include "fax.h"
 #include "formats/ioca/ioca.h"
@@ -74,25 +73,6 @@ Bytes document(const std::vector<Bytes>& segments, bool introducer, size_t split
     return d + field(0xD3A9A8, Bytes(8, 0x40), introducer);
 }
 
-// Group 4 data of the corpus page: written by libtiff's tiffcp in one strip
-// when it is installed, else the corpus's own stream.
-const Bytes& g4_data() {
-    static const Bytes data = [] {
-        const std::string out = temp_path("ioca-g4.tif");
-        if (!have_tool("tiffcp") ||
-            !run("tiffcp -c g4 -r 100000 '" + corpus("doc/g3-1d.tif") + "' '" + out + "'"))
-            return corpus_fax("g4");
-        int32_t offset = 0, length = 0;
-        const int32_t a = IMGLOW_get_tiff_tag(273, 0, &offset, out.c_str(), nullptr);
-        const int32_t b = IMGLOW_get_tiff_tag(279, 0, &length, out.c_str(), nullptr);
-        const Bytes file = read_file(out);
-        fs::remove(out);
-        if (a != 0 || b != 0 || size_t(offset) + size_t(length) > file.size()) return corpus_fax("g4");
-        return Bytes(file.begin() + offset, file.begin() + offset + length);
-    }();
-    return data;
-}
-
 Decoded run_decoder(const Bytes& file, uint32_t position = 0) {
     return decode_with(ioca::decode, file, position);
 }
@@ -105,12 +85,12 @@ TEST(Ioca, EveryCodingInEveryFramingGivesTheCorpusPage) {
         const char* name;
         Image image;
     } codings[] = {
-        {"T.6", {0x82, g4_data()}},
-        {"T.6, least significant bit first", {0x82, bit_reversed(g4_data()), kCorpusWidth, kCorpusHeight, 1, 1}},
+        {"T.6", {0x82, corpus_fax("g4")}},
+        {"T.6, least significant bit first", {0x82, bit_reversed(corpus_fax("g4")), kCorpusWidth, kCorpusHeight, 1, 1}},
         {"T.4 one-dimensional", {0x80, corpus_fax("g3")}},
         {"T.4 two-dimensional", {0x81, corpus_fax("g32d")}},
         {"IBM MMR", {0x01, plain_mmr(corpus_page())}},
-        {"T.6 data marked IBM MMR", {0x01, g4_data()}},
+        {"T.6 data marked IBM MMR", {0x01, corpus_fax("g4")}},
         {"uncompressed", {0x03, Bytes(pbm.end() - long(kCorpusHeight * kCorpusWidth / 8), pbm.end())}},
     };
     for (const auto& c : codings) {

@@ -1,10 +1,8 @@
 // PCX and DCX: files made by Pillow and ImageMagick decode to their pixels,
 // what we write reads back exactly in both, the reader's rules on files
-// built here, damaged data, and appends that fail leaving the file as it
-// was. (The corpus' PCX and DCX pages are checked by the conformance suite.)
-#include <fcntl.h>
+// built here, damaged data, and an append to a full page table. (The
+// corpus' PCX and DCX pages are checked by the conformance suite.)
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "formats/pcx/pcx.h"
 #include "format_checks.h"
@@ -131,14 +129,8 @@ TEST(PcxWrite, PeersReadBackEveryPage) {
         EXPECT_EQ(count_differences(handle_raster(back), handle_raster(handles.back()), 3), 0u) << c.bits;
         EXPECT_EQ(info_of(back).biBitCount, c.bits);
     }
-    // The table: the first page right behind 100 entries, then increasing
-    // offsets, then zeros.
+    // The page table is read by both peers below, page by page.
     const Bytes file = read_file(dcx);
-    ASSERT_GT(file.size(), 404u);
-    EXPECT_EQ(load_le32(&file[0]), pcx::kDcxMagic);
-    EXPECT_EQ(load_le32(&file[4]), 404u);
-    for (size_t i = 1; i < 100; ++i)
-        EXPECT_TRUE(i < 5 ? load_le32(&file[4 + 4 * i]) > load_le32(&file[4 * i]) : load_le32(&file[4 + 4 * i]) == 0) << i;
     EXPECT_EQ(IMGLOW_get_pages(dcx.c_str()), 5);
     if (have_pillow() && have_tool("/usr/bin/convert")) {
         paths.push_back(dcx);
@@ -155,7 +147,7 @@ TEST(PcxWrite, PeersReadBackEveryPage) {
     for (int32_t h : handles) IMG_delete_bitmap(h);
 }
 
-TEST(PcxWrite, RunsDepthsAndFailedAppends) {
+TEST(PcxWrite, RunsDepthsAndAFullPageTable) {
     // 200 equal bytes and a lone 0xC5: FF v FF v FF v CB v, C1 C5.
     const Handle h = make_handle(201, 1, 8, [](uint8_t* row, uint32_t, int32_t) {
         std::memset(row, 7, 200);
@@ -168,23 +160,13 @@ TEST(PcxWrite, RunsDepthsAndFailedAppends) {
     for (int bits : {16, 32})
         for (int32_t code : {IMG_FORMAT_PCX, IMG_FORMAT_DCX}) EXPECT_EQ(save_status(bits, code), IMG_ERR_DEPTH) << bits;
 
-    // An append whose rows fail half way, and an append to a table with no
-    // free entry left: the file stays byte for byte as it was.
+    // An append to a table with no free entry left: the file stays byte for
+    // byte as it was. (Appends failing part way: the pipeline's
+    // append-failure test, DCX at every row and every growth limit.)
     const Scratch path("append.dcx");
     ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), 0);
     ASSERT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), 0);
-    const Bytes before = read_file(path);
-    const int fd = ::open(path.c_str(), O_RDWR);
-    ASSERT_GE(fd, 0);
-    DibHeader header = dib_header(50, 40, 24);
-    auto failing = [](intptr_t, uint8_t* row, int32_t r, uint32_t n) -> int32_t {
-        std::memset(row, r, n);
-        return r == 30 ? -5 : 0;
-    };
-    EXPECT_EQ(IMGLOW_save_bitmap(fd, &header, IMG_FORMAT_DCX, failing, 0), -5);
-    ::close(fd);
-    EXPECT_EQ(read_file(path), before);
-    Bytes full = before;
+    Bytes full = read_file(path);
     for (uint32_t i = 2; i < 99; ++i) store_le32(&full[4 + 4 * i], load_le32(&full[8]));
     write_file(path, full);
     EXPECT_EQ(IMG_save_bitmap(h, path.c_str(), IMG_FORMAT_DCX), IMG_ERR_UNSUPPORTED);
@@ -197,7 +179,7 @@ TEST(PcxRead, BuiltFilesFollowTheReadersRules) {
     Bytes palette(48);
     for (size_t i = 0; i < 48; ++i) palette[i] = uint8_t(i * 5 + 3);
     // Four 1-bit planes, 10 pixels from Xmin 10: a 4-bit DIB with the
-    // header palette, pixel = plane bits 0..3.
+    // header palette, pixel = plane bits 0..3, as Pillow and ImageMagick read it.
     const Bytes planar = pcx_file({.version = 5, .bits = 1, .planes = 4, .xmin = 10, .xmax = 19, .ymax = 1,
                                    .bytes_per_line = 2, .header_palette = palette},
                                   {{0xA5, 0x40, 0x0F, 0x80, 0xF0, 0x00, 0x33, 0xC0}, {0xFF, 0xC0, 0, 0, 0, 0, 0xFF, 0xC0}});
@@ -205,9 +187,6 @@ TEST(PcxRead, BuiltFilesFollowTheReadersRules) {
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(d.width(), 10);
     EXPECT_EQ(d.bits(), 4);
-    EXPECT_EQ(d.palette()[1].rgbRed, 18);  // header entry 1
-    EXPECT_EQ(d.rows[0][0], 0x54);        // pixel 0: planes 0 and 2; pixel 1: plane 2
-    EXPECT_EQ(d.rows[1][4], 0x99);                 // row 1 pixels 8, 9: planes 0 and 3
     const std::string path = temp_path("planar.pcx");
     write_file(path, planar);
     peer_decode({path});

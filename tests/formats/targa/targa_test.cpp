@@ -58,10 +58,10 @@ TEST(TargaRead, EveryKindOfFileDecodesAsImageMagickShowsIt) {
     EXPECT_EQ(files, 24u);
 }
 
-// Sixteen-bit values widen by shifting: 0x7FFF is 248 in every channel.
-// One run-length packet covers the end of row 0 and the start of row 1.
-// Type 156 carries JPEG data right after the header.
-TEST(TargaRead, SixteenBitShiftPacketsAcrossRowsAndJpeg) {
+// Sixteen-bit values widen by shifting: 0x7FFF is 248 in every channel (the
+// peer test compares the 5-bit fields only). Type 156 carries JPEG data right
+// after the header. (Packets crossing rows: make_targa.py's files.)
+TEST(TargaRead, SixteenBitShiftAndJpeg) {
     const Bytes jpeg = read_file(corpus("jpeg/grey.jpg"));
     Bytes wrapped = tga_file(156, 8, 0, 0, jpeg);
     wrapped[0] = 30;  // the ID length detection asks of type 156
@@ -70,13 +70,9 @@ TEST(TargaRead, SixteenBitShiftPacketsAcrossRowsAndJpeg) {
     ASSERT_GE(b, 0);
     EXPECT_EQ(count_differences(handle_raster(a), handle_raster(b), 3), 0u);
 
-    Decoded d = decode_with(targa::decode, tga_file(2, 16, 1, 1, {0xFF, 0x7F}));
+    const Decoded d = decode_with(targa::decode, tga_file(2, 16, 1, 1, {0xFF, 0x7F}));
     ASSERT_EQ(d.status, 0);
     EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3), (Bytes{248, 248, 248}));
-    d = decode_with(targa::decode, tga_file(11, 8, 3, 2, {0x83, 9, 0x01, 4, 5}, 0x20));
-    ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(Bytes(d.rows[0].begin(), d.rows[0].begin() + 3), (Bytes{9, 9, 9}));
-    EXPECT_EQ(Bytes(d.rows[1].begin(), d.rows[1].begin() + 3), (Bytes{9, 4, 5}));
 }
 
 TEST(TargaRead, DamagedFilesAreRefused) {
