@@ -232,9 +232,6 @@ __attribute__((always_inline)) inline void fdct_block_vec(const int16_t* samples
 void idct_generic(const int16_t* coef, int8_t* out, int stride) {
     idct_block_vec(coef, out, stride);
 }
-void fdct_generic(const int16_t* samples, int stride, int16_t* out) {
-    fdct_block_vec(samples, stride, out);
-}
 
 #if defined(__x86_64__)
 // 16-bit lanes: see jpeg_simd.h.
@@ -347,58 +344,6 @@ __attribute__((target("avx2"))) void idct_pair_avx2(const int16_t* a, int8_t* ou
         _mm_storeh_pd(reinterpret_cast<double*>(out_b + (i + 1) * stride_b), _mm_castsi128_pd(vb));
     }
 }
-
-__attribute__((target("ssse3"))) void fdct_ssse3(const int16_t* samples, int stride,
-                                                  int16_t* out) {
-    __m128i rows[8], cols[8], tmp[8];
-    for (int i = 0; i < 8; ++i)
-        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
-    TRANSPOSE16(_mm_, rows, cols);                          // cols[k] lane i: sample (i, k)
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, cols, tmp);  // tmp[k] lane i: coefficient k of row i
-    TRANSPOSE16(_mm_, tmp, rows);                           // rows[i] lane k: the same
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, rows, cols);  // cols[j] lane k: coefficient (j, k)
-    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
-}
-
-void fdct_sse2(const int16_t* samples, int stride, int16_t* out) {
-    __m128i rows[8], cols[8], tmp[8];
-    for (int i = 0; i < 8; ++i)
-        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
-    TRANSPOSE16(_mm_, rows, cols);
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, cols, tmp);
-    TRANSPOSE16(_mm_, tmp, rows);
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSE2, rows, cols);
-    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
-}
-
-// Two blocks side by side (a and b, the same stride), one per 128-bit half.
-__attribute__((target("avx2"))) void fdct_pair_avx2(const int16_t* a, const int16_t* b, int stride,
-                                                    int16_t* out_a, int16_t* out_b) {
-    __m256i rows[8], cols[8], tmp[8];
-    for (int i = 0; i < 8; ++i)
-        rows[i] = _mm256_inserti128_si256(
-            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i * stride))),
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i * stride)), 1);
-    TRANSPOSE16(_mm256_, rows, cols);
-    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, cols, tmp);
-    TRANSPOSE16(_mm256_, tmp, rows);
-    FDCT16(__m256i, ADD256, SUB256, MULR_AVX2, rows, cols);
-    for (int j = 0; j < 8; ++j) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_a + j * 8), _mm256_castsi256_si128(cols[j]));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out_b + j * 8), _mm256_extracti128_si256(cols[j], 1));
-    }
-}
-
-__attribute__((target("avx2"))) void fdct_avx2(const int16_t* samples, int stride, int16_t* out) {
-    __m128i rows[8], cols[8], tmp[8];
-    for (int i = 0; i < 8; ++i)
-        rows[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples + i * stride));
-    TRANSPOSE16(_mm_, rows, cols);
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, cols, tmp);
-    TRANSPOSE16(_mm_, tmp, rows);
-    FDCT16(__m128i, ADD128, SUB128, MULR_SSSE3, rows, cols);
-    for (int j = 0; j < 8; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j * 8), cols[j]);
-}
 #endif
 #endif  // __GNUC__
 
@@ -419,7 +364,10 @@ void idct_block_scalar(const int16_t* ct, int8_t* out, int stride) {
     }
 }
 
-void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
+void fdct_block(const int16_t* samples, int stride, int16_t* out) {
+#if defined(__GNUC__)
+    fdct_block_vec(samples, stride, out);
+#else
     int32_t tmp[64];  // tmp[k * 8 + r]: coefficient k of sample row r
     for (int r = 0; r < 8; ++r) {
         int32_t in[8], y[8];
@@ -432,15 +380,14 @@ void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out) {
         fdct_1d(tmp + k * 8, y);
         for (int j = 0; j < 8; ++j) out[j * 8 + k] = static_cast<int16_t>(y[j]);
     }
+#endif
 }
 
 void dct_kernels(Kernels& k, Isa isa) {
 #if defined(__GNUC__)
     k.idct = idct_generic;
-    k.fdct = fdct_generic;
 #else
     k.idct = idct_block_scalar;
-    k.fdct = fdct_block_scalar;
 #endif
 #if defined(__GNUC__) && defined(__x86_64__)
     switch (isa) {
@@ -448,17 +395,13 @@ void dct_kernels(Kernels& k, Isa isa) {
             break;
         case Isa::kSse2:
             k.idct = idct_sse2;
-            k.fdct = fdct_sse2;
             break;
         case Isa::kSse41:
             k.idct = idct_ssse3;
-            k.fdct = fdct_ssse3;
             break;
         case Isa::kAvx2:
             k.idct = idct_avx2;
             k.idct_pair = idct_pair_avx2;
-            k.fdct = fdct_avx2;
-            k.fdct_pair = fdct_pair_avx2;
             break;
     }
 #else

@@ -54,10 +54,10 @@ uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t*
 
 namespace {
 
-// The plain transform followed by the plain quantisation.
+// The portable transform followed by the plain quantisation.
 uint64_t fdct_quantise_plain(const int16_t* samples, int stride, const Quantiser& q, int16_t* out) {
     alignas(32) int16_t coef[64];
-    fdct_block_scalar(samples, stride, coef);
+    fdct_block(samples, stride, coef);
     return quantise_block_scalar(coef, q, out);
 }
 
@@ -180,31 +180,6 @@ uint64_t fdct_quantise_sse2(const int16_t* samples, int stride, const Quantiser&
                                     _mm_cmpeq_epi16(r[2 * s + 1], _mm_setzero_si128()));  \
         ZIGZAG_MASK(z_, mask);                                                            \
     } while (0)
-
-#define QUANTISE_ROWS128(coef, q, r)                                                      \
-    for (int j = 0; j < 8; ++j) {                                                         \
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8 * j)); \
-        QUANTISE8(ABS_SSSE3, SIGN_SSSE3, r[j], x, load8(q.add + 8 * j), load8(q.recip + 8 * j), \
-                  load8(q.divisor + 8 * j));                                              \
-    }
-
-__attribute__((target("ssse3"))) uint64_t quantise_ssse3(const int16_t* coef, const Quantiser& q,
-                                                         int16_t* out) {
-    __m128i r[8];
-    QUANTISE_ROWS128(coef, q, r);
-    uint64_t mask;
-    STORE_AND_MASK128(r, out, mask);
-    return mask;
-}
-
-__attribute__((target("avx2"))) uint64_t quantise_avx2(const int16_t* coef, const Quantiser& q,
-                                                       int16_t* out) {
-    __m128i r[8];
-    QUANTISE_ROWS128(coef, q, r);
-    uint64_t mask;
-    STORE_AND_MASK128(r, out, mask);
-    return mask;
-}
 
 // Transform and quantisation in registers.
 #define FDCT_QUANTISE128(samples, stride, q, out, mask)                                   \
@@ -409,23 +384,19 @@ __attribute__((target("avx2"))) int bgr_to_ycc_avx2(const uint8_t* bgr, int n, i
 }  // namespace
 
 void encode_kernels(Kernels& k, Isa isa) {
-    k.quantise = quantise_block_scalar;
     k.fdct_quantise = fdct_quantise_plain;
 #if defined(__x86_64__) && defined(__GNUC__)
     switch (isa) {
         case Isa::kPortable:
             break;
         case Isa::kSse2:
-            k.quantise = quantise_sse2;
             k.fdct_quantise = fdct_quantise_sse2;
             break;
         case Isa::kSse41:
-            k.quantise = quantise_ssse3;
             k.fdct_quantise = fdct_quantise_ssse3;
             k.bgr_to_ycc = bgr_to_ycc_sse41;
             break;
         case Isa::kAvx2:
-            k.quantise = quantise_avx2;
             k.fdct_quantise = fdct_quantise_avx2;
             k.fdct_quantise_pair = fdct_quantise_pair_avx2;
             k.bgr_to_ycc = bgr_to_ycc_avx2;

@@ -95,12 +95,9 @@ inline int8_t idct_dc_value(int16_t dc) {
 
 // Forward transform of an 8 x 8 block of level-shifted samples within
 // -128..128 (rows of `stride` int16 values) into 64 coefficients in natural
-// order, four times the T.81 scale, kept to 16 bits.
-using FdctFn = void (*)(const int16_t* samples, int stride, int16_t* out);
-// Two blocks with the same stride at once.
-using FdctPairFn = void (*)(const int16_t* a, const int16_t* b, int stride, int16_t* out_a,
-                            int16_t* out_b);
-void fdct_block_scalar(const int16_t* samples, int stride, int16_t* out);
+// order, four times the T.81 scale, kept to 16 bits; the portable form that
+// the plain encoder kernel uses.
+void fdct_block(const int16_t* samples, int stride, int16_t* out);
 
 // ---- Quantisation (encoder) -------------------------------------------------
 // Coefficients four times the T.81 scale divided by table entry Q:
@@ -141,11 +138,11 @@ struct Quantiser {
 // Quantises a block of coefficients into `out`, both in natural order, and
 // returns the mask of the non-zero results in zig-zag order (bit k for
 // zig-zag position k).
-using QuantiseFn = uint64_t (*)(const int16_t* coef, const Quantiser& q, int16_t* out);
 uint64_t quantise_block_scalar(const int16_t* coef, const Quantiser& q, int16_t* out);
 // The forward transform and the quantisation of one block (`stride` as for
-// FdctFn), as QuantiseFn returns them; the pair form does two blocks with
-// the same stride and table, and stores the second mask in *mask_b.
+// fdct_block), with the mask quantise_block_scalar returns; the pair form
+// does two blocks with the same stride and table, and stores the second
+// mask in *mask_b.
 using FdctQuantiseFn = uint64_t (*)(const int16_t* samples, int stride, const Quantiser& q,
                                     int16_t* out);
 using FdctQuantisePairFn = uint64_t (*)(const int16_t* a, const int16_t* b, int stride,
@@ -177,9 +174,6 @@ struct Kernels {
     Isa isa = Isa::kPortable;
     IdctFn idct = nullptr;
     IdctPairFn idct_pair = nullptr;  // null: pairs go one block at a time
-    FdctFn fdct = nullptr;
-    FdctPairFn fdct_pair = nullptr;  // null: likewise
-    QuantiseFn quantise = nullptr;
     FdctQuantiseFn fdct_quantise = nullptr;
     FdctQuantisePairFn fdct_quantise_pair = nullptr;  // null: one block at a time
     YccRowsFn ycc_rows = nullptr;      // null: table-driven rows

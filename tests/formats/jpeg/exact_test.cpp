@@ -243,8 +243,7 @@ TEST(JpegExact, InverseTransformOnRandomAndExtremeBlocks) {
 
 // The encoder's fused transform and quantisation kernels (one block, and
 // two at once where the kernels pair blocks) against the reference transform
-// and the plain quantisation, on random, saturated and checkerboard blocks
-// (the unfused fdct, fdct_pair and quantise kernels have no caller).
+// and the plain quantisation, on random, saturated and checkerboard blocks.
 TEST(JpegExact, ForwardTransformOnRandomAndExtremeBlocks) {
     for_each_isa([](const jpeg::Kernels& k) {
         uint32_t seed = 11;
