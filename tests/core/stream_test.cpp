@@ -283,12 +283,3 @@ TEST(Platform, BlocksKnowTheirSizeAndForeignAddressesAreLeftAlone) {
     tesslin_block_free(b);
     EXPECT_EQ(tesslin_block_size(b), -1);
 }
-
-TEST(Platform, LibraryMutexIsExclusiveAndTimed) {
-    ASSERT_EQ(platform::mutex_lock(), 0);
-    int32_t other = 1;
-    std::thread t([&] { other = platform::mutex_unlock(); });
-    t.join();
-    EXPECT_EQ(other, -1) << "only the holder unlocks";
-    EXPECT_EQ(platform::mutex_unlock(), 0);
-}

@@ -47,7 +47,6 @@ def plane(f, size=1):
                      for x in range(W)) for y in range(H)]
 
 
-bits = [bytes(((x * 8 + b) // 5 + y) % 3 == 0 and 1 << (7 - b) or 0 for b in range(8)) for x in range((W + 7) // 8) for y in [0]]
 bitmap = [bytes(sum(1 << (7 - b) for b in range(8) if (x * 8 + b + y) % 5 == 0 or x == 2)
                 for x in range((W + 7) // 8)) for y in range(H)]
 grey = plane(lambda x, y: (x * 7 + y * 3) % 256)

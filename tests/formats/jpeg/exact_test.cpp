@@ -61,7 +61,10 @@ TEST(JpegExact, DecoderFollowsLibjpegCoefficientsOnEveryTestFile) {
     inputs.push_back({"transform 0", patched(alpha, 0xEE, 15, {0})});
     inputs.push_back({"grey 2 x 2", patched(grey, 0xC0, 11, {0x22})});
     int with_djpeg = 0;
-    for (const auto& [f, bytes] : inputs) {
+    for (const auto& input : inputs) {
+        // (Named references: lambdas below cannot capture structured bindings in Clang 14.)
+        const std::string& f = input.first;
+        const Bytes& bytes = input.second;
         SCOPED_TRACE(f);
         JpegCoefficients peer;
         const int warnings = peer_coefficients(bytes, &peer);

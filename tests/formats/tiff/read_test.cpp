@@ -123,22 +123,6 @@ TEST(TiffRead, PagesArriveInTheirDibLayout) {
     }
 }
 
-// A fax page's resolution, in dots per inch; without ImageLength, width
-// 1728 gives the standard 1045 rows. (WhiteIsZero and BlackIsZero Group 4
-// pixels: the conformance rows doc/g4.tif and doc/g4-strips.tif.)
-TEST(TiffRead, FaxPageFields) {
-    Bytes f = read_file(kCorpus + "/doc/g4.tif");
-    const Decoded white = decode(f);
-    ASSERT_EQ(white.status, 0);
-    EXPECT_EQ(white.h().biXPelsPerMeter, 200);
-    EXPECT_EQ(white.h().biYPelsPerMeter, 200);
-    store_le16(&f[tiff_field(f, 257) - 8], 0x7FFF);  // some private tag number instead of ImageLength
-    const Decoded d = decode(f);
-    ASSERT_EQ(d.status, 0);
-    EXPECT_EQ(d.height(), 1045);
-    EXPECT_TRUE(d.complete());
-}
-
 // A tiled page decoded with tile index 5 delivers tile 5 alone, sized as a
 // tile; the tile and tag queries describe the file. (Whole tiled pages are
 // held against their references by the conformance suite; files that are
@@ -171,8 +155,20 @@ TEST(TiffRead, TilesAndTheirQueries) {
     EXPECT_EQ(IMG_decompress_tiled_bitmap("/nonexistent", 0), IMG_ERR_OPEN);
 }
 
-TEST(TiffRead, TagQueries) {
+// Tag queries on a fax page; its resolution in the header, in dots per inch;
+// without ImageLength, width 1728 gives the standard 1045 rows.
+TEST(TiffRead, TagQueriesAndFaxPageFields) {
     const std::string path = kCorpus + "/doc/g4.tif";
+    Bytes f = read_file(path);
+    const Decoded white = decode(f);
+    ASSERT_EQ(white.status, 0);
+    EXPECT_EQ(white.h().biXPelsPerMeter, 200);
+    EXPECT_EQ(white.h().biYPelsPerMeter, 200);
+    store_le16(&f[tiff_field(f, 257) - 8], 0x7FFF);  // some private tag number instead of ImageLength
+    const Decoded d = decode(f);
+    ASSERT_EQ(d.status, 0);
+    EXPECT_EQ(d.height(), 1045);
+    EXPECT_TRUE(d.complete());
     int32_t value = -1;
     char text[64] = {};
     EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, path.c_str(), nullptr), 0);
@@ -190,9 +186,8 @@ TEST(TiffRead, TagQueries) {
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 2), 0);
     EXPECT_EQ(value, 2200);
     EXPECT_EQ(IMGLOW_get_tiff_tag_page(257, 0, &value, multi.c_str(), nullptr, 3), IMG_ERR_NO_PAGE);
-    // Pages beyond the directory chain (the pages on it: the conformance suite).
+    // A page beyond the directory chain (the pages on it: the conformance suite).
     EXPECT_EQ(handle_of(multi, 3), IMG_ERR_NO_PAGE);
-    EXPECT_EQ(handle_of(multi, 9), IMG_ERR_NO_PAGE);
     const std::string png = kCorpus + "/png/rgb.png";
     EXPECT_EQ(IMGLOW_get_tiff_tag(256, 0, &value, png.c_str(), nullptr), IMG_ERR_UNSUPPORTED);
     const int fd = open(multi.c_str(), O_RDONLY);

@@ -80,7 +80,9 @@ TEST(Bilevel, Thresholds) {
     const Raster r = bilevel(h);
     EXPECT_EQ(r.at(0, 0)[0], 255);
     EXPECT_EQ(r.at(3, 0)[0], 0);
-    for (auto [black_rows, white] : {std::pair{1, size_t(90)}, {2, size_t(100)}}) {
+    for (const auto& c : {std::pair{1, size_t(90)}, {2, size_t(100)}}) {
+        const int black_rows = c.first;  // a plain name: the lambda below captures it
+        const size_t white = c.second;
         const Handle a = grey_handle(10, 10, [&](int32_t, int32_t y) { return uint8_t(y < black_rows ? 0 : 255); });
         ASSERT_EQ(IMG_thresh_mono(a, -1), 0);
         EXPECT_EQ(whites(bilevel(a)), white);
@@ -154,7 +156,8 @@ TEST(Bilevel, SaveToBilevelCodesDithersLikeTheDecodeDriver) {
 // stored row, shares truncated toward zero, nothing clamped) against the
 // operation, on noise of awkward sizes.
 TEST(Bilevel, DiffusionFollowsItsDefinitionOnNoise) {
-    for (auto [w, h] : {std::pair{1, 1}, {7, 2}, {9, 3}, {64, 5}, {333, 47}}) {
+    for (const auto& size : {std::pair{1, 1}, {7, 2}, {9, 3}, {64, 5}, {333, 47}}) {
+        const int w = size.first, h = size.second;  // plain names: the lambdas capture them
         uint32_t seed = uint32_t(w * 31 + h);
         std::vector<uint8_t> grey(size_t(w) * size_t(h));
         for (uint8_t& g : grey) g = uint8_t((seed = seed * 1103515245u + 12345u) >> 16);
